@@ -1,0 +1,99 @@
+// The ds model: a registry of module descriptors built once at start-up and
+// read without locks afterwards.
+//
+// Adding a module:
+//   1. Write modules/<family>/<module>.cpp with static section, type, option
+//      and action tables (designated initialisers, a row with a null name last).
+//   2. Export only its constructor `int <module>_module_init(void)`, declared
+//      in modules/modules.h; it fills any run-time section rows
+//      (model_fill_channel_rows) and calls add_module_node.
+//   3. Add the constructor to the table in model/module_table.cpp at its place
+//      in the registration order.
+//   4. Teach tools/mkconfig the package's default sections so a fresh host
+//      root serves it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+struct ds_context;
+struct json_object;
+
+// (context, value, request section object, argument, row error code) -> 0 or code.
+using ds_checker_fn = int32_t (*)(ds_context *ctx, json_object *value,
+                                  json_object *sec_obj, const void *arg,
+                                  int32_t err_code);
+using ds_sec_cb_fn = int (*)(ds_context *ctx);
+struct ds_sec;
+using ds_dynamic_fn = json_object *(*)(ds_context *ctx, const ds_sec *sec);
+using ds_action_fn = int (*)(ds_context *ctx, json_object *arg);
+
+struct ds_opt {
+    const char *name;
+    ds_checker_fn checker;
+    const void *arg;
+    int32_t err_code;
+};
+
+enum { DS_DATA_UCI = 0, DS_DATA_DYNAMIC = 1 };
+
+struct ds_sec {
+    const char *name;          // section name, or type in sec_types
+    uint8_t data_kind;         // DS_DATA_UCI or DS_DATA_DYNAMIC
+    uint8_t max_sec;           // most sections "add" may create of this type
+    const ds_opt *options;
+    ds_sec_cb_fn beforesavecb;
+    ds_sec_cb_fn srvcb;
+    ds_dynamic_fn dynamic;
+};
+
+struct ds_action {
+    const char *keyword;
+    ds_action_fn fn;
+};
+
+struct ds_module {
+    ds_module *next, *prev;
+    const char *name;
+    const char *package;       // null for modules without configuration
+    ds_sec *sections;          // by fixed name; rows may be filled at start-up
+    const ds_sec *sec_types;   // by uci section type
+    const ds_action *actions;
+    uint32_t ch;               // 1: commit with the dummy commit
+};
+
+struct ds_model_root {
+    ds_module *next, *prev;
+    uint32_t count;
+};
+
+enum { DS_NODE_SECTION = 0, DS_NODE_SEC_TYPE = 1, DS_NODE_ACTION = 2 };
+
+ds_model_root *model_init(void);
+int model_register(ds_model_root *root);
+int model_add(ds_model_root *root, ds_module *mod);
+int model_destory(ds_model_root *root);
+// The root kept in the process state; null before model_init.
+ds_model_root *get_model_root(void);
+int add_module_node(ds_module *mod);
+
+ds_module *get_module_node(ds_model_root *root, const char *name);
+// kind DS_NODE_SECTION / DS_NODE_SEC_TYPE -> const ds_sec*, DS_NODE_ACTION -> const ds_action*.
+const void *get_ds_node(const ds_module *mod, const char *name, int kind);
+const ds_sec *get_sec_type(const ds_module *mod, const char *section_name);
+const ds_opt *get_filter_node(const ds_sec *sec, const char *option);
+int do_restart_cb(ds_context *ctx, const char *module, const char *section, int by_name);
+
+// Device facts used by the per-channel constructors.
+int model_channel_amount(void);   // "basic_info" "chan_amount", 1..128
+enum { DS_MAX_CHANNELS = 128, DS_ALARM_PORTS = 16 };
+
+// Fills rows of `table` (capacity `cap`, including room for the sentinel)
+// starting at *pos: for n in 1..count, one row per pattern, name made with
+// snprintf(pattern, n) into a zeroed 32-byte allocation, data kind 0,
+// max sections 255, options[i] of pattern i. Returns 0, or -1 when the table
+// is too small or allocation fails. Start-up only.
+int model_fill_channel_rows(ds_sec *table, size_t cap, size_t *pos,
+                            const char *const *patterns,
+                            const ds_opt *const *options, size_t npatterns,
+                            int count);

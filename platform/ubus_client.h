@@ -1,0 +1,28 @@
+// ubus client layer: one connection per call, JSON text in, JSON object out.
+#pragma once
+
+#include <cstdint>
+
+struct ubus_context;
+struct json_object;
+
+struct ubus_req {
+    const char *object;
+    const char *method;
+    const char *message;  // JSON object text, or null for an empty message
+    int32_t timeout;      // seconds; below 1 means 30 (updated in place)
+};
+
+// Connects to the bus socket ("/var/run/ubus.sock" under DSD_ROOT). Null on failure.
+ubus_context *ubus_create_connection(void);
+void ubus_free_connection(ubus_context *conn);
+// 0 and *reply (new reference, may be null when nothing came back), or -1.
+int ubus_call(ubus_context *conn, ubus_req *req, json_object **reply);
+int ubus_call_get_err_code(const char *object, const char *method, const char *message,
+                           int32_t *err);
+int ubus_object_exists(const char *object);
+int ubus_call_by_shell(const char *object, const char *method, const char *message);
+int run_shell_async(const char *command);
+int ubus_async_init(void);
+int ubus_add_call(const ubus_req *req);
+void ubus_async_deinit(void);
