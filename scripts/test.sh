@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# Builds dsd and runs the whole test suite: the native build, then the same
+# suite under AddressSanitizer+UndefinedBehaviorSanitizer, the threaded tests
+# under ThreadSanitizer, each fuzz target for a bounded time, and the
+# armhf cross build under qemu-arm.
+# Usage: scripts/test.sh [stage...]   stages: native asan tsan fuzz armhf (default: all)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+ROOT=$PWD
+JOBS=${JOBS:-$(nproc)}
+FUZZ_SECONDS=${FUZZ_SECONDS:-60}
+stages=("$@")
+[ ${#stages[@]} -gt 0 ] || stages=(native asan tsan fuzz armhf)
+
+banner() { printf '\n==== %s ====\n' "$*"; }
+
+configure_build() {  # dir, extra cmake args...
+  local dir=$1; shift
+  cmake -S "$ROOT" -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >"$dir.configure.log" 2>&1 \
+    || { cat "$dir.configure.log"; return 1; }
+  grep 'dsd: platform libraries' "$dir.configure.log" || true
+  cmake --build "$dir" -j"$JOBS"
+}
+
+stage_native() {
+  banner "native build and tests"
+  configure_build "$ROOT/build/native"
+  (cd "$ROOT/build/native" && ctest --output-on-failure -j"$JOBS" --timeout 600)
+}
+
+stage_asan() {
+  banner "AddressSanitizer + UndefinedBehaviorSanitizer"
+  configure_build "$ROOT/build/asan" -DDSD_SANITIZE="address;undefined" -DDSD_BUILD_BENCH=OFF
+  (cd "$ROOT/build/asan" && \
+    ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    ctest --output-on-failure -j"$JOBS" --timeout 900)
+}
+
+stage_tsan() {
+  banner "ThreadSanitizer (threaded tests)"
+  configure_build "$ROOT/build/tsan" -DDSD_SANITIZE=thread -DDSD_BUILD_BENCH=OFF
+  (cd "$ROOT/build/tsan" && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+    ctest --output-on-failure -j"$JOBS" --timeout 900 -L threads)
+}
+
+stage_fuzz() {
+  banner "fuzz targets, ${FUZZ_SECONDS}s each"
+  CC=clang-14 CXX=clang++-14 configure_build "$ROOT/build/fuzz" -DDSD_BUILD_FUZZ=ON \
+    -DDSD_BUILD_TESTS=ON -DDSD_BUILD_BENCH=OFF
+  "$ROOT/scripts/fuzz.sh" "$ROOT/build/fuzz" "$FUZZ_SECONDS"
+}
+
+stage_armhf() {
+  banner "armhf cross build and tests under qemu-arm"
+  "$ROOT/scripts/cross-armhf.sh" test
+}
+
+for s in "${stages[@]}"; do
+  "stage_$s"
+done
+banner "all stages passed: ${stages[*]}"
