@@ -10,6 +10,8 @@ ROOT=$PWD
 JOBS=${JOBS:-$(nproc)}
 FUZZ_SECONDS=${FUZZ_SECONDS:-60}
 stages=("$@")
+# A fresh machine gets what it lacks first (no-op when all is installed).
+[ "${DSD_SKIP_INSTALL:-0}" = 1 ] || "$ROOT/scripts/install-deps.sh" --cross
 [ ${#stages[@]} -gt 0 ] || stages=(native asan tsan fuzz armhf)
 
 banner() { printf '\n==== %s ====\n' "$*"; }
