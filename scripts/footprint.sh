@@ -50,6 +50,6 @@ rss_start=$(guest_rss_kb $pid)
 python3 "$SRC/scripts/request_loop.py" "$root/tmp/dsd_server.sock" "$REQUESTS"
 rss_after=$(guest_rss_kb $pid)
 
-printf '| stripped dsd (armhf) | %d bytes (%.2f MB) |\n' "$size" "$(echo "$size/1048576" | bc -l)"
+printf '| stripped dsd (armhf) | %d bytes (%.2f MB) |\n' "$size" "$(awk -v s="$size" 'BEGIN{print s/1048576}')"
 printf '| resident after start-up (guest) | %d KiB |\n' "$rss_start"
 printf '| resident after %d requests (guest) | %d KiB |\n' "$REQUESTS" "$rss_after"
