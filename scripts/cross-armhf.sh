@@ -47,6 +47,7 @@ build() {
   export PKG_CONFIG_SYSROOT_DIR=$SYSROOT
   export PKG_CONFIG_LIBDIR=$SYSROOT/usr/lib/arm-linux-gnueabihf/pkgconfig:$SYSROOT/usr/share/pkgconfig
   export PKG_CONFIG_PATH=
+  mkdir -p "$OUT"
   cmake -S "$ROOT" -B "$OUT" -DCMAKE_TOOLCHAIN_FILE="$ROOT/cmake/armhf-toolchain.cmake" \
         -DDSD_ARMHF_SYSROOT="$SYSROOT" -DCMAKE_BUILD_TYPE=MinSizeRel -DDSD_BUILD_BENCH=OFF \
         >"$OUT.configure.log" 2>&1 || { cat "$OUT.configure.log"; exit 1; }
