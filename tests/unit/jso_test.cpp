@@ -1,0 +1,102 @@
+#include "platform/jso.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+namespace {
+
+struct JsoPut {
+    void operator()(json_object *o) const { json_object_put(o); }
+};
+using Jso = std::unique_ptr<json_object, JsoPut>;
+
+std::string encode(const char *s)
+{
+    std::string out;
+    EXPECT_TRUE(jso_url_encode(s, &out));
+    return out;
+}
+
+TEST(UrlCoding, EncodesEverythingButUnreserved)
+{
+    EXPECT_EQ(encode("aZ09-._~"), "aZ09-._~");
+    EXPECT_EQ(encode("a b+c/d?e=f&g"), "a%20b%2Bc%2Fd%3Fe%3Df%26g");
+    EXPECT_EQ(encode("%"), "%25");
+    EXPECT_EQ(encode("\xe4\xb8\xad"), "%E4%B8%AD");  // UTF-8 bytes one by one
+}
+
+TEST(UrlCoding, DecodeRefusesMalformedEscapes)
+{
+    std::string out;
+    EXPECT_TRUE(jso_url_decode("%e4%B8%ad+x", &out));
+    EXPECT_EQ(out, "\xe4\xb8\xad+x");  // '+' is a literal plus, not a blank
+    for (const char *bad : {"%", "%4", "%G0", "ab%z1", "%00"})
+        EXPECT_FALSE(jso_url_decode(bad, &out)) << bad;
+}
+
+TEST(UrlCoding, RoundTripsArbitraryBytes)
+{
+    std::string all;
+    for (int c = 1; c < 256; c++)
+        all.push_back(static_cast<char>(c));
+    std::string enc, dec;
+    ASSERT_TRUE(jso_url_encode(all.c_str(), &enc));
+    ASSERT_TRUE(jso_url_decode(enc.c_str(), &dec));
+    EXPECT_EQ(dec, all);
+}
+
+TEST(UrlCoding, ObjectCodingTouchesEveryStringValueButNoKey)
+{
+    Jso obj(jso_from_string(R"({"a b": "x y", "n": 5, "l": ["1/2", {"k": "é"}]})"));
+    ASSERT_TRUE(obj);
+    ASSERT_EQ(jso_obj_url_coding(obj.get(), JSO_URL_ENCODE), 0);
+    EXPECT_STREQ(jso_obj_get_string_origin(obj.get(), "a b"), "x%20y");
+    json_object *l = jso_obj_get(obj.get(), "l");
+    EXPECT_STREQ(json_object_get_string(json_object_array_get_idx(l, 0)), "1%2F2");
+    EXPECT_STREQ(jso_obj_get_string_origin(json_object_array_get_idx(l, 1), "k"), "%C3%A9");
+    int32_t n = 0;
+    EXPECT_EQ(jso_obj_get_int(obj.get(), "n", &n), 0);
+    EXPECT_EQ(n, 5);
+    ASSERT_EQ(jso_obj_url_coding(obj.get(), JSO_URL_DECODE), 0);
+    EXPECT_STREQ(jso_obj_get_string_origin(obj.get(), "a b"), "x y");
+    EXPECT_STREQ(jso_obj_get_string_origin(json_object_array_get_idx(l, 1), "k"), "é");
+}
+
+TEST(UrlCoding, ObjectDecodeFailsOnOneBadValue)
+{
+    Jso obj(jso_from_string(R"({"a": "ok", "b": "%zz"})"));
+    ASSERT_TRUE(obj);
+    EXPECT_EQ(jso_obj_url_coding(obj.get(), JSO_URL_DECODE), -1);
+    EXPECT_EQ(jso_obj_url_coding(nullptr, JSO_URL_DECODE), -1);
+    EXPECT_EQ(jso_obj_url_coding(obj.get(), 7), -1);
+}
+
+TEST(Accessors, TypesAreCheckedNotCoerced)
+{
+    Jso obj(jso_from_string(R"({"s": "12", "i": 12, "o": {}})"));
+    ASSERT_TRUE(obj);
+    int32_t v = 0;
+    EXPECT_EQ(jso_obj_get_int(obj.get(), "s", &v), -1);
+    EXPECT_EQ(jso_obj_get_int(obj.get(), "missing", &v), -1);
+    EXPECT_EQ(jso_obj_get_string_origin(obj.get(), "i"), nullptr);
+    EXPECT_EQ(jso_obj_get(jso_obj_get(obj.get(), "s"), "x"), nullptr);
+    EXPECT_TRUE(jso_is_obj(jso_obj_get(obj.get(), "o")));
+    EXPECT_EQ(jso_from_string("{\"a\":"), nullptr);
+    EXPECT_EQ(jso_from_string(nullptr), nullptr);
+}
+
+TEST(Accessors, IntsBecomeDecimalStrings)
+{
+    Jso obj(jso_from_string(R"({"a": -7, "b": "x", "c": [1, "2", 3]})"));
+    ASSERT_TRUE(obj);
+    ASSERT_EQ(jso_foreach_modify_int_to_string(obj.get()), 0);
+    EXPECT_STREQ(jso_obj_get_string_origin(obj.get(), "a"), "-7");
+    json_object *c = jso_obj_get(obj.get(), "c");
+    for (size_t i = 0; i < 3; i++)
+        EXPECT_TRUE(jso_is_string(json_object_array_get_idx(c, i)));
+    EXPECT_EQ(jso_foreach_modify_int_to_string(c), -1);
+}
+
+}  // namespace
