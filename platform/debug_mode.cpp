@@ -1,0 +1,41 @@
+#include <uci.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "platform/trace.h"
+#include "platform/uci_access.h"
+
+namespace {
+// Written once by the main thread before any worker starts.
+int g_debug_mode = 0;
+
+int read_debug_mode(void)
+{
+    uci_context *ctx = dsd_uci_alloc();
+    if (!ctx)
+        return 0;
+    uci_ptr ptr{};
+    ptr.package = "system";
+    ptr.section = "sys";
+    ptr.option = "debug_mode";
+    int mode = 0;
+    if (uci_lookup_ptr(ctx, &ptr, nullptr, true) == UCI_OK &&
+        (ptr.flags & uci_ptr::UCI_LOOKUP_COMPLETE) && ptr.o && ptr.o->type == UCI_TYPE_STRING &&
+        ptr.o->v.string)
+        mode = atoi(ptr.o->v.string);
+    uci_free_context(ctx);
+    return mode;
+}
+} // namespace
+
+void load_debug_mode(void)
+{
+    g_debug_mode = read_debug_mode();
+    printf("dsd load debug mode is %d\n", g_debug_mode);
+}
+
+int get_debug_mode(void)
+{
+    return g_debug_mode;
+}

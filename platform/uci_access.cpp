@@ -1,0 +1,532 @@
+#include "platform/uci_access.h"
+
+#include <json-c/json.h>
+#include <uci.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/paths.h"
+#include "platform/trace.h"
+#include "platform/uci_dummy.h"
+
+namespace {
+
+// Every call starts from a zeroed pointer: a stale handle from an earlier
+// lookup must never leak into the next one.
+int lookup(uci_context *ctx, uci_ptr *ptr, const char *package, const char *section,
+           const char *option, const char *value)
+{
+    memset(ptr, 0, sizeof *ptr);
+    ptr->package = package;
+    ptr->section = section;
+    ptr->option = option;
+    ptr->value = value;
+    return uci_lookup_ptr(ctx, ptr, nullptr, true);
+}
+
+bool complete(const uci_ptr &ptr)
+{
+    return (ptr.flags & uci_ptr::UCI_LOOKUP_COMPLETE) != 0;
+}
+
+json_object *option_json(const uci_option *o)
+{
+    if (o->type == UCI_TYPE_STRING)
+        return json_object_new_string(o->v.string ? o->v.string : "");
+    json_object *arr = json_object_new_array();
+    uci_element *e;
+    uci_foreach_element(&o->v.list, e) {
+        json_object_array_add(arr, json_object_new_string(e->name));
+    }
+    return arr;
+}
+
+// Looks a package up for the whole-package readers; null with the trace on failure.
+uci_package *lookup_package(uci_context *ctx, uci_ptr *ptr, const char *package)
+{
+    if (lookup(ctx, ptr, package, nullptr, nullptr, nullptr) != UCI_OK) {
+        DS_ERR("uci_lookup_ptr error.");
+        return nullptr;
+    }
+    if (!complete(*ptr) || !ptr->p) {
+        DS_ERR("uci cannot found.\n");
+        return nullptr;
+    }
+    return ptr->p;
+}
+
+// A JSON string or integer as the text uci stores; false for anything else.
+bool value_text(json_object *v, char *buf, size_t size, const char **text)
+{
+    if (json_object_is_type(v, json_type_string)) {
+        *text = json_object_get_string(v);
+        return true;
+    }
+    if (json_object_is_type(v, json_type_int)) {
+        snprintf(buf, size, "%d", json_object_get_int(v));
+        *text = buf;
+        return true;
+    }
+    return false;
+}
+
+void write_list(uci_context *ctx, const char *package, const char *section, const char *key,
+                json_object *arr)
+{
+    uci_ptr ptr;
+    lookup(ctx, &ptr, package, section, key, nullptr);
+    uci_delete(ctx, &ptr); // a list is replaced whole; a missing one is fine
+    size_t n = json_object_array_length(arr);
+    for (size_t i = 0; i < n; i++) {
+        json_object *ele = json_object_array_get_idx(arr, i);
+        char buf[32];
+        const char *text = nullptr;
+        if (!ele) {
+            DS_ERR("get json array element failed");
+            continue;
+        }
+        if (!value_text(ele, buf, sizeof buf, &text)) {
+            DS_ERR("array_ele is not string or int");
+            continue;
+        }
+        lookup(ctx, &ptr, package, section, key, text);
+        uci_add_list(ctx, &ptr);
+    }
+}
+
+void write_member(uci_context *ctx, const char *package, const char *section, const char *key,
+                  json_object *val)
+{
+    if (json_object_is_type(val, json_type_array)) {
+        write_list(ctx, package, section, key, val);
+        return;
+    }
+    char buf[32];
+    const char *text = nullptr;
+    if (!value_text(val, buf, sizeof buf, &text)) {
+        DS_ERR("obj is not string or int");
+        return;
+    }
+    uci_ptr ptr;
+    lookup(ctx, &ptr, package, section, key, text);
+    uci_set(ctx, &ptr);
+}
+
+// "+12" -> 12, "" -> 0; a sign other than '+' on a non-zero value, any
+// non-digit, or a value past INT_MAX gives -1.
+int parse_non_negative(const char *s)
+{
+    const char *p = s;
+    bool negative = false;
+    if (*p == '+' || *p == '-')
+        negative = *p++ == '-';
+    long long v = 0;
+    for (; *p; p++) {
+        if (*p < '0' || *p > '9')
+            return -1;
+        v = v * 10 + (*p - '0');
+        if (v > INT_MAX)
+            return -1;
+    }
+    if (negative && v != 0)
+        return -1;
+    return static_cast<int>(v);
+}
+
+} // namespace
+
+uci_context *dsd_uci_alloc(void)
+{
+    uci_context *ctx = uci_alloc_context();
+    if (!ctx || dsd_root().empty())
+        return ctx;
+    if (uci_set_confdir(ctx, dsd_path("/etc/config").c_str()) != UCI_OK ||
+        uci_set_savedir(ctx, dsd_path("/tmp/.uci").c_str()) != UCI_OK) {
+        uci_free_context(ctx);
+        return nullptr;
+    }
+    return ctx;
+}
+
+json_object *single_section(uci_section *s)
+{
+    if (!s)
+        return nullptr;
+    json_object *obj = json_object_new_object();
+    json_object_object_add(obj, ".name", json_object_new_string(s->e.name ? s->e.name : ""));
+    json_object_object_add(obj, ".type", json_object_new_string(s->type ? s->type : ""));
+    uci_element *e;
+    uci_foreach_element(&s->options, e) {
+        uci_option *o = uci_to_option(e);
+        if (o->type == UCI_TYPE_STRING || o->type == UCI_TYPE_LIST)
+            json_object_object_add(obj, e->name, option_json(o));
+    }
+    return obj;
+}
+
+json_object *get_uci_section(uci_context *ctx, const char *package, const char *section)
+{
+    if (!ctx || !package || !section)
+        return nullptr;
+    uci_ptr ptr;
+    if (lookup(ctx, &ptr, package, section, nullptr, nullptr) != UCI_OK) {
+        DS_ERR("uci_lookup_ptr error.");
+        return nullptr;
+    }
+    if (!complete(ptr) || !ptr.s) {
+        DS_ERR("uci cannot found.\n");
+        return nullptr;
+    }
+    json_object *obj = single_section(ptr.s);
+    if (!obj)
+        DS_INFO("single_section error.");
+    return obj;
+}
+
+json_object *get_uci_section_type(uci_context *ctx, const char *package, const char *type)
+{
+    if (!ctx || !package || !type)
+        return nullptr;
+    uci_ptr ptr;
+    uci_package *p = lookup_package(ctx, &ptr, package);
+    if (!p)
+        return nullptr;
+    json_object *arr = json_object_new_array();
+    uci_element *e;
+    uci_foreach_element(&p->sections, e) {
+        uci_section *s = uci_to_section(e);
+        if (strcmp(s->type, type) != 0)
+            continue;
+        json_object *item = json_object_new_object();
+        json_object_object_add(item, e->name, single_section(s));
+        json_object_array_add(arr, item);
+    }
+    return arr;
+}
+
+json_object *get_uci_package(uci_context *ctx, const char *package)
+{
+    if (!ctx || !package)
+        return nullptr;
+    uci_ptr ptr;
+    uci_package *p = lookup_package(ctx, &ptr, package);
+    if (!p)
+        return nullptr;
+    json_object *obj = json_object_new_object();
+    uci_element *e;
+    uci_foreach_element(&p->sections, e) {
+        json_object_object_add(obj, e->name, single_section(uci_to_section(e)));
+    }
+    return obj;
+}
+
+json_object *get_sec_names_by_type(uci_context *ctx, const char *package, const char *type)
+{
+    if (!ctx || !package || !type)
+        return nullptr;
+    uci_ptr ptr;
+    if (lookup(ctx, &ptr, package, nullptr, nullptr, nullptr) != UCI_OK || !ptr.p)
+        return nullptr;
+    json_object *arr = json_object_new_array();
+    uci_element *e;
+    uci_foreach_element(&ptr.p->sections, e) {
+        if (!strcmp(uci_to_section(e)->type, type))
+            json_object_array_add(arr, json_object_new_string(e->name));
+    }
+    return arr;
+}
+
+json_object *get_uci_option(uci_context *ctx, const char *package, const char *section,
+                            const char *option)
+{
+    if (!ctx || !package || !section || !option)
+        return nullptr;
+    json_object *sec = get_uci_section(ctx, package, section);
+    if (!sec)
+        return nullptr;
+    json_object *val = nullptr;
+    if (json_object_object_get_ex(sec, option, &val))
+        json_object_get(val);
+    else
+        val = nullptr;
+    json_object_put(sec);
+    return val;
+}
+
+int set_uci_section(uci_context *ctx, const char *package, const char *section, json_object *obj)
+{
+    if (!ctx || !package || !section || !obj)
+        return -1;
+    if (!json_object_is_type(obj, json_type_object)) {
+        DS_ERR("json type error.");
+        return -1;
+    }
+    uci_ptr ptr;
+    int rc = lookup(ctx, &ptr, package, section, nullptr, nullptr);
+    if (rc != UCI_OK) {
+        DS_ERR("uci lookup ptr error.");
+        return rc;
+    }
+    if (!complete(ptr)) {
+        DS_ERR("uci cannot found.");
+        return 0;
+    }
+    json_object_object_foreach(obj, key, val) {
+        write_member(ctx, package, section, key, val);
+    }
+    if (ptr.p)
+        uci_save(ctx, ptr.p);
+    return 0;
+}
+
+int do_delete_single_section(uci_context *ctx, const char *package, const char *section)
+{
+    if (!ctx || !package || !section)
+        return -1;
+    uci_ptr ptr;
+    lookup(ctx, &ptr, package, section, nullptr, nullptr);
+    if (uci_delete(ctx, &ptr) != UCI_OK) {
+        DS_ERR("uci delete error");
+        return -1;
+    }
+    uci_save(ctx, ptr.p);
+    return 0;
+}
+
+int delete_section(uci_context *ctx, const char *package, const char *section)
+{
+    if (!ctx || !package || !section)
+        return -1;
+    return do_delete_single_section(ctx, package, section);
+}
+
+int delete_section_type(uci_context *ctx, const char *package, const char *type)
+{
+    if (!ctx || !package || !type)
+        return -1;
+    json_object *names = get_sec_names_by_type(ctx, package, type);
+    if (!names || !json_object_is_type(names, json_type_array)) {
+        DS_ERR("failed to get section type %s.%s", package, type);
+        json_object_put(names);
+        return -1;
+    }
+    size_t n = json_object_array_length(names);
+    for (size_t i = 0; i < n; i++) {
+        const char *name = json_object_get_string(json_object_array_get_idx(names, i));
+        if (name)
+            do_delete_single_section(ctx, package, name);
+    }
+    json_object_put(names);
+    return 0;
+}
+
+int add_new_section(uci_context *ctx, const char *package, const char *type, const char *name)
+{
+    if (!ctx || !package || !type || !name)
+        return -1;
+    uci_ptr ptr;
+    if (lookup(ctx, &ptr, package, name, nullptr, type) != UCI_OK) {
+        DS_ERR("uci_lookup_ptr error.");
+        return -1;
+    }
+    if (uci_set(ctx, &ptr) != UCI_OK) {
+        DS_ERR("uci set error");
+        return -1;
+    }
+    uci_save(ctx, ptr.p);
+    return 0;
+}
+
+int rename_section(uci_context *ctx, const char *package, const char *section, const char *new_name)
+{
+    if (!ctx || !package || !section || !new_name)
+        return -1;
+    uci_ptr ptr;
+    lookup(ctx, &ptr, package, section, nullptr, new_name);
+    if (uci_rename(ctx, &ptr) != UCI_OK) {
+        DS_ERR("uci rename error");
+        return -1;
+    }
+    uci_save(ctx, ptr.p);
+    return 0;
+}
+
+int section_exist(uci_context *ctx, const char *package, const char *section)
+{
+    if (!ctx || !package || !section)
+        return 0;
+    uci_ptr ptr;
+    if (lookup(ctx, &ptr, package, section, nullptr, nullptr) != UCI_OK) {
+        DS_ERR("uci_lookup_ptr error.");
+        return 0;
+    }
+    if (!complete(ptr)) {
+        DS_INFO("uci cannot found.");
+        return 0;
+    }
+    return 1;
+}
+
+int get_sec_type_num(uci_context *ctx, const char *package, const char *type)
+{
+    if (!ctx || !package || !type)
+        return -1;
+    uci_ptr ptr;
+    if (lookup(ctx, &ptr, package, nullptr, nullptr, nullptr) != UCI_OK || !ptr.p) {
+        DS_ERR("uci_lookup_ptr error.");
+        return -1;
+    }
+    int count = 0;
+    uci_element *e;
+    uci_foreach_element(&ptr.p->sections, e) {
+        count += strcmp(uci_to_section(e)->type, type) == 0;
+    }
+    return count;
+}
+
+static bool name_taken(json_object *arr, const char *name, bool *bad)
+{
+    size_t n = json_object_array_length(arr);
+    for (size_t i = 0; i < n; i++) {
+        json_object *item = json_object_array_get_idx(arr, i);
+        if (!item) {
+            *bad = true;
+            return false;
+        }
+        if (json_object_object_get_ex(item, name, nullptr))
+            return true;
+    }
+    return false;
+}
+
+int get_free_section_index(uci_context *ctx, const char *package, const char *type)
+{
+    if (!ctx || !package || !type)
+        return -1;
+    json_object *arr = get_uci_section_type(ctx, package, type);
+    if (!arr)
+        return -1;
+    for (int n = 1; n < INT_MAX; n++) {
+        char name[32];
+        snprintf(name, sizeof name, "%s_%d", type, n);
+        bool bad = false;
+        bool taken = name_taken(arr, name, &bad);
+        if (bad || !taken) {
+            json_object_put(arr);
+            return bad ? -1 : n;
+        }
+    }
+    json_object_put(arr);
+    return -1;
+}
+
+const char *get_opt_value(uci_context *ctx, const char *package, const char *section,
+                          const char *option)
+{
+    if (!ctx || !package || !section || !option)
+        return nullptr;
+    uci_ptr ptr;
+    if (lookup(ctx, &ptr, package, section, option, nullptr) != UCI_OK) {
+        DS_ERR("uci_lookup_ptr error.");
+        return nullptr;
+    }
+    if (!complete(ptr) || !ptr.o || ptr.o->type != UCI_TYPE_STRING)
+        return nullptr;
+    return ptr.o->v.string;
+}
+
+int get_opt_int_value(uci_context *ctx, const char *package, const char *section,
+                      const char *option)
+{
+    const char *v = get_opt_value(ctx, package, section, option);
+    return v ? parse_non_negative(v) : -1;
+}
+
+char *get_opt_value_dup(const char *package, const char *section, const char *option)
+{
+    if (!package || !section || !option)
+        return nullptr;
+    uci_context *ctx = dsd_uci_alloc();
+    if (!ctx)
+        return nullptr;
+    const char *v = get_opt_value(ctx, package, section, option);
+    char *copy = v ? strdup(v) : nullptr;
+    uci_free_context(ctx);
+    return copy;
+}
+
+int set_opt_value(uci_context *ctx, const char *package, const char *section,
+                  const char *option, const char *value)
+{
+    if (!ctx || !package || !section || !option || !value)
+        return -1;
+    uci_ptr ptr;
+    lookup(ctx, &ptr, package, section, option, value);
+    if (uci_set(ctx, &ptr) != UCI_OK) {
+        DS_INFO("uci set error");
+        return -1;
+    }
+    if (uci_save(ctx, ptr.p) != UCI_OK) {
+        DS_ERR("uci save error");
+        return -1;
+    }
+    return 0;
+}
+
+int delete_opt_value(uci_context *ctx, const char *package, const char *section,
+                     const char *option, const char *value)
+{
+    if (!ctx || !package || !section || !option)
+        return -1;
+    uci_ptr ptr;
+    lookup(ctx, &ptr, package, section, option, value);
+    if (uci_delete(ctx, &ptr) != UCI_OK) {
+        DS_INFO("uci delete error");
+        return -1;
+    }
+    if (uci_save(ctx, ptr.p) != UCI_OK) {
+        DS_ERR("uci save error");
+        return -1;
+    }
+    return 0;
+}
+
+int commit_package(uci_context *ctx, const char *package)
+{
+    if (!ctx || !package)
+        return -1;
+    uci_ptr ptr;
+    if (lookup(ctx, &ptr, package, nullptr, nullptr, nullptr) != UCI_OK || !ptr.p) {
+        DS_ERR("uci lookup ptr error.");
+        return -1;
+    }
+    if (uci_commit(ctx, &ptr.p, false) != UCI_OK) {
+        DS_ERR("uci_commit error");
+        return -1;
+    }
+    return 0;
+}
+
+int dummy_commit_package(uci_context *ctx, const char *package)
+{
+    if (!ctx || !package)
+        return -1;
+    uci_ptr ptr;
+    if (lookup(ctx, &ptr, package, nullptr, nullptr, nullptr) != UCI_OK || !ptr.p) {
+        DS_ERR("uci lookup ptr error.");
+        return -1;
+    }
+    if (uci_save(ctx, ptr.p) != UCI_OK) {
+        DS_ERR("uci_save error");
+        return -1;
+    }
+    if (uci_dummy_commit(ctx, &ptr.p, false) != UCI_OK) {
+        DS_ERR("uci_dummy_commit error");
+        return -1;
+    }
+    return 0;
+}
