@@ -127,10 +127,10 @@ bool ensure_dir(const char *dir)
 // the old file or the new one, whole.
 int write_atomically(uci_package *p, const std::string &path)
 {
-    std::string tmp = path;
-    size_t slash = tmp.rfind('/');
-    tmp.insert(slash + 1, ".");
-    tmp += ".XXXXXX";
+    size_t slash = path.rfind('/');
+    if (slash == std::string::npos)
+        return UCI_ERR_INVAL;
+    std::string tmp = path.substr(0, slash + 1) + "." + path.substr(slash + 1) + ".XXXXXX";
     int fd = mkstemp(tmp.data());
     if (fd < 0)
         return UCI_ERR_IO;

@@ -106,9 +106,21 @@ arg_result take_arg(cursor &c, std::string &out)
     return ARG_OK;
 }
 
+// The words of one command. Only the first four mean anything (keyword,
+// name, value, and the one the parser checks for extra arguments); the
+// strings are reused from command to command so parsing allocates little.
+struct command {
+    std::string word[4];
+    std::string extra;
+    size_t count = 0;
+
+    std::string &next() { return count < 4 ? word[count] : extra; }
+};
+
 // Reads the words of one command; false on an unterminated quote.
-bool take_command(cursor &c, std::vector<std::string> &words)
+bool take_command(cursor &c, command &cmd)
 {
+    cmd.count = 0;
     for (;;) {
         skip_blanks(c);
         if (c.p >= c.end || *c.p == '\n')
@@ -121,10 +133,11 @@ bool take_command(cursor &c, std::vector<std::string> &words)
             c.p++;
             return true;
         }
-        std::string word;
+        std::string &word = cmd.next();
+        word.clear();
         if (take_arg(c, word) != ARG_OK)
             return false;
-        words.push_back(std::move(word));
+        cmd.count++;
     }
 }
 
@@ -144,12 +157,13 @@ void close_section(parse_state &st)
         uci_sec_name_anonymous(st.section);
 }
 
-bool do_config(parse_state &st, const std::vector<std::string> &w)
+bool do_config(parse_state &st, const command &cmd)
 {
-    if (w.size() < 2 || !uci_type_valid(w[1].c_str()))
+    const std::string *w = cmd.word;
+    if (cmd.count < 2 || !uci_type_valid(w[1].c_str()))
         return false;
     close_section(st);
-    const char *name = w.size() > 2 && !w[2].empty() ? w[2].c_str() : nullptr;
+    const char *name = cmd.count > 2 && !w[2].empty() ? w[2].c_str() : nullptr;
     if (name && !uci_name_valid(name, false))
         return false;
     uci_section *s = name ? uci_sec_find(st.p, name) : nullptr;
@@ -164,11 +178,12 @@ bool do_config(parse_state &st, const std::vector<std::string> &w)
     return s != nullptr;
 }
 
-bool do_option(parse_state &st, const std::vector<std::string> &w, bool list)
+bool do_option(parse_state &st, const command &cmd, bool list)
 {
-    if (!st.section || w.size() < 2 || !uci_name_valid(w[1].c_str(), false))
+    const std::string *w = cmd.word;
+    if (!st.section || cmd.count < 2 || !uci_name_valid(w[1].c_str(), false))
         return false;
-    const char *value = w.size() > 2 ? w[2].c_str() : "";
+    const char *value = cmd.count > 2 ? w[2].c_str() : "";
     if (list)
         return uci_opt_add_list(st.section, w[1].c_str(), value) != nullptr;
     if (!*value) {
@@ -179,16 +194,17 @@ bool do_option(parse_state &st, const std::vector<std::string> &w, bool list)
     return uci_opt_set(st.section, w[1].c_str(), value) != nullptr;
 }
 
-bool do_command(parse_state &st, const std::vector<std::string> &w)
+bool do_command(parse_state &st, const command &cmd)
 {
+    const std::string *w = cmd.word;
     if (is_keyword(w[0], "package"))
-        return w.size() >= 2 && uci_name_valid(w[1].c_str(), true); // one file, one package
+        return cmd.count >= 2 && uci_name_valid(w[1].c_str(), true); // one file, one package
     if (is_keyword(w[0], "config"))
-        return do_config(st, w);
+        return do_config(st, cmd);
     if (is_keyword(w[0], "option"))
-        return do_option(st, w, false);
+        return do_option(st, cmd, false);
     if (is_keyword(w[0], "list"))
-        return do_option(st, w, true);
+        return do_option(st, cmd, true);
     return false;
 }
 
@@ -224,6 +240,7 @@ int uci_parse_config(uci_package *p, std::string_view text, int *err_line)
 {
     cursor c{text.data(), text.data() + text.size(), 1};
     parse_state st{p, nullptr};
+    command cmd;
     while (c.p < c.end) {
         skip_blanks(c);
         if (c.p < c.end && *c.p == '\n') {
@@ -232,10 +249,9 @@ int uci_parse_config(uci_package *p, std::string_view text, int *err_line)
             continue;
         }
         int line = c.line;
-        std::vector<std::string> words;
-        bool ok = take_command(c, words);
-        if (ok && !words.empty())
-            ok = do_command(st, words);
+        bool ok = take_command(c, cmd);
+        if (ok && cmd.count > 0)
+            ok = do_command(st, cmd);
         if (!ok) {
             if (err_line)
                 *err_line = line;

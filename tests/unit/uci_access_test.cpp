@@ -1,0 +1,175 @@
+// The access layer over a real store: JSON forms, edits and commits.
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+#include <uci.h>
+
+#include <memory>
+
+#include "platform/uci_access.h"
+#include "uci_test_util.h"
+
+namespace {
+
+using ctx_ptr = std::unique_ptr<uci_context, ctx_deleter>;
+
+struct json_deleter {
+    void operator()(json_object *o) const { json_object_put(o); }
+};
+using json_ptr = std::unique_ptr<json_object, json_deleter>;
+
+std::string text(json_object *o)
+{
+    return o ? json_object_to_json_string_ext(o, JSON_C_TO_STRING_PLAIN) : "null";
+}
+
+class UciAccess : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        d.write("pkg", "config kind 'full'\n\toption a 'x'\n\tlist l 'p'\n\tlist l 'q'\n"
+                       "config kind 'bare'\n"
+                       "config T 'T_1'\n"
+                       "config other 'T_2'\n"
+                       "config T 'T_3'\n"
+                       "config kind\n\toption z '1'\n");
+        ctx.reset(d.context());
+    }
+    uci_dirs d;
+    ctx_ptr ctx;
+};
+
+TEST_F(UciAccess, SectionPackageAndTypeForms)
+{
+    json_ptr full(get_uci_section(ctx.get(), "pkg", "full"));
+    EXPECT_EQ(text(full.get()), R"({".name":"full",".type":"kind","a":"x","l":["p","q"]})");
+    json_ptr bare(get_uci_section(ctx.get(), "pkg", "bare"));
+    EXPECT_EQ(text(bare.get()), R"({".name":"bare",".type":"kind"})");
+    EXPECT_EQ(get_uci_section(ctx.get(), "pkg", "nosuch"), nullptr);
+    EXPECT_EQ(get_uci_section(ctx.get(), "nopkg", "full"), nullptr);
+
+    json_ptr pkg(get_uci_package(ctx.get(), "pkg"));
+    ASSERT_TRUE(pkg);
+    EXPECT_EQ(json_object_object_length(pkg.get()), 6);
+    json_ptr types(get_uci_section_type(ctx.get(), "pkg", "kind"));
+    ASSERT_EQ(json_object_array_length(types.get()), 3u);
+    std::string last = text(json_object_array_get_idx(types.get(), 2));
+    EXPECT_NE(last.find(R"(":{".name":"cfg06)"), std::string::npos) << last;
+    json_ptr none(get_uci_section_type(ctx.get(), "pkg", "absent"));
+    EXPECT_EQ(text(none.get()), "[]");
+    json_ptr names(get_sec_names_by_type(ctx.get(), "pkg", "T"));
+    EXPECT_EQ(text(names.get()), R"(["T_1","T_3"])");
+    json_ptr l(get_uci_option(ctx.get(), "pkg", "full", "l"));
+    EXPECT_EQ(text(l.get()), R"(["p","q"])");
+    EXPECT_EQ(get_uci_option(ctx.get(), "pkg", "full", "nope"), nullptr);
+}
+
+TEST_F(UciAccess, EmptyListIsAnEmptyArray)
+{
+    for (int i = 0; i < 2; i++)
+        ASSERT_EQ(delete_opt_value(ctx.get(), "pkg", "full", "l", "0"), 0);
+    json_ptr full(get_uci_section(ctx.get(), "pkg", "full"));
+    EXPECT_EQ(text(full.get()), R"({".name":"full",".type":"kind","a":"x","l":[]})");
+}
+
+TEST_F(UciAccess, CountsAndFreeIndex)
+{
+    EXPECT_EQ(get_sec_type_num(ctx.get(), "pkg", "kind"), 3);
+    EXPECT_EQ(get_sec_type_num(ctx.get(), "pkg", "absent"), 0);
+    EXPECT_EQ(get_sec_type_num(ctx.get(), "nopkg", "kind"), -1);
+    // T_2 exists but is of another type, so it is free for type T.
+    EXPECT_EQ(get_free_section_index(ctx.get(), "pkg", "T"), 2);
+    EXPECT_EQ(get_free_section_index(ctx.get(), "pkg", "absent"), 1);
+    EXPECT_EQ(get_free_section_index(ctx.get(), "nopkg", "T"), -1);
+    EXPECT_EQ(section_exist(ctx.get(), "pkg", "T_3"), 1);
+    EXPECT_EQ(section_exist(ctx.get(), "pkg", "T_4"), 0);
+    EXPECT_EQ(section_exist(ctx.get(), "nopkg", "T_3"), 0);
+}
+
+TEST_F(UciAccess, SetSectionWritesStringsIntsAndWholeLists)
+{
+    json_ptr obj(json_tokener_parse(R"({"a":"y","b":5,"l":["1",2,true,null],"d":true})"));
+    EXPECT_EQ(set_uci_section(ctx.get(), "pkg", "full", obj.get()), 0);
+    json_ptr full(get_uci_section(ctx.get(), "pkg", "full"));
+    EXPECT_EQ(text(full.get()), R"({".name":"full",".type":"kind","a":"y","b":"5","l":["1","2"]})");
+    // Staged: another context sees it before any commit.
+    ctx_ptr other(d.context());
+    json_ptr seen(get_uci_section(other.get(), "pkg", "full"));
+    EXPECT_EQ(text(seen.get()), text(full.get()));
+
+    json_ptr arr(json_tokener_parse("[1]"));
+    EXPECT_EQ(set_uci_section(ctx.get(), "pkg", "full", arr.get()), -1);
+    EXPECT_EQ(set_uci_section(ctx.get(), "pkg", "nosuch", obj.get()), 0); // missing: not an error
+    EXPECT_EQ(section_exist(ctx.get(), "pkg", "nosuch"), 0);
+    EXPECT_GT(set_uci_section(ctx.get(), "nopkg", "full", obj.get()), 0);
+}
+
+TEST_F(UciAccess, OptionValues)
+{
+    EXPECT_STREQ(get_opt_value(ctx.get(), "pkg", "full", "a"), "x");
+    EXPECT_EQ(get_opt_value(ctx.get(), "pkg", "full", "l"), nullptr);
+    struct { const char *value; int expect; } cases[] = {
+        {"+12", 12}, {"-3", -1}, {"1a", -1}, {"", 0}, {"007", 7}, {"99999999999", -1}, {"-0", 0},
+    };
+    for (const auto &c : cases) {
+        // An empty value would delete the option, so that case goes in through the file.
+        if (*c.value)
+            ASSERT_EQ(set_opt_value(ctx.get(), "pkg", "bare", "n", c.value), 0);
+        else
+            d.write("pkg", "config kind 'bare'\n\toption n ''\n");
+        ctx_ptr fresh(d.context());
+        uci_context *use = *c.value ? ctx.get() : fresh.get();
+        EXPECT_EQ(get_opt_int_value(use, "pkg", "bare", "n"), *c.value ? c.expect : -1) << c.value;
+    }
+    EXPECT_EQ(get_opt_int_value(ctx.get(), "pkg", "bare", "missing"), -1);
+    EXPECT_EQ(set_opt_value(ctx.get(), "pkg", "nosuch", "n", "1"), -1);
+    EXPECT_EQ(delete_opt_value(ctx.get(), "pkg", "full", "missing", nullptr), -1);
+    EXPECT_EQ(delete_opt_value(ctx.get(), "pkg", "full", "a", nullptr), 0);
+    EXPECT_EQ(get_opt_value(ctx.get(), "pkg", "full", "a"), nullptr);
+}
+
+TEST_F(UciAccess, SectionLifecycleAndCommits)
+{
+    EXPECT_EQ(add_new_section(ctx.get(), "pkg", "T", "T_2b"), 0);
+    EXPECT_EQ(add_new_section(ctx.get(), "pkg", "T", "bad-name"), -1);
+    EXPECT_EQ(rename_section(ctx.get(), "pkg", "T_2b", "T_4"), 0);
+    EXPECT_EQ(rename_section(ctx.get(), "pkg", "gone", "T_5"), -1);
+    EXPECT_EQ(delete_section(ctx.get(), "pkg", "bare"), 0);
+    EXPECT_EQ(delete_section(ctx.get(), "pkg", "bare"), -1);
+    EXPECT_EQ(delete_section_type(ctx.get(), "pkg", "kind"), 0);
+    EXPECT_EQ(delete_section_type(ctx.get(), "nopkg", "kind"), -1);
+    std::string before = d.read("pkg");
+    EXPECT_EQ(commit_package(ctx.get(), "pkg"), 0);
+    EXPECT_NE(d.read("pkg"), before);
+    EXPECT_EQ(d.read("pkg"), "\nconfig T 'T_1'\n\nconfig other 'T_2'\n\nconfig T 'T_3'\n\nconfig T 'T_4'\n\n");
+    EXPECT_EQ(d.changes("pkg"), "");
+    EXPECT_EQ(commit_package(ctx.get(), "nopkg"), -1);
+}
+
+TEST_F(UciAccess, LightCommitIsVisibleWithoutRewritingTheFile)
+{
+    std::string before = d.read("pkg");
+    ASSERT_EQ(set_opt_value(ctx.get(), "pkg", "full", "a", "light"), 0);
+    ASSERT_EQ(dummy_commit_package(ctx.get(), "pkg"), 0);
+    EXPECT_EQ(d.read("pkg"), before); // flash copy untouched (it was just written)
+    ctx_ptr other(d.context());
+    EXPECT_STREQ(get_opt_value(other.get(), "pkg", "full", "a"), "light");
+    // An ordinary commit of the package later writes it out.
+    ASSERT_EQ(commit_package(other.get(), "pkg"), 0);
+    EXPECT_NE(d.read("pkg").find("option a 'light'"), std::string::npos);
+    EXPECT_EQ(dummy_commit_package(ctx.get(), "nopkg"), -1);
+}
+
+TEST_F(UciAccess, NullArgumentsFailQuietly)
+{
+    EXPECT_EQ(get_uci_section(nullptr, "pkg", "full"), nullptr);
+    EXPECT_EQ(single_section(nullptr), nullptr);
+    EXPECT_EQ(get_uci_package(ctx.get(), nullptr), nullptr);
+    EXPECT_EQ(set_uci_section(ctx.get(), "pkg", nullptr, nullptr), -1);
+    EXPECT_EQ(section_exist(ctx.get(), nullptr, "x"), 0);
+    EXPECT_EQ(get_sec_type_num(nullptr, "pkg", "T"), -1);
+    EXPECT_EQ(set_opt_value(ctx.get(), "pkg", "full", "a", nullptr), -1);
+    EXPECT_EQ(get_opt_value_dup(nullptr, "s", "o"), nullptr);
+    EXPECT_EQ(commit_package(nullptr, "pkg"), -1);
+}
+
+} // namespace

@@ -1,0 +1,299 @@
+// The host store must read and write the files a device has, unchanged.
+#include <gtest/gtest.h>
+#include <uci.h>
+
+#include <memory>
+
+#include "uci_test_util.h"
+
+namespace {
+
+using ctx_ptr = std::unique_ptr<uci_context, ctx_deleter>;
+
+std::string export_of(uci_context *ctx, uci_package *p)
+{
+    char *buf = nullptr;
+    size_t len = 0;
+    FILE *f = open_memstream(&buf, &len);
+    uci_export(ctx, f, p, false);
+    fclose(f);
+    std::string s(buf, len);
+    free(buf);
+    return s;
+}
+
+const char *opt(uci_context *ctx, const char *tuple)
+{
+    static thread_local std::string copy;
+    copy = tuple;
+    uci_ptr ptr{};
+    if (uci_lookup_ptr(ctx, &ptr, copy.data(), true) != UCI_OK || !ptr.o ||
+        ptr.o->type != UCI_TYPE_STRING)
+        return nullptr;
+    return ptr.o->v.string;
+}
+
+std::vector<std::string> list(uci_context *ctx, const char *tuple)
+{
+    std::string copy = tuple;
+    uci_ptr ptr{};
+    std::vector<std::string> out;
+    if (uci_lookup_ptr(ctx, &ptr, copy.data(), true) != UCI_OK || !ptr.o ||
+        ptr.o->type != UCI_TYPE_LIST)
+        return out;
+    uci_element *e;
+    uci_foreach_element(&ptr.o->v.list, e) out.push_back(e->name);
+    return out;
+}
+
+const char kTricky[] =
+    "# leading comment\n"
+    "package 'tricky'\n"
+    "\n"
+    "config sys 'main'   # trailing comment\n"
+    "\toption plain word\n"
+    "\toption sq 'it'\\''s'\n"
+    "\toption dq \"say \\\"hi\\\" \\\\ back\"\n"
+    "\toption multi 'line1\n"
+    "line2'\n"
+    "\toption utf8 '\xe6\x91\x84\xe5\x83\x8f\xe5\xa4\xb4 \xe2\x9c\x93'\n"
+    "\toption joined 'a'\"b\"c\n"
+    "\tlist empty_item ''\n"
+    "\tlist l1 a\n"
+    "\tlist l1 \"b c\"\n"
+    "config anon\n"
+    "\toption x 1\n"
+    "config anon\n"
+    "\toption x 2; option y 3\n"
+    "c short 'n1'\n"
+    "\to k v\n"
+    "\tl k2 v2\n"
+    "\n"
+    "config sys 'main'\n"
+    "\toption merged yes\n"
+    "\toption plain replaced\n";
+
+TEST(UciFormat, ReadsQuotingEscapesListsAndMergedSections)
+{
+    uci_dirs d;
+    d.write("tricky", kTricky);
+    ctx_ptr ctx(d.context());
+    uci_package *p = nullptr;
+    ASSERT_EQ(uci_load(ctx.get(), "tricky", &p), UCI_OK);
+
+    EXPECT_STREQ(opt(ctx.get(), "tricky.main.plain"), "replaced");
+    EXPECT_STREQ(opt(ctx.get(), "tricky.main.sq"), "it's");
+    EXPECT_STREQ(opt(ctx.get(), "tricky.main.dq"), "say \"hi\" \\ back");
+    EXPECT_STREQ(opt(ctx.get(), "tricky.main.multi"), "line1\nline2");
+    EXPECT_STREQ(opt(ctx.get(), "tricky.main.utf8"), "\xe6\x91\x84\xe5\x83\x8f\xe5\xa4\xb4 \xe2\x9c\x93");
+    EXPECT_STREQ(opt(ctx.get(), "tricky.main.joined"), "abc");
+    EXPECT_STREQ(opt(ctx.get(), "tricky.main.merged"), "yes");
+    EXPECT_EQ(list(ctx.get(), "tricky.main.l1"), (std::vector<std::string>{"a", "b c"}));
+    EXPECT_EQ(list(ctx.get(), "tricky.main.empty_item"), (std::vector<std::string>{""}));
+    EXPECT_STREQ(opt(ctx.get(), "tricky.n1.k"), "v");
+    EXPECT_STREQ(opt(ctx.get(), "tricky.@anon[1].y"), "3");
+    EXPECT_STREQ(opt(ctx.get(), "tricky.@anon[-1].x"), "2");
+
+    // Sections keep file order; the merged one stays where it first appeared.
+    std::vector<std::string> names;
+    uci_element *e;
+    uci_foreach_element(&p->sections, e) names.push_back(e->name);
+    ASSERT_EQ(names.size(), 4u);
+    EXPECT_EQ(names[0], "main");
+    EXPECT_EQ(names[3], "n1");
+    // Anonymous names: "cfg", ordinal, 16-bit hash, and stable across loads.
+    EXPECT_EQ(names[1].rfind("cfg02", 0), 0u);
+    EXPECT_EQ(names[1].size(), 9u);
+    EXPECT_EQ(names[2].rfind("cfg03", 0), 0u);
+    ctx_ptr again(d.context());
+    uci_package *p2 = nullptr;
+    ASSERT_EQ(uci_load(again.get(), "tricky", &p2), UCI_OK);
+    EXPECT_EQ(list_to_element(p2->sections.next->next)->name, names[1]);
+}
+
+TEST(UciFormat, ExportIsCanonicalAndReadsBackUnchanged)
+{
+    uci_dirs d;
+    d.write("tricky", kTricky);
+    ctx_ptr ctx(d.context());
+    uci_package *p = nullptr;
+    ASSERT_EQ(uci_load(ctx.get(), "tricky", &p), UCI_OK);
+    std::string first = export_of(ctx.get(), p);
+    EXPECT_NE(first.find("\nconfig sys 'main'\n\toption plain 'replaced'\n\toption sq 'it'\\''s'\n"),
+              std::string::npos);
+    EXPECT_NE(first.find("\tlist l1 'a'\n\tlist l1 'b c'\n"), std::string::npos);
+    EXPECT_NE(first.find("\nconfig anon\n\toption x '1'\n"), std::string::npos);
+    EXPECT_EQ(first.find("package"), std::string::npos);
+
+    d.write("copy", first);
+    ctx_ptr ctx2(d.context());
+    uci_package *q = nullptr;
+    ASSERT_EQ(uci_load(ctx2.get(), "copy", &q), UCI_OK);
+    EXPECT_EQ(export_of(ctx2.get(), q), first);
+    EXPECT_STREQ(opt(ctx2.get(), "copy.main.multi"), "line1\nline2");
+}
+
+TEST(UciFormat, BigChannelPackageRoundTrips)
+{
+    std::string text;
+    for (int ch = 1; ch <= 128; ch++) {
+        for (const char *kind : {"motion", "alarm", "notif", "plan"}) {
+            text += "config " + std::string(kind) + " 'chn" + std::to_string(ch) + "_" + kind + "'\n";
+            text += "\toption enable '1'\n\toption sensitivity '" + std::to_string(ch % 10) + "'\n";
+            text += "\tlist period '0000-2359'\n\tlist period '0800-1200:1'\n";
+        }
+    }
+    uci_dirs d;
+    d.write("big", text);
+    ctx_ptr ctx(d.context());
+    uci_package *p = nullptr;
+    ASSERT_EQ(uci_load(ctx.get(), "big", &p), UCI_OK);
+    EXPECT_EQ(p->n_section, 512);
+    EXPECT_STREQ(opt(ctx.get(), "big.chn128_plan.sensitivity"), "8");
+    std::string out = export_of(ctx.get(), p);
+    d.write("big2", out);
+    ctx_ptr ctx2(d.context());
+    uci_package *q = nullptr;
+    ASSERT_EQ(uci_load(ctx2.get(), "big2", &q), UCI_OK);
+    EXPECT_EQ(export_of(ctx2.get(), q), out);
+}
+
+TEST(UciFormat, RejectsMalformedFiles)
+{
+    const char *bad[] = {
+        "config a 'x\n\toption b c\n",        // unterminated quote
+        "option a b\n",                       // option before any section
+        "config a 'bad-name'\n",              // '-' is not allowed in a section name
+        "config a x\n\tfrobnicate k v\n",     // unknown command
+        "config\n",                           // section without a type
+        "config a x\n\toption 'b.c' v\n",     // option name with a dot
+    };
+    for (const char *text : bad) {
+        uci_dirs d;
+        d.write("bad", text);
+        ctx_ptr ctx(d.context());
+        uci_package *p = nullptr;
+        EXPECT_EQ(uci_load(ctx.get(), "bad", &p), UCI_ERR_PARSE) << text;
+    }
+    uci_dirs d;
+    ctx_ptr ctx(d.context());
+    uci_package *p = nullptr;
+    EXPECT_EQ(uci_load(ctx.get(), "missing", &p), UCI_ERR_NOTFOUND);
+    d.write("twice", "config a b\n");
+    EXPECT_EQ(uci_load(ctx.get(), "twice", &p), UCI_OK);
+    EXPECT_EQ(uci_load(ctx.get(), "twice", &p), UCI_ERR_DUPLICATE);
+}
+
+int set(uci_context *ctx, const char *tuple)
+{
+    std::string copy = tuple;
+    uci_ptr ptr{};
+    int rc = uci_lookup_ptr(ctx, &ptr, copy.data(), true);
+    return rc ? rc : uci_set(ctx, &ptr);
+}
+
+TEST(UciChanges, StagedChangesReplayInOrderInAnotherContext)
+{
+    uci_dirs d;
+    d.write("pkg", "config t 'sec'\n\toption keep 'k'\n\toption gone 'g'\n\toption o 'old'\n");
+    {
+        ctx_ptr a(d.context());
+        ASSERT_EQ(set(a.get(), "pkg.sec.o=it's new"), UCI_OK);
+        ASSERT_EQ(set(a.get(), "pkg.sec.o=it's new"), UCI_OK); // same value: no record
+        std::string t = "pkg.sec.l=x";
+        uci_ptr ptr{};
+        ASSERT_EQ(uci_lookup_ptr(a.get(), &ptr, t.data(), true), UCI_OK);
+        ASSERT_EQ(uci_add_list(a.get(), &ptr), UCI_OK);
+        t = "pkg.sec.gone";
+        ASSERT_EQ(uci_lookup_ptr(a.get(), &ptr, t.data(), true), UCI_OK);
+        ASSERT_EQ(uci_delete(a.get(), &ptr), UCI_OK);
+        t = "pkg.sec=renamed";
+        ASSERT_EQ(uci_lookup_ptr(a.get(), &ptr, t.data(), true), UCI_OK);
+        ASSERT_EQ(uci_rename(a.get(), &ptr), UCI_OK);
+        ASSERT_EQ(set(a.get(), "pkg.renamed.after=1"), UCI_OK); // only valid after the rename
+        ASSERT_EQ(uci_save(a.get(), ptr.p), UCI_OK);
+    }
+    EXPECT_EQ(d.changes("pkg"),
+              "pkg.sec.o='it'\\''s new'\n|pkg.sec.l='x'\n-pkg.sec.gone\n@pkg.sec='renamed'\n"
+              "pkg.renamed.after='1'\n");
+    EXPECT_EQ(d.read("pkg").find("renamed"), std::string::npos); // the file is untouched
+
+    ctx_ptr b(d.context());
+    EXPECT_STREQ(opt(b.get(), "pkg.renamed.o"), "it's new");
+    EXPECT_STREQ(opt(b.get(), "pkg.renamed.keep"), "k");
+    EXPECT_STREQ(opt(b.get(), "pkg.renamed.after"), "1");
+    EXPECT_EQ(opt(b.get(), "pkg.renamed.gone"), nullptr);
+    EXPECT_EQ(list(b.get(), "pkg.renamed.l"), std::vector<std::string>{"x"});
+
+    std::string t = "pkg";
+    uci_ptr ptr{};
+    ASSERT_EQ(uci_lookup_ptr(b.get(), &ptr, t.data(), true), UCI_OK);
+    ASSERT_EQ(uci_commit(b.get(), &ptr.p, false), UCI_OK);
+    EXPECT_EQ(d.changes("pkg"), "");
+    EXPECT_EQ(d.read("pkg"), "\nconfig t 'renamed'\n\toption keep 'k'\n\toption o 'it'\\''s new'\n"
+                             "\tlist l 'x'\n\toption after '1'\n\n");
+    ctx_ptr c(d.context());
+    EXPECT_STREQ(opt(c.get(), "pkg.renamed.o"), "it's new"); // committed once, not replayed twice
+    EXPECT_EQ(list(c.get(), "pkg.renamed.l"), std::vector<std::string>{"x"});
+}
+
+TEST(UciChanges, EditingRulesMatchTheLibrary)
+{
+    uci_dirs d;
+    d.write("pkg", "config t 'sec'\n\toption s 'v'\n\tlist l 'a'\n\tlist l 'b'\n\tlist l 'c'\n");
+    ctx_ptr ctx(d.context());
+    // A missing package is the only lookup failure; a missing option is not.
+    std::string t = "nopkg.sec";
+    uci_ptr ptr{};
+    EXPECT_EQ(uci_lookup_ptr(ctx.get(), &ptr, t.data(), true), UCI_ERR_NOTFOUND);
+    t = "pkg.sec.none";
+    ASSERT_EQ(uci_lookup_ptr(ctx.get(), &ptr, t.data(), true), UCI_OK);
+    EXPECT_FALSE(ptr.flags & uci_ptr::UCI_LOOKUP_COMPLETE);
+    EXPECT_EQ(ptr.last, &ptr.s->e);
+    // An option in a missing section cannot be set; a section can be created.
+    EXPECT_EQ(set(ctx.get(), "pkg.nosec.o=1"), UCI_ERR_INVAL);
+    EXPECT_EQ(set(ctx.get(), "pkg.newsec=kind"), UCI_OK);
+    EXPECT_STREQ(uci_to_section(list_to_element(ptr.p->sections.prev))->type, "kind");
+    // Adding to a plain option turns it into a list.
+    t = "pkg.sec.s=w";
+    ASSERT_EQ(uci_lookup_ptr(ctx.get(), &ptr, t.data(), true), UCI_OK);
+    ASSERT_EQ(uci_add_list(ctx.get(), &ptr), UCI_OK);
+    EXPECT_EQ(list(ctx.get(), "pkg.sec.s"), (std::vector<std::string>{"v", "w"}));
+    // A numeric value deletes that list item only.
+    t = "pkg.sec.l=1";
+    ASSERT_EQ(uci_lookup_ptr(ctx.get(), &ptr, t.data(), true), UCI_OK);
+    ASSERT_EQ(uci_delete(ctx.get(), &ptr), UCI_OK);
+    EXPECT_EQ(list(ctx.get(), "pkg.sec.l"), (std::vector<std::string>{"a", "c"}));
+    // An empty value removes the option.
+    EXPECT_EQ(set(ctx.get(), "pkg.sec.s="), UCI_OK);
+    EXPECT_EQ(opt(ctx.get(), "pkg.sec.s"), nullptr);
+    // Renaming onto an existing section is refused.
+    t = "pkg.sec=newsec";
+    ASSERT_EQ(uci_lookup_ptr(ctx.get(), &ptr, t.data(), true), UCI_OK);
+    EXPECT_EQ(uci_rename(ctx.get(), &ptr), UCI_ERR_DUPLICATE);
+    ASSERT_EQ(uci_save(ctx.get(), ptr.p), UCI_OK);
+
+    ctx_ptr other(d.context());
+    EXPECT_EQ(list(other.get(), "pkg.sec.l"), (std::vector<std::string>{"a", "c"}));
+    EXPECT_EQ(opt(other.get(), "pkg.sec.s"), nullptr);
+    EXPECT_STREQ(opt(other.get(), "pkg.@kind[0].missing"), nullptr);
+}
+
+TEST(UciChanges, AnonymousSectionsAddedAtRunTimeSurviveTheLog)
+{
+    uci_dirs d;
+    d.write("pkg", "config t 'sec'\n");
+    ctx_ptr ctx(d.context());
+    uci_package *p = nullptr;
+    ASSERT_EQ(uci_load(ctx.get(), "pkg", &p), UCI_OK);
+    uci_section *s = nullptr;
+    ASSERT_EQ(uci_add_section(ctx.get(), p, "rule", &s), UCI_OK);
+    std::string name = s->e.name;
+    EXPECT_EQ(name.rfind("cfg", 0), 0u);
+    std::string t = "pkg." + name + ".v=1";
+    EXPECT_EQ(set(ctx.get(), t.c_str()), UCI_OK);
+    ASSERT_EQ(uci_commit(ctx.get(), &p, false), UCI_OK);
+    EXPECT_EQ(d.read("pkg"), "\nconfig t 'sec'\n\nconfig rule\n\toption v '1'\n\n");
+}
+
+} // namespace

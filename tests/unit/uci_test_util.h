@@ -1,0 +1,54 @@
+// Scratch uci directories for the store's tests.
+#pragma once
+
+#include <uci.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+struct uci_dirs {
+    std::string root, conf, save;
+
+    uci_dirs()
+    {
+        char tmpl[] = "/tmp/dsd-uci-XXXXXX";
+        root = mkdtemp(tmpl);
+        conf = root + "/config";
+        save = root + "/save";
+        std::string cmd = "mkdir -p " + conf + " " + save;
+        if (system(cmd.c_str()) != 0)
+            abort();
+    }
+    ~uci_dirs()
+    {
+        std::string cmd = "rm -rf " + root;
+        if (system(cmd.c_str()) != 0)
+            abort();
+    }
+    uci_context *context() const
+    {
+        uci_context *ctx = uci_alloc_context();
+        uci_set_confdir(ctx, conf.c_str());
+        uci_set_savedir(ctx, save.c_str());
+        return ctx;
+    }
+    void write(const std::string &name, const std::string &text) const
+    {
+        std::ofstream(conf + "/" + name, std::ios::binary) << text;
+    }
+    static std::string slurp(const std::string &path)
+    {
+        std::ifstream in(path, std::ios::binary);
+        std::stringstream ss;
+        ss << in.rdbuf();
+        return ss.str();
+    }
+    std::string read(const std::string &name) const { return slurp(conf + "/" + name); }
+    std::string changes(const std::string &name) const { return slurp(save + "/" + name); }
+};
+
+struct ctx_deleter {
+    void operator()(uci_context *c) const { uci_free_context(c); }
+};
