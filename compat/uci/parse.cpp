@@ -220,10 +220,19 @@ void append_quoted(std::string &out, const char *s)
     out += '\'';
 }
 
-const char change_prefix[] = {
-    [CMD_ADD] = '+', [CMD_REMOVE] = '-', [CMD_CHANGE] = 0, [CMD_RENAME] = '@',
-    [CMD_REORDER] = '^', [CMD_LIST_ADD] = '|', [CMD_LIST_DEL] = '~',
-};
+// Types are written bare, as uci does; one holding a character the parser
+// would read differently ('#', ';', quotes, '\\') is quoted so it reads back.
+void append_type(std::string &out, const char *type)
+{
+    if (strpbrk(type, "#;'\"\\"))
+        append_quoted(out, type);
+    else
+        out += type;
+}
+
+// Save-file prefix of each command, indexed by uci_command_host.
+const char change_prefix[] = {'+', '-', 0, '@', '^', '|', '~'};
+static_assert(sizeof change_prefix == CMD_LIST_DEL + 1, "one prefix per command");
 
 int command_of(char c)
 {
@@ -325,7 +334,7 @@ std::string uci_export_text(uci_package *p, bool header)
     uci_foreach_element(&p->sections, se) {
         uci_section *s = uci_to_section(se);
         out += "\nconfig ";
-        out += s->type;
+        append_type(out, s->type);
         if (!s->anonymous) {
             out += ' ';
             append_quoted(out, s->e.name);

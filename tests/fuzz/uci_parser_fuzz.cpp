@@ -1,0 +1,51 @@
+// Arbitrary bytes as a config file and as a change log. Whatever parses must
+// export to a text that parses back to the same export.
+#include <uci.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "compat/uci/uci_internal.h"
+
+namespace {
+
+std::string round(uci_context *ctx, const char *name, std::string_view text, bool *ok)
+{
+    uci_package *p = uci_pkg_new(ctx, name);
+    *ok = p && uci_parse_config(p, text, nullptr) == UCI_OK;
+    std::string out = *ok ? uci_export_text(p, false) : std::string();
+    uci_pkg_free(p);
+    return out;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    std::string_view text(reinterpret_cast<const char *>(data), size);
+    uci_context *ctx = uci_alloc_context();
+    bool ok = false;
+    std::string first = round(ctx, "fuzz", text, &ok);
+    if (ok) {
+        bool again = false;
+        std::string second = round(ctx, "fuzz", first, &again);
+        if (!again || second != first)
+            abort();
+    }
+    // The same bytes as a change log replayed onto an empty package.
+    std::vector<uci_change> changes;
+    uci_parse_changes(text, "fuzz", changes);
+    uci_package *p = uci_pkg_new(ctx, "fuzz");
+    for (const auto &c : changes) {
+        uci_apply_change(p, c);
+        (void)uci_format_change("fuzz", c);
+    }
+    (void)uci_export_text(p, true);
+    uci_pkg_free(p);
+    uci_free_context(ctx);
+    return 0;
+}
