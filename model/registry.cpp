@@ -1,0 +1,295 @@
+// The module registry: a doubly linked list of static module descriptors
+// under one head, built by the constructors at start-up and read without
+// locks afterwards.
+#include "model/registry.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "model/model_raii.h"
+#include "model/module_table.h"
+#include "platform/jso.h"
+#include "platform/trace.h"
+#include "platform/uci_access.h"
+
+// Written once by model_init / model_destory on the main thread before the
+// workers start and after they stop; workers only read it.
+static ds_model_root *g_model_root = nullptr;
+
+ds_model_root *model_init(void)
+{
+    auto *root = static_cast<ds_model_root *>(calloc(1, sizeof(ds_model_root)));
+    if (!root) {
+        DS_ERR("Malloc list head failed.");
+        return nullptr;
+    }
+    root->next = reinterpret_cast<ds_module *>(root);
+    root->prev = reinterpret_cast<ds_module *>(root);
+    root->count = 0;
+    g_model_root = root;
+    return root;
+}
+
+ds_model_root *get_model_root(void)
+{
+    return g_model_root;
+}
+
+// The list head doubles as the end marker of the walk.
+static bool is_head(const ds_model_root *root, const ds_module *m)
+{
+    return m == reinterpret_cast<const ds_module *>(root);
+}
+
+int model_register(ds_model_root *root)
+{
+    if (!root) {
+        DS_ERR("Invalid param.");
+        return -1;
+    }
+    for (const ds_module_ctor *c = ds_module_table; c->name; ++c) {
+        if (!c->init || c->init() != 0) {
+            DS_ERR("Register module %s failed.", c->name);
+            return -1;
+        }
+    }
+    return 0;
+}
+
+ds_module *get_module_node(ds_model_root *root, const char *name)
+{
+    if (!root || !name) {
+        DS_ERR("Invalid params.");
+        return nullptr;
+    }
+    for (ds_module *m = root->next; m && !is_head(root, m); m = m->next) {
+        if (m->name && strcmp(m->name, name) == 0)
+            return m;
+    }
+    DS_INFO("The module node (%s) not found.", name);
+    return nullptr;
+}
+
+int model_add(ds_model_root *root, ds_module *mod)
+{
+    if (!root || !mod || !mod->name) {
+        DS_ERR("Invalid params.");
+        return -1;
+    }
+    for (ds_module *m = root->next; m && !is_head(root, m); m = m->next) {
+        if (m->name && strcmp(m->name, mod->name) == 0) {
+            DS_ERR("Module node %s has existed.", mod->name);
+            return -1;
+        }
+    }
+    // Only real descriptors are written through; the head is updated by name
+    // so no descriptor field is ever stored into the smaller head record.
+    ds_module *head = reinterpret_cast<ds_module *>(root);
+    ds_module *tail = is_head(root, root->prev) ? nullptr : root->prev;
+    mod->next = head;
+    mod->prev = tail ? tail : head;
+    if (tail)
+        tail->next = mod;
+    else
+        root->next = mod;
+    root->prev = mod;
+    root->count++;
+    return 0;
+}
+
+int add_module_node(ds_module *mod)
+{
+    ds_model_root *root = get_model_root();
+    if (!root) {
+        DS_ERR("Get model root node failed.");
+        return -1;
+    }
+    return model_add(root, mod);
+}
+
+int model_destory(ds_model_root *root)
+{
+    if (!root) {
+        DS_ERR("Invalid param.");
+        return -1;
+    }
+    ds_module *m = root->next;
+    while (m && !is_head(root, m)) {
+        ds_module *next = m->next;
+        m->next = nullptr;
+        m->prev = nullptr;
+        root->count--;
+        m = next;
+    }
+    if (g_model_root == root)
+        g_model_root = nullptr;
+    free(root);
+    return 0;
+}
+
+const void *get_ds_node(const ds_module *mod, const char *name, int kind)
+{
+    if (!mod || !name || kind < DS_NODE_SECTION || kind > DS_NODE_ACTION) {
+        DS_ERR("Invalid params.");
+        return nullptr;
+    }
+    if (kind == DS_NODE_ACTION) {
+        for (const ds_action *a = mod->actions; a && a->keyword; ++a) {
+            if (strcmp(a->keyword, name) == 0)
+                return a;
+        }
+        return nullptr;
+    }
+    const ds_sec *table = kind == DS_NODE_SECTION ? mod->sections : mod->sec_types;
+    for (const ds_sec *s = table; s && s->name; ++s) {
+        if (strcmp(s->name, name) == 0)
+            return s;
+    }
+    return nullptr;
+}
+
+// Reads the section's uci type with a context of its own: the caller may be
+// in the middle of staging changes on the request's context.
+static const ds_sec *sec_type_from_uci(const ds_module *mod, const char *section_name)
+{
+    uci_ctx_ptr uci(dsd_uci_alloc());
+    if (!uci)
+        return nullptr;
+    // The module name, not its package, names the uci package here ("ptz"
+    // reads package "ptz", not "ptz_tour"): clients rely on this behaviour.
+    jso_ptr sec(get_uci_section(uci.get(), mod->name, section_name));
+    if (!sec)
+        return nullptr;
+    const char *type = jso_obj_get_string_origin(sec.get(), ".type");
+    if (!type)
+        return nullptr;
+    DS_INFO("sec_type is :%s", type);
+    for (const ds_sec *s = mod->sec_types; s->name; ++s) {
+        if (strcmp(s->name, type) == 0)
+            return s;
+    }
+    return nullptr;
+}
+
+const ds_sec *get_sec_type(const ds_module *mod, const char *section_name)
+{
+    if (!mod || !section_name) {
+        DS_ERR("Invalid params.");
+        return nullptr;
+    }
+    if (!mod->sec_types)
+        return nullptr;
+    // A type name contained in the section name decides without touching
+    // uci (chn3_alarm_setting -> "alarm_setting"); earlier rows win.
+    for (const ds_sec *s = mod->sec_types; s->name; ++s) {
+        if (strstr(section_name, s->name))
+            return s;
+    }
+    return sec_type_from_uci(mod, section_name);
+}
+
+const ds_opt *get_filter_node(const ds_sec *sec, const char *option)
+{
+    if (!sec || !option) {
+        DS_ERR("Invalid params.");
+        return nullptr;
+    }
+    for (const ds_opt *o = sec->options; o && o->name; ++o) {
+        if (strcmp(o->name, option) == 0)
+            return o;
+    }
+    return nullptr;
+}
+
+int do_restart_cb(ds_context *ctx, const char *module, const char *section, int by_name)
+{
+    if (!ctx || !module || !section) {
+        DS_ERR("Invalid params.");
+        return -40101;
+    }
+    ds_model_root *root = get_model_root();
+    if (!root) {
+        DS_ERR("Get model root node failed.");
+        return -40101;
+    }
+    const ds_module *mod = get_module_node(root, module);
+    if (!mod) {
+        DS_ERR("Module %s not support.", module);
+        return -40101;
+    }
+    const auto *sec = static_cast<const ds_sec *>(
+        get_ds_node(mod, section, by_name ? DS_NODE_SECTION : DS_NODE_SEC_TYPE));
+    if (!sec) {
+        if (by_name)
+            DS_ERR("Section name %s not found.", section);
+        else
+            DS_ERR("Section type %s not found.", section);
+        return -40101;
+    }
+    if (!sec->srvcb) {
+        DS_INFO("srvcb in %s not found.", section);
+        return -40101;
+    }
+    int ret = sec->srvcb(ctx);
+    if (ret != 0)
+        DS_INFO("Run srvcb in %s failed.", section);
+    return ret;
+}
+
+// The configured channel count, from option "chan_amount" of section
+// "basic_info" in package "basic_info". A device without the option (or with
+// an unreadable one) is taken as the full 128-channel model; values outside
+// 1..128 are clamped so the per-channel tables never overflow. Any thread
+// (private uci context); called by the constructors at start-up.
+int model_channel_amount(void)
+{
+    std::unique_ptr<char, decltype(&free)> text(
+        get_opt_value_dup("basic_info", "basic_info", "chan_amount"), &free);
+    if (!text)
+        return DS_MAX_CHANNELS;
+    char *end = nullptr;
+    long n = strtol(text.get(), &end, 10);
+    if (end == text.get() || *end != '\0')
+        return DS_MAX_CHANNELS;
+    if (n < 1)
+        return 1;
+    if (n > DS_MAX_CHANNELS)
+        return DS_MAX_CHANNELS;
+    return static_cast<int>(n);
+}
+
+int model_fill_channel_rows(ds_sec *table, size_t cap, size_t *pos,
+                            const char *const *patterns,
+                            const ds_opt *const *options, size_t npatterns,
+                            int count)
+{
+    if (!table || !pos || !patterns || count < 0) {
+        DS_ERR("Invalid params.");
+        return -1;
+    }
+    size_t need = static_cast<size_t>(count) * npatterns;
+    // One row stays free for the null sentinel.
+    if (*pos > cap || cap - *pos < need + 1) {
+        DS_ERR("Section table too small.");
+        return -1;
+    }
+    for (int n = 1; n <= count; ++n) {
+        for (size_t i = 0; i < npatterns; ++i) {
+            char *name = static_cast<char *>(calloc(1, 32));
+            if (!name) {
+                DS_ERR("Malloc section name failed.");
+                return -1;
+            }
+            // n is passed twice so a pattern with a second number (a per-channel
+            // sub-index) stays defined behaviour; extra arguments are ignored.
+            snprintf(name, 32, patterns[i], n, n);
+            table[*pos] = ds_sec{.name = name, .data_kind = DS_DATA_UCI, .max_sec = 255,
+                                 .options = options ? options[i] : nullptr,
+                                 .beforesavecb = nullptr, .srvcb = nullptr, .dynamic = nullptr};
+            ++*pos;
+        }
+    }
+    table[*pos] = ds_sec{};
+    return 0;
+}
