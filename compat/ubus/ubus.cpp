@@ -256,6 +256,17 @@ static void deliver_replies(struct ubus_request *req, json_object *ans, ubus_dat
     }
 }
 
+// Host only: DSD_UBUS_MAX_TIMEOUT_MS caps every call's wait, so tests of a
+// hung peer need not sit out the daemon's 30-second default.
+static int capped_timeout(int timeout)
+{
+    const char *cap = getenv("DSD_UBUS_MAX_TIMEOUT_MS");
+    int max = cap ? atoi(cap) : 0;
+    if (max > 0 && (timeout <= 0 || timeout > max))
+        return max;
+    return timeout;
+}
+
 extern "C" int ubus_invoke(struct ubus_context *ctx, uint32_t obj, const char *method,
                            struct blob_attr *msg, ubus_data_handler_t cb, void *priv,
                            int timeout)
@@ -274,6 +285,7 @@ extern "C" int ubus_invoke(struct ubus_context *ctx, uint32_t obj, const char *m
     if (send_frame(ctx->fd, call.get()) != 0)
         return UBUS_STATUS_CONNECTION_FAILED;
     json_ptr ans;
+    timeout = capped_timeout(timeout);
     int64_t deadline = timeout > 0 ? monotonic_ms() + timeout : 0;
     int rc = await_frame(ctx, seq, deadline, &ans);
     if (rc != UBUS_STATUS_OK)
