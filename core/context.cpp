@@ -1,0 +1,190 @@
+#include "core/context.h"
+
+#include <json-c/json.h>
+#include <uci.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/trace.h"
+#include "platform/uci_access.h"
+
+namespace {
+
+ds_context g_contexts[DS_CONTEXT_COUNT];
+// Guards every context's `free` flag and the (re)allocation of its buffer and
+// uci context; taken only in alloc, release and destroy, never while a
+// request runs.
+pthread_mutex_t g_pool_lock = PTHREAD_MUTEX_INITIALIZER;
+// Records are made safe to tear down (fd -1) only by context_init.
+bool g_pool_ready = false;
+
+void wait_not_busy(ds_context *ctx)
+{
+    for (;;) {
+        pthread_mutex_lock(&ctx->lock);
+        bool busy = ctx->busy != 0;
+        pthread_mutex_unlock(&ctx->lock);
+        if (!busy)
+            return;
+        usleep(100000);
+    }
+}
+
+// Frees what a request left in the context; the buffer is handled by the caller.
+void clear_request(ds_context *ctx)
+{
+    if (ctx->fd >= 0) {
+        close(ctx->fd);
+        ctx->fd = -1;
+    }
+    free(ctx->user);
+    ctx->user = nullptr;
+    ctx->group = 0;
+    ctx->client = 0;
+    ctx->method = DS_METHOD_NONE;
+    ctx->error_code = 0;
+    json_object_put(ctx->req_obj);
+    json_object_put(ctx->res_obj);
+    ctx->req_obj = nullptr;
+    ctx->res_obj = nullptr;
+    if (ctx->uci_ctx)
+        uci_free_context(ctx->uci_ctx);
+    ctx->uci_ctx = nullptr;
+    memset(ctx->marks, 0, sizeof ctx->marks);
+}
+
+bool give_buffer(ds_context *ctx)
+{
+    ctx->buf = static_cast<uint8_t *>(calloc(1, DS_BUF_SIZE));
+    if (!ctx->buf) {
+        DS_ERR("Malloc buffer failed.");
+        return false;
+    }
+    ctx->buf_size = DS_BUF_SIZE;
+    return true;
+}
+
+bool give_uci(ds_context *ctx)
+{
+    ctx->uci_ctx = dsd_uci_alloc();
+    if (!ctx->uci_ctx) {
+        DS_ERR("Uci context alloc failed.");
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+int context_init(void)
+{
+    // Every record is made safe to tear down before anything is allocated,
+    // so a failure half-way can release the whole pool the same way.
+    for (ds_context &ctx : g_contexts) {
+        memset(&ctx, 0, sizeof ctx);
+        pthread_mutex_init(&ctx.lock, nullptr);
+        ctx.fd = -1;
+    }
+    g_pool_ready = true;
+    for (ds_context &ctx : g_contexts) {
+        if (!give_buffer(&ctx) || !give_uci(&ctx)) {
+            context_destroy();
+            return 0;
+        }
+        ctx.free = 1;
+        ctx.busy = 0;
+    }
+    return 1;
+}
+
+ds_context *context_alloc(void)
+{
+    pthread_mutex_lock(&g_pool_lock);
+    ds_context *found = nullptr;
+    for (ds_context &ctx : g_contexts) {
+        if (ctx.free == 1) {
+            found = &ctx;
+            break;
+        }
+    }
+    if (found && ((!found->buf && !give_buffer(found)) || (!found->uci_ctx && !give_uci(found))))
+        found = nullptr;
+    if (found)
+        found->free = 0;
+    pthread_mutex_unlock(&g_pool_lock);
+    return found;
+}
+
+void context_free(ds_context *ctx)
+{
+    if (!ctx)
+        return;
+    wait_not_busy(ctx);
+    pthread_mutex_lock(&g_pool_lock);
+    if (ctx->buf_size != DS_BUF_SIZE) {
+        // a grown buffer goes back to the heap; the next request gets a fresh one
+        free(ctx->buf);
+        ctx->buf = nullptr;
+        ctx->buf_size = 0;
+    } else {
+        memset(ctx->buf, 0, DS_BUF_SIZE);
+    }
+    clear_request(ctx);
+    ctx->busy = 0;
+    ctx->free = 1;
+    pthread_mutex_unlock(&g_pool_lock);
+}
+
+void context_destroy(void)
+{
+    if (!g_pool_ready)
+        return;
+    pthread_mutex_lock(&g_pool_lock);
+    for (ds_context &ctx : g_contexts) {
+        wait_not_busy(&ctx);
+        clear_request(&ctx);
+        free(ctx.buf);
+        ctx.buf = nullptr;
+        ctx.buf_size = 0;
+        ctx.busy = 0;
+        ctx.free = 1;
+        pthread_mutex_destroy(&ctx.lock);
+    }
+    g_pool_ready = false;
+    pthread_mutex_unlock(&g_pool_lock);
+}
+
+int context_free_count(void)
+{
+    pthread_mutex_lock(&g_pool_lock);
+    int n = 0;
+    for (const ds_context &ctx : g_contexts)
+        n += ctx.free == 1;
+    pthread_mutex_unlock(&g_pool_lock);
+    return n;
+}
+
+void context_set_busy(ds_context *ctx, int busy)
+{
+    if (!ctx)
+        return;
+    pthread_mutex_lock(&ctx->lock);
+    ctx->busy = busy ? 1 : 0;
+    pthread_mutex_unlock(&ctx->lock);
+}
+
+int context_test_mark(const ds_context *ctx, int byte, uint8_t bit)
+{
+    if (!ctx || byte < 0 || byte >= static_cast<int>(sizeof ctx->marks))
+        return 0;
+    return (ctx->marks[byte] & bit) != 0;
+}
+
+void context_set_mark(ds_context *ctx, int byte, uint8_t bit)
+{
+    if (!ctx || byte < 0 || byte >= static_cast<int>(sizeof ctx->marks))
+        return;
+    ctx->marks[byte] |= bit;
+}
