@@ -72,18 +72,18 @@ int mkconfig_write_package(const char *confdir, const char *package, const std::
     return 0;
 }
 
-// One "config" block per named row, in table order.
+// One "config" block per named row, in table order, laid out as uci's own
+// export writes it (a blank line before each block and one at the end), so a
+// later commit of an untouched package rewrites the same bytes.
 static std::string module_text(const ds_module *mod)
 {
     std::string text;
     for (const ds_sec *s = mod->sections; s && s->name; ++s) {
         if (s->data_kind != DS_DATA_UCI)
             continue;
-        if (!text.empty())
-            text += "\n";
-        text += "config " + mkconfig_section_type(s->name) + " " + quoted(s->name) + "\n";
+        text += "\nconfig " + mkconfig_section_type(s->name) + " " + quoted(s->name) + "\n";
     }
-    return text;
+    return text.empty() ? text : text + "\n";
 }
 
 int mkconfig_write_generic(const char *confdir, const ds_model_root *root)

@@ -63,8 +63,8 @@ static int parse_channels(int argc, char **argv)
 
 static int write_families(const char *confdir, int channels)
 {
-    std::string basic = "config basic_info 'basic_info'\n\toption chan_amount '" +
-                        std::to_string(channels) + "'\n";
+    std::string basic = "\nconfig basic_info 'basic_info'\n\toption chan_amount '" +
+                        std::to_string(channels) + "'\n\n";
     if (mkconfig_write_package(confdir, "basic_info", basic) != 0)
         return -1;
     if (mkconfig_write_event(confdir, channels) != 0 || mkconfig_write_chm(confdir, channels) != 0 ||
@@ -74,7 +74,7 @@ static int write_families(const char *confdir, int channels)
     // The trace threshold is read from system.sys.debug_mode at start-up.
     if (!mkconfig_package_exists(confdir, "system"))
         return mkconfig_write_package(confdir, "system",
-                                      "config system 'sys'\n\toption debug_mode '0'\n");
+                                      "\nconfig system 'sys'\n\toption debug_mode '0'\n\n");
     return 0;
 }
 
