@@ -7,6 +7,7 @@
 #include <signal.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
+#include <sys/stat.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -40,6 +41,32 @@ void sleep_ms(int ms)
     std::this_thread::sleep_for(std::chrono::milliseconds(ms));
 }
 
+// Commands a handler could run that must never touch the test machine: each
+// is replaced by a stand-in that only appends its command line to
+// <root>/commands.log. "date" passes through unless asked to set the clock.
+const char *const kStandIns[] = {
+    "reboot", "poweroff", "halt", "shutdown", "init", "telinit", "sysupgrade", "mtd",
+    "mkfs", "mkfs.ext4", "mkfs.vfat", "fdisk", "parted", "mdadm", "killall", "pkill",
+    "ifconfig", "ip", "udhcpc", "route", "iptables", "mount", "umount", "swapoff",
+    "hdparm", "smartctl", "ntpd", "hwclock", "ubus", "uci", "wifi", nullptr,
+};
+
+void write_stand_ins(const std::string &root)
+{
+    std::string bin = root + "/bin";
+    run_quiet("mkdir -p " + bin);
+    for (const char *const *name = kStandIns; *name; name++) {
+        std::string path = bin + "/" + *name;
+        std::ofstream(path) << "#!/bin/sh\necho \"" << *name << " $*\" >> '" << root
+                            << "/commands.log'\nexit 0\n";
+        chmod(path.c_str(), 0755);
+    }
+    std::string date = bin + "/date";
+    std::ofstream(date) << "#!/bin/sh\ncase \"$*\" in *-s*|*--set*) echo \"date $*\" >> '" << root
+                        << "/commands.log'; exit 0;; esac\nexec /bin/date \"$@\"\n";
+    chmod(date.c_str(), 0755);
+}
+
 } // namespace
 
 int harness_slowdown(void)
@@ -55,6 +82,7 @@ dsd_harness::dsd_harness()
     run_quiet("mkdir -p " + root + "/etc/config " + root + "/tmp/.uci " + root + "/usr/bin " + root +
               "/var/run " + root + "/var/log");
     std::ofstream(root + "/usr/bin/dsd") << "";
+    write_stand_ins(root);
     write_package("system", "\nconfig system 'sys'\n\toption debug_mode '0'\n");
 }
 
@@ -110,6 +138,8 @@ bool dsd_harness::start(const std::vector<std::string> &args)
         return false;
     if (pid == 0) {
         setenv("DSD_ROOT", root.c_str(), 1);
+        const char *path = getenv("PATH");
+        setenv("PATH", (root + "/bin:" + (path ? path : "/usr/bin:/bin")).c_str(), 1);
         int fd = open(log_path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
         dup2(fd, 1);
         dup2(fd, 2);

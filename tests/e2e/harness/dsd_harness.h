@@ -13,7 +13,10 @@ struct dsd_harness {
     std::string root; // temporary directory standing in for "/"
     pid_t pid = -1;
 
-    // Makes the root with etc/config, tmp, usr/bin/dsd (ftok's file) and var/run.
+    // Makes the root with etc/config, tmp, usr/bin/dsd (ftok's file), var/run,
+    // and bin/ with logging stand-ins for the commands that would change the
+    // machine (reboot, mkfs, ip, ...); dsd runs with bin/ first in PATH and
+    // the stand-ins append their command lines to <root>/commands.log.
     dsd_harness();
     // Stops dsd (if running), removes its shared memory and the root.
     ~dsd_harness();
