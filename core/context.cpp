@@ -1,8 +1,5 @@
 #include "core/context.h"
 
-#include "platform/trace.h"
-#include "platform/uci_access.h"
-
 #include <json-c/json.h>
 #include <uci.h>
 #include <unistd.h>
@@ -10,36 +7,38 @@
 #include <cstdlib>
 #include <cstring>
 
-// The pool is process-wide by design: one context per worker, handed out and
-// taken back under g_pool_mutex. The mutex guards every context's `free`
-// flag and the (re)allocation of its buffer and uci context; everything else
-// in a context belongs to the one worker that owns it.
-static ds_context g_contexts[DS_CONTEXT_COUNT];
-static pthread_mutex_t g_pool_mutex = PTHREAD_MUTEX_INITIALIZER;
+#include "platform/trace.h"
+#include "platform/uci_access.h"
 
-enum { BUSY_POLL_US = 100000 };
+namespace {
 
-static uint8_t *new_buffer(void)
-{
-    return static_cast<uint8_t *>(calloc(1, DS_BUF_SIZE));
-}
+ds_context g_contexts[DS_CONTEXT_COUNT];
+// Guards every context's `free` flag and the (re)allocation of its buffer and
+// uci context; taken only in alloc, release and destroy, never while a
+// request runs.
+pthread_mutex_t g_pool_lock = PTHREAD_MUTEX_INITIALIZER;
+// Records are made safe to tear down (fd -1) only by context_init.
+bool g_pool_ready = false;
 
-// Blocks until asynchronous work started by the request has let go of ctx.
-static void wait_not_busy(ds_context *ctx)
+void wait_not_busy(ds_context *ctx)
 {
     for (;;) {
         pthread_mutex_lock(&ctx->lock);
-        uint8_t busy = ctx->busy;
+        bool busy = ctx->busy != 0;
         pthread_mutex_unlock(&ctx->lock);
         if (!busy)
             return;
-        usleep(BUSY_POLL_US);
+        usleep(100000);
     }
 }
 
-// Drops every per-request field of ctx. Caller holds g_pool_mutex.
-static void reset_request_fields(ds_context *ctx)
+// Frees what a request left in the context; the buffer is handled by the caller.
+void clear_request(ds_context *ctx)
 {
+    if (ctx->fd >= 0) {
+        close(ctx->fd);
+        ctx->fd = -1;
+    }
     free(ctx->user);
     ctx->user = nullptr;
     ctx->group = 0;
@@ -47,91 +46,74 @@ static void reset_request_fields(ds_context *ctx)
     ctx->method = DS_METHOD_NONE;
     ctx->error_code = 0;
     json_object_put(ctx->req_obj);
-    ctx->req_obj = nullptr;
     json_object_put(ctx->res_obj);
+    ctx->req_obj = nullptr;
     ctx->res_obj = nullptr;
     if (ctx->uci_ctx)
         uci_free_context(ctx->uci_ctx);
     ctx->uci_ctx = nullptr;
-    memset(ctx->marks, 0, sizeof(ctx->marks));
+    memset(ctx->marks, 0, sizeof ctx->marks);
 }
 
-// Sets up one pool slot. 0, or -1 after tracing why.
-static int init_one(ds_context *ctx)
+bool give_buffer(ds_context *ctx)
 {
-    memset(static_cast<void *>(ctx), 0, sizeof(*ctx));
-    ctx->fd = -1;
-    pthread_mutex_init(&ctx->lock, nullptr);
-    ctx->free = 1;
-    ctx->buf = new_buffer();
+    ctx->buf = static_cast<uint8_t *>(calloc(1, DS_BUF_SIZE));
     if (!ctx->buf) {
-        DS_TRACE_AS("context_init", TRACE_ERROR, "Malloc buffer failed.");
-        return -1;
+        DS_ERR("Malloc buffer failed.");
+        return false;
     }
     ctx->buf_size = DS_BUF_SIZE;
+    return true;
+}
+
+bool give_uci(ds_context *ctx)
+{
     ctx->uci_ctx = dsd_uci_alloc();
     if (!ctx->uci_ctx) {
-        DS_TRACE_AS("context_init", TRACE_ERROR, "Uci context alloc failed.");
-        return -1;
+        DS_ERR("Uci context alloc failed.");
+        return false;
     }
-    return 0;
+    return true;
 }
+
+} // namespace
 
 int context_init(void)
 {
-    pthread_mutex_init(&g_pool_mutex, nullptr);
-    for (int i = 0; i < DS_CONTEXT_COUNT; i++) {
-        if (init_one(&g_contexts[i]) != 0) {
-            // Slots after i were never set up: give them a lock to destroy.
-            for (int j = i + 1; j < DS_CONTEXT_COUNT; j++) {
-                memset(static_cast<void *>(&g_contexts[j]), 0, sizeof(ds_context));
-                g_contexts[j].fd = -1;
-                pthread_mutex_init(&g_contexts[j].lock, nullptr);
-            }
+    // Every record is made safe to tear down before anything is allocated,
+    // so a failure half-way can release the whole pool the same way.
+    for (ds_context &ctx : g_contexts) {
+        memset(&ctx, 0, sizeof ctx);
+        pthread_mutex_init(&ctx.lock, nullptr);
+        ctx.fd = -1;
+    }
+    g_pool_ready = true;
+    for (ds_context &ctx : g_contexts) {
+        if (!give_buffer(&ctx) || !give_uci(&ctx)) {
             context_destroy();
             return 0;
         }
+        ctx.free = 1;
+        ctx.busy = 0;
     }
     return 1;
 }
 
-// Makes sure a free slot has its buffer and uci context. 0 or -1.
-// Caller holds g_pool_mutex.
-static int prepare_slot(ds_context *ctx)
-{
-    if (!ctx->buf) {
-        ctx->buf = new_buffer();
-        if (!ctx->buf) {
-            DS_TRACE_AS("context_alloc", TRACE_ERROR, "Malloc buffer failed.");
-            return -1;
-        }
-        ctx->buf_size = DS_BUF_SIZE;
-    }
-    if (!ctx->uci_ctx) {
-        ctx->uci_ctx = dsd_uci_alloc();
-        if (!ctx->uci_ctx) {
-            DS_TRACE_AS("context_alloc", TRACE_ERROR, "Uci context alloc failed.");
-            return -1;
-        }
-    }
-    return 0;
-}
-
 ds_context *context_alloc(void)
 {
-    pthread_mutex_lock(&g_pool_mutex);
+    pthread_mutex_lock(&g_pool_lock);
     ds_context *found = nullptr;
-    for (int i = 0; i < DS_CONTEXT_COUNT; i++) {
-        if (g_contexts[i].free == 1) {
-            found = &g_contexts[i];
+    for (ds_context &ctx : g_contexts) {
+        if (ctx.free == 1) {
+            found = &ctx;
             break;
         }
     }
-    if (found && prepare_slot(found) != 0)
+    if (found && ((!found->buf && !give_buffer(found)) || (!found->uci_ctx && !give_uci(found))))
         found = nullptr;
     if (found)
         found->free = 0;
-    pthread_mutex_unlock(&g_pool_mutex);
+    pthread_mutex_unlock(&g_pool_lock);
     return found;
 }
 
@@ -140,55 +122,47 @@ void context_free(ds_context *ctx)
     if (!ctx)
         return;
     wait_not_busy(ctx);
-    pthread_mutex_lock(&g_pool_mutex);
-    if (ctx->fd >= 0) {
-        close(ctx->fd);
-        ctx->fd = -1;
-    }
+    pthread_mutex_lock(&g_pool_lock);
     if (ctx->buf_size != DS_BUF_SIZE) {
-        // Grown for a long request (or lost): the next owner gets a fresh one.
+        // a grown buffer goes back to the heap; the next request gets a fresh one
         free(ctx->buf);
         ctx->buf = nullptr;
         ctx->buf_size = 0;
     } else {
         memset(ctx->buf, 0, DS_BUF_SIZE);
     }
-    reset_request_fields(ctx);
-    pthread_mutex_lock(&ctx->lock);
+    clear_request(ctx);
     ctx->busy = 0;
-    pthread_mutex_unlock(&ctx->lock);
     ctx->free = 1;
-    pthread_mutex_unlock(&g_pool_mutex);
+    pthread_mutex_unlock(&g_pool_lock);
 }
 
 void context_destroy(void)
 {
-    pthread_mutex_lock(&g_pool_mutex);
-    for (int i = 0; i < DS_CONTEXT_COUNT; i++) {
-        ds_context *ctx = &g_contexts[i];
-        wait_not_busy(ctx);
-        if (ctx->fd >= 0)
-            close(ctx->fd);
-        ctx->fd = -1;
-        free(ctx->buf);
-        ctx->buf = nullptr;
-        ctx->buf_size = 0;
-        reset_request_fields(ctx);
-        pthread_mutex_destroy(&ctx->lock);
-        ctx->busy = 0;
-        ctx->free = 1;
+    if (!g_pool_ready)
+        return;
+    pthread_mutex_lock(&g_pool_lock);
+    for (ds_context &ctx : g_contexts) {
+        wait_not_busy(&ctx);
+        clear_request(&ctx);
+        free(ctx.buf);
+        ctx.buf = nullptr;
+        ctx.buf_size = 0;
+        ctx.busy = 0;
+        ctx.free = 1;
+        pthread_mutex_destroy(&ctx.lock);
     }
-    pthread_mutex_unlock(&g_pool_mutex);
-    pthread_mutex_destroy(&g_pool_mutex);
+    g_pool_ready = false;
+    pthread_mutex_unlock(&g_pool_lock);
 }
 
 int context_free_count(void)
 {
-    pthread_mutex_lock(&g_pool_mutex);
+    pthread_mutex_lock(&g_pool_lock);
     int n = 0;
-    for (int i = 0; i < DS_CONTEXT_COUNT; i++)
-        n += g_contexts[i].free == 1 ? 1 : 0;
-    pthread_mutex_unlock(&g_pool_mutex);
+    for (const ds_context &ctx : g_contexts)
+        n += ctx.free == 1;
+    pthread_mutex_unlock(&g_pool_lock);
     return n;
 }
 
@@ -203,14 +177,14 @@ void context_set_busy(ds_context *ctx, int busy)
 
 int context_test_mark(const ds_context *ctx, int byte, uint8_t bit)
 {
-    if (!ctx || byte < 0 || byte >= 3)
+    if (!ctx || byte < 0 || byte >= static_cast<int>(sizeof ctx->marks))
         return 0;
-    return (ctx->marks[byte] & bit) ? 1 : 0;
+    return (ctx->marks[byte] & bit) != 0;
 }
 
 void context_set_mark(ds_context *ctx, int byte, uint8_t bit)
 {
-    if (!ctx || byte < 0 || byte >= 3)
+    if (!ctx || byte < 0 || byte >= static_cast<int>(sizeof ctx->marks))
         return;
     ctx->marks[byte] |= bit;
 }

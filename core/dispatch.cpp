@@ -1,69 +1,80 @@
 #include "core/dispatch.h"
 
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <ctime>
+
 #include "core/context.h"
-#include "core/request.h"
 #include "core/wire.h"
 #include "model/methods.h"
 #include "platform/trace.h"
 
-#include <pthread.h>
-#include <unistd.h>
-
-#include <ctime>
-
 namespace {
 
-struct method_handler_row {
+using ds_method_fn = int (*)(ds_context *ctx);
+
+struct ds_method_row {
+    const char *name;
     int code;
-    int (*handler)(ds_context *ctx);
+    ds_method_fn handler;
 };
 
-// add and delete run through the set pipeline, which branches on the code.
-const method_handler_row k_handlers[] = {
-    {.code = DS_METHOD_GET, .handler = ds_handle_method_get},
-    {.code = DS_METHOD_ADD, .handler = ds_handle_method_set},
-    {.code = DS_METHOD_DELETE, .handler = ds_handle_method_set},
-    {.code = DS_METHOD_SET, .handler = ds_handle_method_set},
-    {.code = DS_METHOD_DO, .handler = ds_handle_method_do},
-    {.code = DS_METHOD_FORWARD, .handler = ds_handle_method_forward},
-    {.code = DS_METHOD_NONE, .handler = nullptr},
+// add and delete run through the set pipeline, which tells them apart by code.
+const ds_method_row ds_methods[] = {
+    {.name = "get", .code = DS_METHOD_GET, .handler = ds_handle_method_get},
+    {.name = "add", .code = DS_METHOD_ADD, .handler = ds_handle_method_set},
+    {.name = "delete", .code = DS_METHOD_DELETE, .handler = ds_handle_method_set},
+    {.name = "set", .code = DS_METHOD_SET, .handler = ds_handle_method_set},
+    {.name = "do", .code = DS_METHOD_DO, .handler = ds_handle_method_do},
+    {.name = "forward", .code = DS_METHOD_FORWARD, .handler = ds_handle_method_forward},
+    {.name = nullptr, .code = 0, .handler = nullptr},
 };
 
-long monotonic_ms(void)
+ds_method_fn handler_of(int code)
 {
-    timespec ts{};
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<long>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
-}
-
-int (*find_handler(int code))(ds_context *)
-{
-    for (const method_handler_row *row = k_handlers; row->handler; row++) {
+    for (const ds_method_row *row = ds_methods; row->name; row++) {
         if (row->code == code)
             return row->handler;
     }
     return nullptr;
 }
 
-// Runs the method chosen by the parsed code; the outcome is in ctx.
+long monotonic_ms(const timespec &ts)
+{
+    return ts.tv_sec * 1000L + ts.tv_nsec / 1000000L;
+}
+
 void run_method(ds_context *ctx)
 {
-    int (*handler)(ds_context *) = find_handler(ctx->method);
+    ds_method_fn handler = handler_of(ctx->method);
     if (!handler) {
-        DS_TRACE_AS("ds_signal_handle", TRACE_ERROR, "Signal method is illegal.");
+        DS_ERR("Signal method is illegal.");
         ctx->error_code = -40105;
         return;
     }
     if (handler(ctx) != 0)
-        DS_TRACE_AS("ds_signal_handle", TRACE_ERROR, "Signal handle failed.");
+        DS_ERR("Signal handle failed.");
 }
 
 } // namespace
 
+int ds_method_code(const char *name)
+{
+    for (const ds_method_row *row = ds_methods; name && row->name; row++) {
+        if (!strcmp(row->name, name))
+            return row->code;
+    }
+    return 0;
+}
+
 int ds_signal_handle(int fd)
 {
     DS_INFO("##dsd_parse thread_id: %lu##", static_cast<unsigned long>(pthread_self()));
-    long start = monotonic_ms();
+    timespec start{}, end{};
+    clock_gettime(CLOCK_MONOTONIC, &start);
+
     ds_context *ctx = context_alloc();
     if (!ctx) {
         DS_ERR("Failed to alloc a free context.");
@@ -78,7 +89,9 @@ int ds_signal_handle(int fd)
     else
         run_method(ctx);
     ds_make_response(ctx);
-    DS_INFO("##Time cost: %ld ms##", monotonic_ms() - start);
+
+    clock_gettime(CLOCK_MONOTONIC, &end);
+    DS_INFO("##Time cost: %ld ms##", monotonic_ms(end) - monotonic_ms(start));
     context_free(ctx);
     return 0;
 }

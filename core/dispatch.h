@@ -1,8 +1,20 @@
-// The task a pool worker runs for one accepted connection.
+// One table maps method names to codes and codes to handlers; the
+// connection task owns the shared concerns (context, parsing, response,
+// timing) so each handler only does its method.
 #pragma once
 
-// Serves the connection fd: takes a context, parses the records, runs the
-// method handler, answers and releases the context (which closes fd).
-// 0, or -1 when no context was free (fd is then answered -40101 and closed).
-// Pool worker thread.
+struct ds_context;
+
+// The method code of a "method" name (exact, case-sensitive), or 0.
+int ds_method_code(const char *name);
+
+// Thread-pool task for one accepted connection: takes a context, parses the
+// records, runs the method's handler, answers, releases the context (which
+// closes fd). 0, or -1 when no context was free. Worker thread.
 int ds_signal_handle(int fd);
+
+// Parses the info and request records into ctx (code starts at -40101).
+// 0 when the second record was good, -1 otherwise. Worker thread.
+int ds_signal_parse(ds_context *ctx);
+// Sends the response record for ctx's res_obj / error_code. Worker thread.
+void ds_make_response(ds_context *ctx);

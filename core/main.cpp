@@ -1,6 +1,10 @@
-// dsd: the configuration data-service daemon. Prepares tracing, signals, the
-// model, the request contexts and the worker pool, then serves the Unix
-// socket on the main thread for the life of the process.
+// Process entry: start-up in a fixed order, then the accept loop for ever.
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+
 #include "core/context.h"
 #include "core/pool.h"
 #include "core/server.h"
@@ -8,36 +12,26 @@
 #include "model/registry.h"
 #include "platform/trace.h"
 
-#include <sys/wait.h>
-#include <unistd.h>
+namespace {
 
-#include <csignal>
-#include <cstdio>
+enum { WORKERS = 6 };
 
-enum { WORKER_COUNT = 6 };
-
-// Runs on whichever thread takes the signal; installed one-shot.
-static void sigchld_handler(int sig)
+void sigchld_handler(int)
 {
-    (void)sig;
-    for (;;) {
-        pid_t pid = waitpid(-1, nullptr, WNOHANG);
-        if (pid <= 0)
-            break;
-        DS_INFO("child (%d) exit.", static_cast<int>(pid));
-    }
+    pid_t pid;
+    while ((pid = waitpid(-1, nullptr, WNOHANG)) >= 1)
+        DS_TRACE_AS("sigchld_handler", TRACE_INFO, "child (%d) exit.", static_cast<int>(pid));
 }
 
-// SIGPIPE ignored so a vanished client fails a write instead of killing the
-// process; SIGCHLD reaped. Both handlers reset after their first delivery.
-// 0 or -1.
-static int signal_init(void)
+// SA_RESETHAND makes the SIGCHLD handler one-shot: after the first child the
+// default disposition (which discards the status) applies. Kept so.
+int signal_init(void)
 {
-    struct sigaction sa {};
+    struct sigaction sa{};
     sigemptyset(&sa.sa_mask);
     sa.sa_flags = SA_NODEFER | SA_RESETHAND;
-    sa.sa_handler = SIG_IGN;
     DS_TRACE_AS("signal_init", TRACE_INFO, "SIGPIPE ignore.");
+    sa.sa_handler = SIG_IGN;
     if (sigaction(SIGPIPE, &sa, nullptr) != 0) {
         DS_TRACE_AS("signal_init", TRACE_ERROR, "SIGPIPE ignore failed.");
         return -1;
@@ -51,10 +45,8 @@ static int signal_init(void)
     return 0;
 }
 
-// Threshold from the uci debug mode, raised to everything by each -d.
-static void trace_setup(int argc, char **argv)
+void set_threshold(int argc, char **argv)
 {
-    load_debug_mode();
     int mode = get_debug_mode();
     set_trace_level(mode == 0 || mode == 1 ? 3 : 2);
     int opt;
@@ -64,16 +56,14 @@ static void trace_setup(int argc, char **argv)
     }
 }
 
-// Everything after the trace set-up; returns when start-up fails or the
-// accept loop ends. Fills *pool and *root for the shut-down.
-static void run(thd_pool **pool, ds_model_root **root)
+// Runs steps 5 to 12; returns when a step fails or the accept loop ends.
+void serve(ds_model_root **root, thd_pool **pool)
 {
     if (signal_init() != 0) {
         DS_ERR("Signal handler init failed.");
         return;
     }
-    *root = model_init();
-    if (!*root) {
+    if (!(*root = model_init())) {
         DS_ERR("Init ds model failed.");
         return;
     }
@@ -85,28 +75,33 @@ static void run(thd_pool **pool, ds_model_root **root)
         DS_ERR("Init context failed.");
         return;
     }
-    *pool = thd_pool_init(WORKER_COUNT);
-    if (!*pool) {
+    if (!(*pool = thd_pool_init(WORKERS))) {
         DS_ERR("Init thread pool failed.");
         return;
     }
     dsd_shm_init();
-    int listen_fd = unix_socket_init();
-    if (listen_fd < 0) {
+    int fd = unix_socket_init();
+    if (fd < 0) {
         DS_ERR("Init Unix domain socket failed.");
         return;
     }
-    socket_accept_loop(listen_fd, *pool);
+    socket_accept_loop(fd, *pool);
 }
+
+} // namespace
 
 int main(int argc, char **argv)
 {
+    // Traces go to a log file under procd or the test harness: flush per line.
     setvbuf(stdout, nullptr, _IOLBF, 0);
-    trace_setup(argc, argv);
+    load_debug_mode();
+    set_threshold(argc, argv);
     DS_INFO("Dsd started.");
-    thd_pool *pool = nullptr;
+
     ds_model_root *root = nullptr;
-    run(&pool, &root);
+    thd_pool *pool = nullptr;
+    serve(&root, &pool);
+
     thd_pool_destroy(pool);
     context_destroy();
     model_destory(root);

@@ -1,10 +1,194 @@
-// Placeholder until the get pipeline lands: no handler, so the request is
-// refused as one that reached no method.
+// The get method: reads the requested sections of any number of modules,
+// from uci or from a section's dynamic data operation, into one response.
+// Runs on the worker thread that owns the request context.
+#include <json-c/json.h>
+
+#include <cstring>
+
 #include "core/context.h"
 #include "model/methods.h"
+#include "model/model_raii.h"
+#include "model/registry.h"
+#include "model/section_lookup.h"
+#include "platform/jso.h"
+#include "platform/trace.h"
+#include "platform/uci_access.h"
 
+// Reads one section (by_name 1) or every section of one type (by_name 0) of
+// `mod` into *out (new reference). 0 with the error code cleared, or -1 with
+// the error code set.
+static int get_section_obj(ds_context *ctx, const ds_module *mod, const char *name, int by_name,
+                           json_object **out)
+{
+    if (!ctx || !mod || !name || !out) {
+        DS_ERR("Invalid params.");
+        return -1;
+    }
+    const ds_sec *sec = find_section(mod, name, by_name);
+    if (!sec) {
+        if (by_name)
+            DS_ERR("Section name %s not support.", name);
+        else
+            DS_ERR("Section type %s not support.", name);
+        ctx->error_code = -40106;
+        return -1;
+    }
+    json_object *data = nullptr;
+    if (sec->data_kind == DS_DATA_UCI) {
+        if (sec->dynamic)
+            data = sec->dynamic(ctx, sec);
+        else if (by_name)
+            data = get_uci_section(ctx->uci_ctx, mod->package, name);
+        else
+            data = get_uci_section_type(ctx->uci_ctx, mod->package, name);
+    } else if (sec->data_kind == DS_DATA_DYNAMIC) {
+        if (!sec->dynamic) {
+            DS_ERR("Dynamic data operation is NULL.");
+            ctx->error_code = -40101;
+            return -1;
+        }
+        data = sec->dynamic(ctx, sec);
+    } else {
+        ctx->error_code = -40101;
+        return -1;
+    }
+    if (!data) {
+        DS_ERR("Get section data failed.");
+        ctx->error_code = -40101;
+        return -1;
+    }
+    *out = data;
+    ctx->error_code = 0;
+    return 0;
+}
+
+// Reads one requested string into the module's response object.
+static int get_one(ds_context *ctx, const ds_module *mod, const char *name, int by_name,
+                   json_object *mod_res)
+{
+    json_object *data = nullptr;
+    if (get_section_obj(ctx, mod, name, by_name, &data) != 0) {
+        if (by_name)
+            DS_ERR("Get section name %s data failed.", name);
+        else
+            DS_ERR("Get section type %s data failed.", name);
+        return -1;
+    }
+    json_object_object_add(mod_res, name, data);
+    return 0;
+}
+
+static int invalid_get_request(ds_context *ctx)
+{
+    DS_TRACE_AS("get_data_obj", TRACE_ERROR, "Invalid get request.");
+    ctx->error_code = -40210;
+    return -1;
+}
+
+// One member of a module's request: "table" or "name" with a string or an
+// array of strings.
+static int get_data_member(ds_context *ctx, const ds_module *mod, const char *key,
+                           json_object *val, json_object *mod_res)
+{
+    if (!key || !val) {
+        DS_TRACE_AS("get_data_obj", TRACE_ERROR, "Invalid params.");
+        return -1;
+    }
+    int by_name;
+    if (strcmp(key, "table") == 0)
+        by_name = 0;
+    else if (strcmp(key, "name") == 0)
+        by_name = 1;
+    else
+        return invalid_get_request(ctx);
+    if (json_object_is_type(val, json_type_string))
+        return get_one(ctx, mod, json_object_get_string(val), by_name, mod_res);
+    if (!json_object_is_type(val, json_type_array))
+        return invalid_get_request(ctx);
+    size_t n = json_object_array_length(val);
+    for (size_t i = 0; i < n; ++i) {
+        json_object *el = json_object_array_get_idx(val, i);
+        if (!el || !json_object_is_type(el, json_type_string))
+            return invalid_get_request(ctx);
+        if (get_one(ctx, mod, json_object_get_string(el), by_name, mod_res) != 0)
+            return -1;
+    }
+    return 0;
+}
+
+// The loop over one module's request object; 0, or -1 naming the failed key.
+static int get_data_obj(ds_context *ctx, const ds_module *mod, json_object *mod_req,
+                        json_object *mod_res)
+{
+    json_object_object_foreach(mod_req, key, val) {
+        if (get_data_member(ctx, mod, key, val, mod_res) != 0) {
+            DS_ERR("Get module [%s]-%s data failed", mod->name, key ? key : "");
+            return -1;
+        }
+    }
+    return 0;
+}
+
+static void set_response(ds_context *ctx, json_object *res)
+{
+    if (ctx->res_obj)
+        json_object_put(ctx->res_obj);
+    ctx->res_obj = res;
+}
+
+// Handler of method code 1. Request: {module: {"table"|"name": text or
+// array}}; members that are not objects are skipped. On success res_obj
+// holds {module: {requested string: data}} and 0 is returned. A failure in
+// a module's sections answers no data (res_obj null); an unknown module
+// keeps what was read before it. Worker thread of `ctx`.
 int ds_handle_method_get(ds_context *ctx)
 {
-    ctx->error_code = -40105;
-    return -1;
+    if (!ctx || ctx->fd < 0 || !ctx->req_obj) {
+        DS_ERR("Invalid params.");
+        return -1;
+    }
+    if (!json_object_is_type(ctx->req_obj, json_type_object) ||
+        json_object_object_length(ctx->req_obj) == 0) {
+        DS_ERR("Request signal is illegal.");
+        ctx->error_code = -40209;
+        return -1;
+    }
+    jso_ptr res(json_object_new_object());
+    if (!res) {
+        DS_ERR("Create new json object failed.");
+        ctx->error_code = -40101;
+        return -1;
+    }
+    ds_model_root *root = get_model_root();
+    if (!root) {
+        DS_ERR("Get model root node failed.");
+        ctx->error_code = -40101;
+        return -1;
+    }
+    json_object_object_foreach(ctx->req_obj, mod_name, mod_req) {
+        if (!json_object_is_type(mod_req, json_type_object))
+            continue;
+        DS_INFO("Request in module [%s]", mod_name);
+        json_object *mod_res = json_object_new_object();
+        if (!mod_res) {
+            DS_ERR("Create new json object failed.");
+            ctx->error_code = -40101;
+            set_response(ctx, res.release());
+            return -1;
+        }
+        json_object_object_add(res.get(), mod_name, mod_res);
+        const ds_module *mod = get_module_node(root, mod_name);
+        if (!mod) {
+            DS_ERR("Module %s not support.", mod_name);
+            ctx->error_code = -40106;
+            set_response(ctx, res.release());
+            return -1;
+        }
+        if (get_data_obj(ctx, mod, mod_req, mod_res) != 0) {
+            set_response(ctx, nullptr);
+            return -1;
+        }
+    }
+    set_response(ctx, res.release());
+    return 0;
 }

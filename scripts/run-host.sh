@@ -13,16 +13,24 @@ BUILD=$SRC/build/native
 
 scripts/install-deps.sh
 cmake -S "$SRC" -B "$BUILD" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build "$BUILD" -j"$(nproc)" --target dsd dsdc mkconfig hostbus
+cmake --build "$BUILD" -j"$(nproc)"
 
 if [ -f "$DSD_ROOT/run.pids" ]; then kill $(cat "$DSD_ROOT/run.pids") 2>/dev/null || true; fi
 mkdir -p "$DSD_ROOT"/{etc/config,tmp,var/run,var/log,usr/bin}
 touch "$DSD_ROOT/usr/bin/dsd"   # the shared-memory key is made from this file
-"$BUILD/tools/mkconfig" "$DSD_ROOT/etc/config" "$CHANNELS"
+if [ -x "$BUILD/tools/mkconfig" ]; then
+  "$BUILD/tools/mkconfig" "$DSD_ROOT/etc/config" "$CHANNELS"
+else
+  printf "\nconfig system 'sys'\n\toption debug_mode '0'\n" >"$DSD_ROOT/etc/config/system"
+  printf "\nconfig basic_info 'info'\n\toption chan_amount '%s'\n" "$CHANNELS" >"$DSD_ROOT/etc/config/basic_info"
+fi
 
-"$BUILD/tools/hostbus" --root "$DSD_ROOT" --log "$DSD_ROOT/var/log/bus-calls.jsonl" \
-  >"$DSD_ROOT/hostbus.log" 2>&1 &
-echo $! >"$DSD_ROOT/run.pids"
+: >"$DSD_ROOT/run.pids"
+if [ -x "$BUILD/tools/hostbus" ]; then
+  "$BUILD/tools/hostbus" --root "$DSD_ROOT" --log "$DSD_ROOT/var/log/bus-calls.jsonl" \
+    >"$DSD_ROOT/hostbus.log" 2>&1 &
+  echo $! >>"$DSD_ROOT/run.pids"
+fi
 "$BUILD/dsd" -d >"$DSD_ROOT/dsd.log" 2>&1 &
 echo $! >>"$DSD_ROOT/run.pids"
 

@@ -1,3 +1,6 @@
+// Host usock: Unix-domain stream sockets, listening or connecting, with
+// close-on-exec unless asked otherwise. Internet sockets are not needed by
+// dsd and are refused.
 #include <libubox/usock.h>
 
 #include <fcntl.h>
@@ -5,48 +8,49 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
-static void set_flags(int fd, int type)
-{
-    if (!(type & USOCK_NOCLOEXEC))
-        fcntl(fd, F_SETFD, fcntl(fd, F_GETFD) | FD_CLOEXEC);
-    if (type & USOCK_NONBLOCK)
-        fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
-}
+namespace {
 
-static int unix_socket(int type, const char *path)
+int unix_socket(int type, const char *path)
 {
-    sockaddr_un sun{};
-    if (strlen(path) >= sizeof(sun.sun_path))
+    sockaddr_un addr{};
+    if (!path || strlen(path) >= sizeof addr.sun_path) {
+        errno = EINVAL;
         return -1;
-    sun.sun_family = AF_UNIX;
-    strcpy(sun.sun_path, path);
-    int socktype = (type & 0xff) == USOCK_TCP ? SOCK_STREAM : SOCK_DGRAM;
-    int fd = socket(AF_UNIX, socktype, 0);
+    }
+    addr.sun_family = AF_UNIX;
+    strcpy(addr.sun_path, path);
+    int kind = (type & 0xff) == USOCK_UDP ? SOCK_DGRAM : SOCK_STREAM;
+    if (!(type & USOCK_NOCLOEXEC))
+        kind |= SOCK_CLOEXEC;
+    if (type & USOCK_NONBLOCK)
+        kind |= SOCK_NONBLOCK;
+    int fd = socket(AF_UNIX, kind, 0);
     if (fd < 0)
         return -1;
-    set_flags(fd, type);
-    const sockaddr *sa = reinterpret_cast<const sockaddr *>(&sun);
-    int rc;
-    if (type & USOCK_SERVER) {
-        rc = bind(fd, sa, sizeof(sun));
-        if (rc == 0 && socktype == SOCK_STREAM)
-            rc = listen(fd, SOMAXCONN);
-    } else {
-        rc = connect(fd, sa, sizeof(sun));
-    }
-    if (rc != 0) {
+    auto *sa = reinterpret_cast<sockaddr *>(&addr);
+    int rc = (type & USOCK_SERVER)
+                 ? bind(fd, sa, sizeof addr) == 0 && (kind & SOCK_DGRAM || listen(fd, SOMAXCONN) == 0) ? 0 : -1
+                 : connect(fd, sa, sizeof addr);
+    if (rc < 0) {
+        int saved = errno;
         close(fd);
+        errno = saved;
         return -1;
     }
     return fd;
 }
 
+} // namespace
+
 int usock(int type, const char *host, const char *service)
 {
     (void)service;
-    if (!(type & USOCK_UNIX) || !host)
+    if (!(type & USOCK_UNIX)) {
+        errno = EAFNOSUPPORT;
         return -1;
+    }
     return unix_socket(type, host);
 }

@@ -1,7 +1,13 @@
-// Host subset of libubox's socket helper: the flag values match the
-// platform's header so callers compile unchanged against either.
-#ifndef USOCK_H_
-#define USOCK_H_
+/*
+ * Host build of libubox's socket helper: the flag values and signature of
+ * OpenWrt's usock.h, for the subset dsd uses (Unix-domain listeners).
+ */
+#ifndef USOCK_H
+#define USOCK_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
 
 #define USOCK_TCP 0
 #define USOCK_UDP 1
@@ -14,10 +20,12 @@
 #define USOCK_IPV4ONLY 0x4000
 #define USOCK_UNIX 0x8000
 
-// Opens a socket of the given kind. With USOCK_UNIX, host is the socket
-// path and service is ignored; with USOCK_SERVER it is bound and listening,
-// otherwise connected. Close-on-exec unless USOCK_NOCLOEXEC. The descriptor,
-// or -1. Only Unix-domain sockets are supported on a host.
+/* A connected or listening socket, or -1 with errno set. For USOCK_UNIX the
+ * host is the socket's path and the service is ignored. */
 int usock(int type, const char *host, const char *service);
 
-#endif /* USOCK_H_ */
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,139 @@
+#include "client/dsd_client.h"
+
+#include <arpa/inet.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+bool write_all(int fd, const char *data, size_t len)
+{
+    while (len > 0) {
+        ssize_t n = send(fd, data, len, MSG_NOSIGNAL);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        data += n;
+        len -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+bool read_all(int fd, char *data, size_t len, int timeout_ms)
+{
+    while (len > 0) {
+        if (timeout_ms > 0) {
+            pollfd p{.fd = fd, .events = POLLIN, .revents = 0};
+            int r = poll(&p, 1, timeout_ms);
+            if (r < 0 && errno == EINTR)
+                continue;
+            if (r <= 0)
+                return false;
+        }
+        ssize_t n = read(fd, data, len);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        data += n;
+        len -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+std::string json_escape(const std::string &s)
+{
+    std::string out;
+    for (unsigned char c : s) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += static_cast<char>(c);
+        } else if (c < 0x20) {
+            char buf[8];
+            snprintf(buf, sizeof buf, "\\u%04x", c);
+            out += buf;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out;
+}
+
+} // namespace
+
+int dsd_connect(const std::string &socket_path)
+{
+    sockaddr_un addr{};
+    if (socket_path.size() >= sizeof addr.sun_path)
+        return -1;
+    addr.sun_family = AF_UNIX;
+    memcpy(addr.sun_path, socket_path.c_str(), socket_path.size() + 1);
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return -1;
+    if (connect(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+bool dsd_send_record(int fd, uint32_t type, const std::string &value)
+{
+    uint32_t header[2] = {htonl(type), htonl(static_cast<uint32_t>(value.size()))};
+    return write_all(fd, reinterpret_cast<const char *>(header), sizeof header) &&
+           write_all(fd, value.data(), value.size());
+}
+
+bool dsd_send_record_bytes(int fd, const std::string &bytes)
+{
+    return write_all(fd, bytes.data(), bytes.size());
+}
+
+bool dsd_read_record(int fd, uint32_t *type, std::string *value, int timeout_ms, uint32_t max_len)
+{
+    uint32_t header[2];
+    if (!read_all(fd, reinterpret_cast<char *>(header), sizeof header, timeout_ms))
+        return false;
+    uint32_t len = ntohl(header[1]);
+    if (len > max_len)
+        return false;
+    *type = ntohl(header[0]);
+    value->assign(len, '\0');
+    return read_all(fd, value->data(), len, timeout_ms);
+}
+
+std::string dsd_info_json(const dsd_identity &who)
+{
+    return "{\"user\": \"" + json_escape(who.user) + "\", \"group\": " + std::to_string(who.group) +
+           ", \"client\": " + std::to_string(who.client) + "}";
+}
+
+std::string dsd_request(const std::string &socket_path, const dsd_identity &who,
+                        const std::string &request, int timeout_ms, std::string *error)
+{
+    auto failed = [&](const char *why) {
+        if (error)
+            *error = why;
+        return std::string();
+    };
+    int fd = dsd_connect(socket_path);
+    if (fd < 0)
+        return failed("cannot connect");
+    std::string response;
+    uint32_t type = 0;
+    bool ok = dsd_send_record(fd, 1, dsd_info_json(who)) && dsd_send_record(fd, 2, request) &&
+              dsd_read_record(fd, &type, &response, timeout_ms);
+    close(fd);
+    if (!ok)
+        return failed("no response");
+    if (type != 3)
+        return failed("unexpected record type");
+    return response;
+}

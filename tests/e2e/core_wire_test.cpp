@@ -1,0 +1,211 @@
+// The socket protocol against the real daemon: framing, length rules, order
+// rules, URL coding, the queue limit, and a flood of malformed input.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <random>
+#include <thread>
+
+#include "harness/dsd_harness.h"
+
+namespace {
+
+const char kInfo[] = R"({"user": "admin", "group": 1, "client": 8})";
+
+// Reaches the get handler, which refuses the module whatever the device's
+// configuration: proof that parsing succeeded and a context was free.
+const char kServed[] = R"({"method": "get", "no_such_module": {"name": "x"}})";
+const int kServedCode = -40106;
+
+std::string info_for(int client)
+{
+    return R"({"user": "admin", "group": 1, "client": )" + std::to_string(client) + "}";
+}
+
+class CoreWire : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(d.start()) << d.log(); }
+    dsd_harness d;
+};
+
+TEST_F(CoreWire, TruncatedHeaderAndUnknownTypeGetMinus40101)
+{
+    EXPECT_EQ(d.raw(std::string("\0\0\0", 3)), R"({"error_code": -40101})");
+    EXPECT_EQ(d.raw(""), R"({"error_code": -40101})");
+    EXPECT_EQ(error_code_of(d.raw(tlv(7, "{}") + tlv(2, "{}"))), -40101);
+    EXPECT_GE(d.wait_log("Failed to parse signal."), 3);
+    EXPECT_GE(d.wait_log("Unsupport TLV type."), 1);
+}
+
+TEST_F(CoreWire, RequestLengthLimit)
+{
+    auto padded = [](size_t total) {
+        std::string head = R"({"method": "get", "no_such_module": {"name": "x"}, "pad": ")";
+        std::string tail = "\"}";
+        return head + std::string(total - head.size() - tail.size(), 'x') + tail;
+    };
+    std::string at_limit = padded(262144);
+    ASSERT_EQ(at_limit.size(), 262144u);
+    EXPECT_EQ(error_code_of(d.raw(tlv(1, kInfo) + tlv(2, at_limit))), kServedCode);
+    EXPECT_EQ(error_code_of(d.raw(tlv(1, kInfo) + tlv(2, padded(262145)))), -40202);
+    // The grown buffer went back; a normal request still works on every context.
+    for (int i = 0; i < 8; i++)
+        EXPECT_EQ(error_code_of(d.request(kServed)), kServedCode);
+}
+
+TEST_F(CoreWire, MethodNamesAndRecordOrder)
+{
+    EXPECT_EQ(error_code_of(d.request(R"({"method": "GET"})")), -40209);
+    EXPECT_EQ(error_code_of(d.request(R"({"nomethod": 1})")), -40210);
+    EXPECT_EQ(error_code_of(d.request("not json")), -40210);
+    EXPECT_EQ(error_code_of(d.raw(tlv(1, kInfo) + tlv(1, kInfo))), -40105);
+    EXPECT_GE(d.wait_log("Signal method is illegal."), 1);
+    // A refused info length leaves the record unread; the request still runs.
+    int code = error_code_of(d.raw(tlv_header(1, 0) + tlv(2, R"({"method": "GET"})")));
+    EXPECT_EQ(code, -40209);
+    EXPECT_EQ(error_code_of(d.raw(tlv(1, R"({"group": 1, "client": 8})") + tlv(2, R"({"method": "get"})"))),
+              error_code_of(d.request(R"({"method": "get"})")));
+}
+
+TEST_F(CoreWire, RequestUrlDecodingFollowsClientKind)
+{
+    // "%67et" decodes to "get": only decoded requests find the method.
+    const std::string encoded = R"({"method": "%67et"})";
+    for (int client : {1, 3, 7, 13}) {
+        dsd_identity who;
+        who.client = client;
+        EXPECT_NE(error_code_of(d.request(encoded, who)), -40209) << client;
+    }
+    for (int client : {2, 8, 9}) {
+        dsd_identity who;
+        who.client = client;
+        EXPECT_EQ(error_code_of(d.request(encoded, who)), -40209) << client;
+    }
+    // A request that comes before the info record is decoded (kind still 0).
+    EXPECT_NE(error_code_of(d.raw(tlv(2, encoded) + tlv(1, info_for(8)))), -40209);
+    // A malformed escape fails decoding.
+    EXPECT_EQ(error_code_of(d.request(R"({"method": "g%zzt"})", dsd_identity{"admin", 1, 3})), -40102);
+}
+
+TEST_F(CoreWire, FullQueueIsAnsweredMinus40109)
+{
+    // Six silent clients keep every worker in its read retries.
+    std::vector<int> held;
+    for (int i = 0; i < 6; i++)
+        held.push_back(dsd_connect(d.socket_path()));
+    ASSERT_EQ(d.wait_log("##dsd_parse thread_id", 7), 7) << d.log(); // + the start-up probe
+    // Ten more fill the queue; the eleventh is refused at once.
+    for (int i = 0; i < 10; i++)
+        held.push_back(dsd_connect(d.socket_path()));
+    int extra = dsd_connect(d.socket_path());
+    uint32_t type = 0;
+    std::string response;
+    ASSERT_TRUE(dsd_read_record(extra, &type, &response, 10000 * harness_slowdown()));
+    EXPECT_EQ(type, 3u);
+    EXPECT_EQ(response, R"({"error_code": -40109})");
+    close(extra);
+    for (int fd : held)
+        close(fd); // end of stream frees each worker at once
+    // The probe's and the sixteen held connections' answers drain the ring.
+    ASSERT_EQ(d.wait_log("##Time cost", 17, 10000 * harness_slowdown()), 17) << d.log();
+    EXPECT_EQ(error_code_of(d.request(kServed)), kServedCode);
+}
+
+TEST_F(CoreWire, SilentClientDoesNotBlockOthers)
+{
+    int silent = dsd_connect(d.socket_path());
+    ASSERT_GE(silent, 0);
+    EXPECT_EQ(error_code_of(d.request(R"({"method": "GET"})", dsd_identity(), 5000)), -40209);
+    close(silent);
+}
+
+// The daemon's descriptor count once the last answered connection is
+// closed (it closes just after its answer is written): the lowest count
+// seen over a bounded poll.
+int settled_fds(const dsd_harness &d)
+{
+    int low = d.open_fds();
+    for (int i = 0; i < 30; i++) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        low = std::min(low, d.open_fds());
+    }
+    return low;
+}
+
+std::string garbage(std::mt19937 &rng, size_t n)
+{
+    std::string s(n, '\0');
+    for (auto &c : s)
+        c = static_cast<char>(rng());
+    return s;
+}
+
+std::string malformed(std::mt19937 &rng, int i)
+{
+    switch (i % 9) {
+    case 0: return garbage(rng, rng() % 64);
+    case 1: return tlv_header(1 + rng() % 2, 0xFFFFFFFFu) + garbage(rng, rng() % 32); // -1
+    case 2: return tlv_header(1 + rng() % 2, 0) + tlv(2, "{}");
+    case 3: return tlv_header(2, 0x80000000u) + "{";                                   // 2^31
+    case 4: return tlv(1, kInfo) + tlv_header(2, 100) + "{\"method\"";                 // short value
+    case 5: return tlv(1, kInfo) + tlv(2, "{\"method\": \"\xff\xfe\xc3\x28\"}");        // bad UTF-8
+    case 6: return tlv(1, kInfo) + tlv(2, std::string(5000, '[') + std::string(5000, ']'));
+    case 7: return tlv(1, garbage(rng, 1 + rng() % 100)) + tlv(2, garbage(rng, 1 + rng() % 100));
+    default: return tlv(1, "{\"user\": 5, \"group\": \"x\"}") + tlv(2, "{\"method\": [\"get\"]}");
+    }
+}
+
+TEST_F(CoreWire, MalformedFloodLeavesDaemonServing)
+{
+    ASSERT_EQ(error_code_of(d.request(R"({"method": "get"})")), error_code_of(d.request(R"({"method": "get"})")));
+    int fds_before = settled_fds(d);
+    std::mt19937 rng(2026);
+    const int count = 2000 / harness_slowdown();
+    for (int i = 0; i < count; i++) {
+        std::string response = d.raw(malformed(rng, i));
+        if (!response.empty()) {
+            ASSERT_LT(error_code_of(response), 0) << i;
+        }
+        ASSERT_TRUE(d.running()) << "request " << i;
+    }
+    EXPECT_EQ(error_code_of(d.request(R"({"method": "GET"})")), -40209);
+    EXPECT_EQ(settled_fds(d), fds_before);
+    // Six clients each holding a context at once: none is refused for want of one.
+    std::vector<int> fds;
+    for (int i = 0; i < 6; i++) {
+        fds.push_back(dsd_connect(d.socket_path()));
+        ASSERT_TRUE(dsd_send_record(fds.back(), 1, kInfo));
+    }
+    for (int fd : fds) {
+        ASSERT_TRUE(dsd_send_record(fd, 2, R"({"method": "GET"})"));
+        uint32_t type = 0;
+        std::string response;
+        ASSERT_TRUE(dsd_read_record(fd, &type, &response, 10000 * harness_slowdown()));
+        EXPECT_EQ(error_code_of(response), -40209);
+        close(fd);
+    }
+    EXPECT_EQ(d.log().find("Failed to alloc a free context."), std::string::npos);
+}
+
+TEST(CoreTrace, DebugModeAndOptionSetTheThreshold)
+{
+    struct { const char *mode; bool d; bool errors; bool info; } cases[] = {
+        {"0", false, false, false}, {"1", false, false, false}, {"2", false, true, false},
+        {"1", true, true, true},
+    };
+    for (const auto &c : cases) {
+        dsd_harness h;
+        h.write_package("system", std::string("\nconfig system 'sys'\n\toption debug_mode '") + c.mode + "'\n");
+        ASSERT_TRUE(h.start(c.d ? std::vector<std::string>{"-d"} : std::vector<std::string>{}));
+        h.raw("xx"); // a parse failure: an error-level line
+        h.request(R"({"method": "get"})");
+        h.stop();
+        std::string log = h.log();
+        EXPECT_NE(log.find(std::string("dsd load debug mode is ") + c.mode + "\n"), std::string::npos);
+        EXPECT_EQ(log.find("Failed to parse signal.") != std::string::npos, c.errors) << c.mode << log;
+        EXPECT_EQ(log.find("\t [dsd] main(") != std::string::npos, c.info) << c.mode;
+    }
+}
+
+} // namespace

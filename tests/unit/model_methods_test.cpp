@@ -1,0 +1,299 @@
+// get, set, add and delete over a fixture module on a scratch root: data
+// read back, what reaches the file, the codes of each refusal.
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+#include <uci.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "core/context.h"
+#include "model/checkers.h"
+#include "model/methods.h"
+#include "model/registry.h"
+#include "model_test_util.h"
+#include "platform/uci_access.h"
+
+namespace {
+
+model_scratch_root scratch;
+
+int srv_calls = 0;
+int before_calls = 0;
+int before_result = 0;
+int srv_cb(ds_context *) { ++srv_calls; return 0; }
+int before_cb(ds_context *) { ++before_calls; return before_result; }
+json_object *dyn_status(ds_context *, const ds_sec *) { return json_object_new_string("up"); }
+
+const ds_int_range rate_range{1, 30};
+const ds_len_range name_len{1, 8};
+const ds_opt cam_opts[] = {
+    {.name = "enabled", .checker = check_enum_type, .arg = ds_enum_on_off, .err_code = -73701},
+    {.name = "rate", .checker = check_int_type, .arg = &rate_range, .err_code = 0},
+    {.name = "title", .checker = check_string_type, .arg = &name_len, .err_code = 0},
+    {.name = "list", .checker = check_any_type, .arg = nullptr, .err_code = 0},
+    {.name = "note", .checker = nullptr, .arg = nullptr, .err_code = 0},
+    {},
+};
+ds_sec fx_sections[] = {
+    {.name = "chn1_cam", .data_kind = 0, .max_sec = 255, .options = cam_opts,
+     .beforesavecb = before_cb, .srvcb = srv_cb, .dynamic = nullptr},
+    {.name = "chn2_cam", .data_kind = 0, .max_sec = 255, .options = cam_opts,
+     .beforesavecb = nullptr, .srvcb = nullptr, .dynamic = nullptr},
+    {.name = "status", .data_kind = 1, .max_sec = 0, .options = nullptr,
+     .beforesavecb = nullptr, .srvcb = nullptr, .dynamic = dyn_status},
+    {.name = "broken", .data_kind = 1, .max_sec = 0, .options = nullptr,
+     .beforesavecb = nullptr, .srvcb = nullptr, .dynamic = nullptr},
+    {.name = "ghost", .data_kind = 0, .max_sec = 0, .options = cam_opts,
+     .beforesavecb = nullptr, .srvcb = nullptr, .dynamic = nullptr},
+    {},
+};
+const ds_sec fx_types[] = {
+    {.name = "rule", .data_kind = 0, .max_sec = 3, .options = cam_opts,
+     .beforesavecb = before_cb, .srvcb = srv_cb, .dynamic = nullptr},
+    {.name = "zone", .data_kind = 0, .max_sec = 255, .options = nullptr,
+     .beforesavecb = nullptr, .srvcb = nullptr, .dynamic = nullptr},
+    {},
+};
+ds_module fixture = {.next = nullptr, .prev = nullptr, .name = "fixture", .package = "fixture",
+                     .sections = fx_sections, .sec_types = fx_types, .actions = nullptr, .ch = 0};
+ds_module chfix = {.next = nullptr, .prev = nullptr, .name = "chfix", .package = "chfix",
+                   .sections = fx_sections, .sec_types = fx_types, .actions = nullptr, .ch = 1};
+
+const char *const base_pkg =
+    "config cam 'chn1_cam'\n"
+    "\toption enabled 'off'\n"
+    "\toption rate '10'\n"
+    "\tlist list 'a'\n"
+    "\tlist list 'b'\n"
+    "\n"
+    "config cam 'chn2_cam'\n"
+    "\toption enabled 'on'\n"
+    "\n"
+    "config rule 'rule_1'\n"
+    "\toption enabled 'on'\n"
+    "\n"
+    "config rule 'rule_2'\n"
+    "\toption enabled 'off'\n";
+
+struct Methods : testing::Test {
+    ds_model_root *root = nullptr;
+    ds_context ctx{};
+
+    void SetUp() override
+    {
+        root = model_init();
+        ASSERT_EQ(model_add(root, &fixture), 0);
+        ASSERT_EQ(model_add(root, &chfix), 0);
+        scratch.write("fixture", base_pkg);
+        scratch.write("chfix", base_pkg);
+        srv_calls = before_calls = before_result = 0;
+        ctx.fd = 0;
+        ctx.error_code = -40101;
+        ctx.uci_ctx = dsd_uci_alloc();
+    }
+    void TearDown() override
+    {
+        json_object_put(ctx.req_obj);
+        json_object_put(ctx.res_obj);
+        uci_free_context(ctx.uci_ctx);
+        model_destory(root);
+    }
+    int run(int method, const char *request)
+    {
+        json_object_put(ctx.req_obj);
+        json_object_put(ctx.res_obj);
+        ctx.res_obj = nullptr;
+        ctx.req_obj = json_tokener_parse(request);
+        EXPECT_NE(ctx.req_obj, nullptr) << request;
+        ctx.method = static_cast<uint8_t>(method);
+        // A fresh uci context per request, as the context pool provides.
+        uci_free_context(ctx.uci_ctx);
+        ctx.uci_ctx = dsd_uci_alloc();
+        return method == DS_METHOD_GET ? ds_handle_method_get(&ctx) : ds_handle_method_set(&ctx);
+    }
+    std::string res() const
+    {
+        return ctx.res_obj ? json_object_to_json_string_ext(ctx.res_obj, JSON_C_TO_STRING_PLAIN)
+                           : "null";
+    }
+    // What a fresh reader sees, for one option.
+    std::string stored(const char *pkg, const char *sec, const char *opt) const
+    {
+        char *v = get_opt_value_dup(pkg, sec, opt);
+        std::string s = v ? v : "<none>";
+        free(v);
+        return s;
+    }
+};
+
+TEST_F(Methods, GetByNameTypeAndArray)
+{
+    ASSERT_EQ(run(DS_METHOD_GET, R"({"fixture":{"name":"chn2_cam"}})"), 0);
+    EXPECT_EQ(res(), R"({"fixture":{"chn2_cam":{".name":"chn2_cam",".type":"cam","enabled":"on"}}})");
+    EXPECT_EQ(ctx.error_code, 0);
+    ASSERT_EQ(run(DS_METHOD_GET, R"({"fixture":{"table":["rule","zone"]}})"), 0);
+    EXPECT_EQ(res(), R"({"fixture":{"rule":[{"rule_1":{".name":"rule_1",".type":"rule",)"
+                     R"("enabled":"on"}},{"rule_2":{".name":"rule_2",".type":"rule",)"
+                     R"("enabled":"off"}}],"zone":[]}})");
+    ASSERT_EQ(run(DS_METHOD_GET, R"({"x":1,"fixture":{"name":["status"],"table":"zone"}})"), 0);
+    EXPECT_EQ(res(), R"({"fixture":{"status":"up","zone":[]}})");
+    // A named section outside the table resolves through its stored type.
+    ASSERT_EQ(run(DS_METHOD_GET, R"({"fixture":{"name":"rule_2"}})"), 0);
+    ASSERT_EQ(run(DS_METHOD_GET, R"({"a":1,"b":"x"})"), 0);
+    EXPECT_EQ(res(), "{}");
+}
+
+TEST_F(Methods, GetRefusals)
+{
+    EXPECT_EQ(run(DS_METHOD_GET, "{}"), -1);
+    EXPECT_EQ(ctx.error_code, -40209);
+    EXPECT_EQ(run(DS_METHOD_GET, R"({"fixture":{"names":"chn1_cam"}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40210);
+    EXPECT_EQ(res(), "null");
+    EXPECT_EQ(run(DS_METHOD_GET, R"({"fixture":{"name":["chn1_cam","nope"]}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40106);
+    EXPECT_EQ(res(), "null");
+    EXPECT_EQ(run(DS_METHOD_GET, R"({"fixture":{"name":["chn1_cam",3]}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40210);
+    EXPECT_EQ(run(DS_METHOD_GET, R"({"fixture":{"name":7}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40210);
+    EXPECT_EQ(run(DS_METHOD_GET, R"({"fixture":{"table":"nope"}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40106);
+    EXPECT_EQ(run(DS_METHOD_GET, R"({"fixture":{"name":"ghost"}})"), -1);  // not in uci
+    EXPECT_EQ(ctx.error_code, -40101);
+    EXPECT_EQ(run(DS_METHOD_GET, R"({"fixture":{"name":"broken"}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40101);
+    // Unknown module: what was read before it stays in the response.
+    EXPECT_EQ(run(DS_METHOD_GET, R"({"fixture":{"name":"status"},"nomod":{"name":"a"}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40106);
+    EXPECT_EQ(res(), R"({"fixture":{"status":"up"},"nomod":{}})");
+    ctx.fd = -1;
+    EXPECT_EQ(run(DS_METHOD_GET, R"({"fixture":{"name":"status"}})"), -1);
+}
+
+TEST_F(Methods, SetWritesOnlyChangesAndRunsCallbacks)
+{
+    ASSERT_EQ(run(DS_METHOD_SET,
+                  R"({"fixture":{"chn1_cam":{"enabled":"on","rate":10,"note":"x"},)"
+                  R"("chn2_cam":{"enabled":"on"}}})"),
+              0);
+    EXPECT_EQ(ctx.error_code, 0);
+    EXPECT_EQ(stored("fixture", "chn1_cam", "enabled"), "on");
+    EXPECT_EQ(stored("fixture", "chn1_cam", "note"), "<none>");  // no checker: dropped
+    // The request now holds only the change; unchanged chn2_cam is gone.
+    EXPECT_STREQ(json_object_to_json_string_ext(ctx.req_obj, JSON_C_TO_STRING_PLAIN),
+                 R"({"fixture":{"chn1_cam":{"enabled":"on"}}})");
+    EXPECT_EQ(before_calls, 1);
+    EXPECT_EQ(srv_calls, 1);
+    ASSERT_EQ(run(DS_METHOD_SET, R"({"fixture":{"chn1_cam":{"rate":25,"list":["x",1]}}})"), 0);
+    EXPECT_EQ(stored("fixture", "chn1_cam", "rate"), "25");
+    json_object *list = get_uci_option(ctx.uci_ctx, "fixture", "chn1_cam", "list");
+    ASSERT_NE(list, nullptr);
+    EXPECT_STREQ(json_object_to_json_string_ext(list, JSON_C_TO_STRING_PLAIN), R"(["x","1"])");
+    json_object_put(list);
+}
+
+TEST_F(Methods, SetUnchangedWritesNothing)
+{
+    std::string before = scratch.read("fixture");
+    ASSERT_EQ(run(DS_METHOD_SET, R"({"fixture":{"chn1_cam":{"enabled":"off","rate":"10",)"
+                                 R"("list":["b","a","b"],"title":""}}})"),
+              0);
+    EXPECT_EQ(ctx.error_code, 0);
+    EXPECT_EQ(srv_calls + before_calls, 0);
+    EXPECT_EQ(scratch.read("fixture"), before);
+    EXPECT_STREQ(json_object_to_json_string(ctx.req_obj), "{ }");
+}
+
+TEST_F(Methods, SetRefusals)
+{
+    std::string before = scratch.read("fixture");
+    EXPECT_EQ(run(DS_METHOD_SET, R"({"fixture":{"chn1_cam":{"enabled":"yes"}}})"), -1);
+    EXPECT_EQ(ctx.error_code, -73701);
+    EXPECT_EQ(run(DS_METHOD_SET, R"({"fixture":{"chn1_cam":{"rate":"31"}}})"), -1);
+    EXPECT_EQ(ctx.error_code, -70222);
+    EXPECT_EQ(run(DS_METHOD_SET, R"({"fixture":{"chn1_cam":{"title":"123456789"}}})"), -1);
+    EXPECT_EQ(ctx.error_code, -70233);
+    ctx.error_code = -40101;
+    EXPECT_EQ(run(DS_METHOD_SET, R"({"fixture":{"ghost":{"enabled":"on"}}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40101);  // diff failures keep the code
+    EXPECT_EQ(run(DS_METHOD_SET, R"({"fixture":{"chn1_cam":{"enabled":true}}})"), -1);
+    EXPECT_EQ(run(DS_METHOD_SET, R"({"fixture":{"chn1_cam":{"list":[]}}})"), -1);
+    EXPECT_EQ(run(DS_METHOD_SET, R"({"nomod":{"chn1_cam":{"enabled":"on"}}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40101);
+    EXPECT_EQ(run(DS_METHOD_SET, "{}"), -1);
+    EXPECT_EQ(ctx.error_code, -40209);
+    before_result = -555;
+    EXPECT_EQ(run(DS_METHOD_SET, R"({"fixture":{"chn1_cam":{"enabled":"on"}}})"), -1);
+    EXPECT_EQ(ctx.error_code, -555);
+    EXPECT_EQ(srv_calls, 0);
+    EXPECT_EQ(scratch.read("fixture"), before);
+    EXPECT_EQ(stored("fixture", "chn1_cam", "enabled"), "off");
+}
+
+TEST_F(Methods, SetOfChannelModuleIsVisibleToReaders)
+{
+    ASSERT_EQ(run(DS_METHOD_SET, R"({"chfix":{"chn2_cam":{"enabled":"off"}}})"), 0);
+    EXPECT_EQ(stored("chfix", "chn2_cam", "enabled"), "off");
+}
+
+TEST_F(Methods, AddChecksNameRoomAndOptions)
+{
+    ASSERT_EQ(run(DS_METHOD_ADD,
+                  R"({"fixture":{"table":"rule","name":"rule_7","para":{"enabled":"on","x":"1"}}})"),
+              0);
+    EXPECT_EQ(stored("fixture", "rule_7", "enabled"), "on");
+    EXPECT_EQ(stored("fixture", "rule_7", "x"), "<none>");
+    EXPECT_EQ(before_calls, 1);
+    EXPECT_EQ(srv_calls, 1);
+    // Three rules now: the type is full.
+    EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"rule","name":"rule_3","para":{}}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40207);
+    EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"rule","name":"rule_1","para":{}}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40203);  // before the count
+    for (const char *bad : {"zone_1x", "zone1", "zone_", "rule_4", "zone_%d"}) {
+        std::string req = std::string(R"({"fixture":{"table":"zone","name":")") + bad +
+                          R"(","para":{}}})";
+        EXPECT_EQ(run(DS_METHOD_ADD, req.c_str()), -1) << bad;
+        EXPECT_EQ(ctx.error_code, -70204) << bad;
+    }
+    EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"cam","name":"cam_1","para":{}}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40106);
+    EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"zone","name":"zone_1"}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40210);
+    EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"zone","name":1,"para":{}}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40210);
+    EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"zone","name":"zone_1","para":"x"}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40210);
+    EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"zone","name":"zone_2","para":{}}})"), 0);
+    EXPECT_EQ(section_exist(ctx.uci_ctx, "fixture", "zone_2"), 1);
+}
+
+TEST_F(Methods, DeleteByTypeAndName)
+{
+    EXPECT_EQ(run(DS_METHOD_DELETE, R"({"fixture":{"table":"zone"}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40205);
+    EXPECT_EQ(run(DS_METHOD_DELETE, R"({"fixture":{"name":"rule_9"}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40205);
+    EXPECT_EQ(run(DS_METHOD_DELETE, R"({"fixture":{"names":"rule_1"}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40210);
+    EXPECT_EQ(run(DS_METHOD_DELETE, R"({"fixture":{"name":["rule_1",2]}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40210);
+    EXPECT_EQ(section_exist(ctx.uci_ctx, "fixture", "rule_1"), 1);
+    ASSERT_EQ(run(DS_METHOD_DELETE, R"({"fixture":{"name":"chn2_cam"}})"), 0);
+    EXPECT_EQ(section_exist(ctx.uci_ctx, "fixture", "chn2_cam"), 0);
+    ASSERT_EQ(run(DS_METHOD_DELETE, R"({"fixture":{"table":["rule"]}})"), 0);
+    EXPECT_EQ(srv_calls, 1);
+    EXPECT_EQ(get_sec_type_num(ctx.uci_ctx, "fixture", "rule"), 0);
+    EXPECT_EQ(section_exist(ctx.uci_ctx, "fixture", "chn1_cam"), 1);
+}
+
+TEST_F(Methods, UnsupportedMethodCode)
+{
+    EXPECT_EQ(run(DS_METHOD_DO, R"({"fixture":{"chn1_cam":{"enabled":"on"}}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40105);
+}
+
+} // namespace

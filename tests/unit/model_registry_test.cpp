@@ -1,0 +1,162 @@
+// Registry: list building, duplicate refusal, lookups by kind, section type
+// resolution (substring first, then the stored type) and run-time rows.
+#include "model/registry.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "model/module_table.h"
+#include "model_test_util.h"
+
+namespace {
+
+model_scratch_root scratch;
+
+int cb_calls = 0;
+int count_cb(ds_context *) { return ++cb_calls == 2 ? -7 : 0; }
+
+const ds_sec demo_types[] = {
+    {.name = "alarm", .data_kind = 0, .max_sec = 4, .options = nullptr,
+     .beforesavecb = nullptr, .srvcb = count_cb, .dynamic = nullptr},
+    {.name = "alarm_setting", .data_kind = 0, .max_sec = 4, .options = nullptr,
+     .beforesavecb = nullptr, .srvcb = nullptr, .dynamic = nullptr},
+    {.name = "zone", .data_kind = 0, .max_sec = 4, .options = nullptr,
+     .beforesavecb = nullptr, .srvcb = nullptr, .dynamic = nullptr},
+    {},
+};
+const ds_opt demo_opts[] = {
+    {.name = "enabled", .checker = nullptr, .arg = nullptr, .err_code = -1},
+    {},
+};
+ds_sec demo_secs[] = {
+    {.name = "main", .data_kind = 0, .max_sec = 1, .options = demo_opts,
+     .beforesavecb = nullptr, .srvcb = count_cb, .dynamic = nullptr},
+    {},
+};
+const ds_action demo_actions[] = {
+    {.keyword = "reboot", .fn = nullptr},
+    {},
+};
+
+ds_module make(const char *name)
+{
+    return ds_module{.next = nullptr, .prev = nullptr, .name = name, .package = name,
+                     .sections = demo_secs, .sec_types = demo_types,
+                     .actions = nullptr, .ch = 0};
+}
+
+TEST(Registry, AddKeepsOrderAndRefusesDuplicates)
+{
+    ds_model_root *root = model_init();
+    ASSERT_NE(root, nullptr);
+    EXPECT_EQ(get_model_root(), root);
+    ds_module a = make("a"), b = make("b"), a2 = make("a");
+    EXPECT_EQ(model_add(root, &a), 0);
+    EXPECT_EQ(add_module_node(&b), 0);
+    EXPECT_EQ(model_add(root, &a2), -1);
+    EXPECT_EQ(model_add(root, nullptr), -1);
+    EXPECT_EQ(root->count, 2u);
+    EXPECT_EQ(root->next, &a);
+    EXPECT_EQ(a.next, &b);
+    EXPECT_EQ(b.prev, &a);
+    EXPECT_EQ(get_module_node(root, "b"), &b);
+    EXPECT_EQ(get_module_node(root, "c"), nullptr);
+    EXPECT_EQ(get_module_node(root, nullptr), nullptr);
+    EXPECT_EQ(model_destory(root), 0);
+    EXPECT_EQ(get_model_root(), nullptr);
+    EXPECT_EQ(a.next, nullptr);
+    EXPECT_EQ(add_module_node(&a), -1);  // no root any more
+    EXPECT_EQ(model_destory(nullptr), -1);
+}
+
+TEST(Registry, NodeKinds)
+{
+    ds_module m = make("m");
+    EXPECT_EQ(get_ds_node(&m, "main", DS_NODE_SECTION), &demo_secs[0]);
+    EXPECT_EQ(get_ds_node(&m, "zone", DS_NODE_SEC_TYPE), &demo_types[2]);
+    EXPECT_EQ(get_ds_node(&m, "zone", DS_NODE_SECTION), nullptr);
+    EXPECT_EQ(get_ds_node(&m, "reboot", DS_NODE_ACTION), nullptr);  // no action table
+    m.actions = demo_actions;
+    EXPECT_EQ(get_ds_node(&m, "reboot", DS_NODE_ACTION), &demo_actions[0]);
+    EXPECT_EQ(get_ds_node(&m, "reboo", DS_NODE_ACTION), nullptr);
+    EXPECT_EQ(get_ds_node(&m, "main", 3), nullptr);
+    EXPECT_EQ(get_ds_node(nullptr, "main", 0), nullptr);
+    EXPECT_EQ(get_filter_node(&demo_secs[0], "enabled"), &demo_opts[0]);
+    EXPECT_EQ(get_filter_node(&demo_secs[0], "enable"), nullptr);
+    EXPECT_EQ(get_filter_node(&demo_types[0], "enabled"), nullptr);  // no options
+}
+
+TEST(Registry, SecTypeSubstringFirstThenStoredType)
+{
+    ds_module m = make("regdemo");
+    // The earlier, shorter "alarm" wins over the exact "alarm_setting".
+    EXPECT_EQ(get_sec_type(&m, "chn1_alarm_setting"), &demo_types[0]);
+    // No substring match: the stored type decides, read from the package
+    // named after the module.
+    scratch.write("regdemo", "config zone 'front'\n\toption a '1'\n\n"
+                             "config other 'back'\n");
+    EXPECT_EQ(get_sec_type(&m, "front"), &demo_types[2]);
+    EXPECT_EQ(get_sec_type(&m, "back"), nullptr);
+    EXPECT_EQ(get_sec_type(&m, "missing"), nullptr);
+    m.package = "elsewhere";  // the package field is not consulted
+    EXPECT_EQ(get_sec_type(&m, "front"), &demo_types[2]);
+    m.sec_types = nullptr;
+    EXPECT_EQ(get_sec_type(&m, "chn1_alarm_setting"), nullptr);
+}
+
+TEST(Registry, RestartCallback)
+{
+    ds_model_root *root = model_init();
+    ds_module m = make("rs");
+    ASSERT_EQ(model_add(root, &m), 0);
+    ds_context *ctx = reinterpret_cast<ds_context *>(&m);  // never dereferenced
+    cb_calls = 0;
+    EXPECT_EQ(do_restart_cb(ctx, "rs", "main", 1), 0);
+    EXPECT_EQ(do_restart_cb(ctx, "rs", "alarm", 0), -7);  // result passed through
+    EXPECT_EQ(do_restart_cb(ctx, "rs", "main", 0), -40101);   // no name fallback
+    EXPECT_EQ(do_restart_cb(ctx, "rs", "zone", 0), -40101);   // no srvcb
+    EXPECT_EQ(do_restart_cb(ctx, "nope", "main", 1), -40101);
+    EXPECT_EQ(do_restart_cb(nullptr, "rs", "main", 1), -40101);
+    EXPECT_EQ(cb_calls, 2);
+    model_destory(root);
+    EXPECT_EQ(do_restart_cb(ctx, "rs", "main", 1), -40101);  // no root
+}
+
+TEST(Registry, ChannelRows)
+{
+    static const char *const patterns[] = {"chn%d_a", "port%d_b"};
+    static const ds_opt *const opts[] = {demo_opts, nullptr};
+    ds_sec table[8] = {};
+    table[0] = demo_secs[0];
+    size_t pos = 1;
+    ASSERT_EQ(model_fill_channel_rows(table, 8, &pos, patterns, opts, 2, 3), 0);
+    EXPECT_EQ(pos, 7u);
+    EXPECT_STREQ(table[1].name, "chn1_a");
+    EXPECT_STREQ(table[2].name, "port1_b");
+    EXPECT_STREQ(table[6].name, "port3_b");
+    EXPECT_EQ(table[1].max_sec, 255);
+    EXPECT_EQ(table[1].options, demo_opts);
+    EXPECT_EQ(table[2].options, nullptr);
+    EXPECT_EQ(table[7].name, nullptr);
+    size_t full = 1;
+    EXPECT_EQ(model_fill_channel_rows(table, 7, &full, patterns, opts, 2, 3), -1);
+    for (size_t i = 1; i < pos; ++i)
+        free(const_cast<char *>(table[i].name));
+}
+
+TEST(Registry, ChannelAmountClamped)
+{
+    EXPECT_EQ(model_channel_amount(), 128);  // absent
+    scratch.write("basic_info", "config basic_info 'basic_info'\n\toption chan_amount '16'\n");
+    EXPECT_EQ(model_channel_amount(), 16);
+    scratch.write("basic_info", "config basic_info 'basic_info'\n\toption chan_amount '500'\n");
+    EXPECT_EQ(model_channel_amount(), 128);
+    scratch.write("basic_info", "config basic_info 'basic_info'\n\toption chan_amount '0'\n");
+    EXPECT_EQ(model_channel_amount(), 1);
+    scratch.write("basic_info", "config basic_info 'basic_info'\n\toption chan_amount 'x'\n");
+    EXPECT_EQ(model_channel_amount(), 128);
+}
+
+} // namespace
