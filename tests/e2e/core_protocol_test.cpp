@@ -85,6 +85,32 @@ TEST_F(CoreProtocol, TracesNameTheirSteps)
     EXPECT_NE(log.substr(line + 1, illegal - line).find("ds_signal_handle("), std::string::npos);
 }
 
+// A stored section with blanks, a slash and a non-ASCII letter, read back
+// as each kind of client.
+TEST(CoreCoding, ResponseEncodingAndRequestDecodingFollowTheClientKind)
+{
+    dsd_harness h;
+    h.write_package("video", "\nconfig video 'chn1_main'\n\toption title 'a b/\xc3\xa9'\n");
+    ASSERT_TRUE(h.start()) << h.log();
+    const std::string get = R"({"method": "get", "video": {"name": "chn1_main"}})";
+    for (int client : {1, 2}) {
+        std::string res = h.request(get, dsd_identity{"admin", 1, client});
+        EXPECT_NE(res.find("a%20b%2F%C3%A9"), std::string::npos) << client << res;
+        EXPECT_NE(res.find("\"error_code\": 0"), std::string::npos) << res;
+    }
+    for (int client : {3, 8, 9, 13}) {
+        std::string res = h.request(get, dsd_identity{"admin", 1, client});
+        EXPECT_NE(res.find("a b"), std::string::npos) << client << res;
+        EXPECT_EQ(error_code_of(res), 0);
+    }
+    // "%5F" is "_": found only where the request is decoded.
+    const std::string encoded = R"({"method": "get", "video": {"name": "chn1%5Fmain"}})";
+    for (int client : {1, 3, 13})
+        EXPECT_EQ(error_code_of(h.request(encoded, dsd_identity{"admin", 1, client})), 0) << client;
+    for (int client : {2, 8, 9})
+        EXPECT_EQ(error_code_of(h.request(encoded, dsd_identity{"admin", 1, client})), -40106) << client;
+}
+
 TEST(CoreStart, StaleSocketFileIsReplaced)
 {
     dsd_harness h;
