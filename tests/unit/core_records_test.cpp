@@ -206,3 +206,59 @@ TEST_F(Records, LongRequestGrowsTheBufferAndItIsGivenBack)
 }
 
 } // namespace
+
+namespace {
+
+class Dispatch : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_NE(context_init(), 0); }
+    void TearDown() override { context_destroy(); }
+
+    // Serves bytes through ds_signal_handle on a socket pair; *rc gets its
+    // result, the answer (or "") is returned. The daemon side must be closed.
+    std::string serve(const std::string &bytes, int *rc)
+    {
+        int sv[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
+        EXPECT_TRUE(dsd_send_record_bytes(sv[1], bytes));
+        shutdown(sv[1], SHUT_WR);
+        *rc = ds_signal_handle(sv[0]);
+        uint32_t type = 0;
+        std::string out;
+        if (dsd_read_record(sv[1], &type, &out, 2000)) {
+            EXPECT_EQ(type, 3u);
+        }
+        // Closed after the one answer (reset when it left records unread).
+        char extra;
+        EXPECT_LE(read(sv[1], &extra, 1), 0);
+        close(sv[1]);
+        return out;
+    }
+};
+
+TEST_F(Dispatch, AnswersOnceAndReleasesTheContext)
+{
+    int rc = -2;
+    EXPECT_EQ(serve(info(1, 3) + info(2, 8), &rc),
+              R"({"error_code": -40105})");
+    EXPECT_EQ(rc, 0);
+    EXPECT_EQ(serve(info(1, 3) + rec(2, R"({"method":"GET"})"), &rc), R"({"error_code": -40209})");
+    EXPECT_EQ(serve("", &rc), R"({"error_code": -40101})");
+    EXPECT_EQ(context_free_count(), DS_CONTEXT_COUNT);
+}
+
+TEST_F(Dispatch, NoFreeContextIsAnsweredAtOnce)
+{
+    ds_context *held[DS_CONTEXT_COUNT];
+    for (auto &c : held)
+        c = context_alloc();
+    int rc = 0;
+    // The records are never read: the answer comes without waiting for them.
+    EXPECT_EQ(serve(info(1, 3) + rec(2, R"({"method":"get"})"), &rc), R"({"error_code": -40101})");
+    EXPECT_EQ(rc, -1);
+    for (auto *c : held)
+        context_free(c);
+    EXPECT_EQ(context_free_count(), DS_CONTEXT_COUNT);
+}
+
+} // namespace
