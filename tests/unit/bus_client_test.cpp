@@ -2,8 +2,10 @@
 // precedence, time-outs and the asynchronous queue.
 #include <gtest/gtest.h>
 #include <json-c/json.h>
+#include <dirent.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -54,6 +56,17 @@ blob_attr *make_attr(const std::string &text)
     a->id_len = static_cast<uint32_t>(total);
     memcpy(a->data, text.c_str(), text.size() + 1);
     return a;
+}
+
+size_t thread_count()
+{
+    size_t n = 0;
+    if (DIR *d = opendir("/proc/self/task")) {
+        while (dirent *e = readdir(d))
+            n += e->d_name[0] != '.';
+        closedir(d);
+    }
+    return n;
 }
 
 } // namespace
@@ -315,4 +328,59 @@ TEST_F(BusCall, QueueCutsLongFieldsAndDropsUnsentOnDeinit)
     bus.touch("go2");
     ubus_async_deinit(); // the worker ends after its current call
     EXPECT_GE(2u, bus.calls_to("q", "m").size());
+}
+
+TEST(BusShell, CallsGoThroughTheCommandLineTool)
+{
+    const std::string &root = test_root();
+    // A stand-in "ubus" tool that records its arguments, one call per line.
+    std::string bin = root + "/shellbin";
+    std::string out = root + "/shell_calls";
+    std::system(("mkdir -p " + bin).c_str());
+    std::ofstream(bin + "/ubus") << "#!/bin/sh\necho \"$@\" >> " << out << "\n";
+    chmod((bin + "/ubus").c_str(), 0755);
+    std::string path = bin + ":" + (getenv("PATH") ? getenv("PATH") : "/usr/bin:/bin");
+    setenv("PATH", path.c_str(), 1);
+
+    size_t threads_before = thread_count();
+    EXPECT_EQ(-1, ubus_call_by_shell(nullptr, "m", nullptr));
+    EXPECT_EQ(-1, ubus_call_by_shell("o", nullptr, nullptr));
+    EXPECT_EQ(-1, run_shell_async(nullptr));
+    EXPECT_EQ(0, ubus_call_by_shell("cloud", "bind", R"({"a": "b c"})"));
+    EXPECT_EQ(0, ubus_call_by_shell("cloud", "status", nullptr));
+
+    std::vector<std::string> lines;
+    for (int waited = 0; waited < 10000 && lines.size() < 2; waited += 10) {
+        lines.clear();
+        std::ifstream in(out);
+        for (std::string l; std::getline(in, l);)
+            lines.push_back(l);
+        bus_sleep_ms(10);
+    }
+    ASSERT_EQ(2u, lines.size());
+    std::sort(lines.begin(), lines.end()); // the two threads race
+    EXPECT_EQ(R"(call cloud bind {"a": "b c"})", lines[0]);
+    EXPECT_EQ("call cloud status", lines[1]);
+    // The detached threads free their command copies on the way out.
+    for (int waited = 0; waited < 10000 && thread_count() > threads_before; waited += 10)
+        bus_sleep_ms(10);
+    EXPECT_EQ(threads_before, thread_count());
+}
+
+TEST_F(BusCall, ScenarioCasesChooseByMessage)
+{
+    start(R"({"objects":{"peer":{"methods":{"m":{
+        "reply":{"who":"any"},
+        "cases":[{"when":{"chn":2},"sequence":[{"reply":{"who":"two-a"}},{"reply":{"who":"two-b"}}]},
+                 {"when":{"chn":3,"tag":"x"},"status":5}]}}}}})");
+    std::string reply;
+    EXPECT_EQ(0, call("peer", "m", R"({"chn":1})", &reply));
+    EXPECT_EQ(R"({"who":"any"})", reply);
+    EXPECT_EQ(0, call("peer", "m", R"({"chn":2,"more":1})", &reply));
+    EXPECT_EQ(R"({"who":"two-a"})", reply);
+    EXPECT_EQ(0, call("peer", "m", R"({"chn":2})", &reply));
+    EXPECT_EQ(R"({"who":"two-b"})", reply);
+    EXPECT_EQ(0, call("peer", "m", R"({"chn":3})", &reply));
+    EXPECT_EQ(R"({"who":"any"})", reply);
+    EXPECT_EQ(-1, call("peer", "m", R"({"chn":3,"tag":"x"})", &reply));
 }

@@ -115,10 +115,45 @@ static void log_call(hb_state *st, const char *object, const char *method, json_
         fprintf(stderr, "hostbus: short write to the call log\n");
 }
 
+// True when every member of want is in msg with the same JSON value.
+static bool message_matches(json_object *want, json_object *msg)
+{
+    if (!want || !json_object_is_type(want, json_type_object))
+        return false;
+    json_object_object_foreach(want, key, val) {
+        json_object *have = member(msg, key);
+        if (!have && !val)
+            continue;
+        if (!have || !val ||
+            strcmp(json_object_to_json_string_ext(have, JSON_C_TO_STRING_PLAIN),
+                   json_object_to_json_string_ext(val, JSON_C_TO_STRING_PLAIN)) != 0)
+            return false;
+    }
+    return true;
+}
+
+// The first of spec's "cases" whose "when" matches the message, else spec.
+// *tag names the choice for the sequence counters.
+static json_object *pick_case(json_object *spec, json_object *msg, std::string *tag)
+{
+    json_object *cases = member(spec, "cases");
+    if (!cases || !json_object_is_type(cases, json_type_array))
+        return spec;
+    for (size_t i = 0; i < json_object_array_length(cases); i++) {
+        json_object *c = json_object_array_get_idx(cases, i);
+        if (message_matches(member(c, "when"), msg)) {
+            *tag = "#" + std::to_string(i);
+            return c;
+        }
+    }
+    return spec;
+}
+
 // The step for this call: method spec, object default, scenario default, or
-// {"reply": {}}; a "sequence" advances one element per call and then repeats
-// its last. A new reference. Caller holds st->mu.
-static json_object *pick_step(hb_state *st, const std::string &object, const char *method)
+// {"reply": {}}; "cases" choose by message; a "sequence" advances one element
+// per call and then repeats its last. A new reference. Caller holds st->mu.
+static json_object *pick_step(hb_state *st, const std::string &object, const char *method,
+                              json_object *msg)
 {
     json_object *obj = member(member(st->scenario, "objects"), object.c_str());
     json_object *spec = member(member(obj, "methods"), method);
@@ -128,10 +163,12 @@ static json_object *pick_step(hb_state *st, const std::string &object, const cha
         spec = member(st->scenario, "default");
     if (!spec)
         return json_tokener_parse("{\"reply\":{}}");
+    std::string tag;
+    spec = pick_case(spec, msg, &tag);
     json_object *seq = member(spec, "sequence");
     if (!seq || !json_object_is_type(seq, json_type_array) || json_object_array_length(seq) == 0)
         return json_object_get(spec);
-    size_t turn = st->turns[object + "/" + method]++;
+    size_t turn = st->turns[object + "/" + method + tag]++;
     size_t n = json_object_array_length(seq);
     return json_object_get(json_object_array_get_idx(seq, turn < n ? turn : n - 1));
 }
@@ -200,7 +237,7 @@ void hb_invoke(hb_state *st, uint32_t id, const char *method, json_object *msg, 
         }
         std::string object = st->ids[id - 1];
         log_call(st, object.c_str(), method, msg);
-        step.reset(pick_step(st, object, method));
+        step.reset(pick_step(st, object, method, msg));
     }
     wait_for_file(st, step.get());
     json_object *delay = member(step.get(), "delay_ms");
