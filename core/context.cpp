@@ -55,22 +55,23 @@ void clear_request(ds_context *ctx)
     memset(ctx->marks, 0, sizeof ctx->marks);
 }
 
-bool give_buffer(ds_context *ctx)
+// `caller` names the pool operation in the trace.
+bool give_buffer(ds_context *ctx, const char *caller)
 {
     ctx->buf = static_cast<uint8_t *>(calloc(1, DS_BUF_SIZE));
     if (!ctx->buf) {
-        DS_ERR("Malloc buffer failed.");
+        DS_TRACE_AS(caller, TRACE_ERROR, "Malloc buffer failed.");
         return false;
     }
     ctx->buf_size = DS_BUF_SIZE;
     return true;
 }
 
-bool give_uci(ds_context *ctx)
+bool give_uci(ds_context *ctx, const char *caller)
 {
     ctx->uci_ctx = dsd_uci_alloc();
     if (!ctx->uci_ctx) {
-        DS_ERR("Uci context alloc failed.");
+        DS_TRACE_AS(caller, TRACE_ERROR, "Uci context alloc failed.");
         return false;
     }
     return true;
@@ -89,7 +90,7 @@ int context_init(void)
     }
     g_pool_ready = true;
     for (ds_context &ctx : g_contexts) {
-        if (!give_buffer(&ctx) || !give_uci(&ctx)) {
+        if (!give_buffer(&ctx, __func__) || !give_uci(&ctx, __func__)) {
             context_destroy();
             return 0;
         }
@@ -109,7 +110,8 @@ ds_context *context_alloc(void)
             break;
         }
     }
-    if (found && ((!found->buf && !give_buffer(found)) || (!found->uci_ctx && !give_uci(found))))
+    if (found && ((!found->buf && !give_buffer(found, __func__)) ||
+                  (!found->uci_ctx && !give_uci(found, __func__))))
         found = nullptr;
     if (found)
         found->free = 0;
@@ -132,7 +134,9 @@ void context_free(ds_context *ctx)
         memset(ctx->buf, 0, DS_BUF_SIZE);
     }
     clear_request(ctx);
+    pthread_mutex_lock(&ctx->lock);
     ctx->busy = 0;
+    pthread_mutex_unlock(&ctx->lock);
     ctx->free = 1;
     pthread_mutex_unlock(&g_pool_lock);
 }

@@ -50,12 +50,12 @@ void run_method(ds_context *ctx)
 {
     ds_method_fn handler = handler_of(ctx->method);
     if (!handler) {
-        DS_ERR("Signal method is illegal.");
+        DS_TRACE_AS("ds_signal_handle", TRACE_ERROR, "Signal method is illegal.");
         ctx->error_code = -40105;
         return;
     }
     if (handler(ctx) != 0)
-        DS_ERR("Signal handle failed.");
+        DS_TRACE_AS("ds_signal_handle", TRACE_ERROR, "Signal handle failed.");
 }
 
 } // namespace

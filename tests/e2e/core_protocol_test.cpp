@@ -1,0 +1,144 @@
+// More of the socket protocol against the real daemon: refused record
+// lengths, identity checks, start-up over a stale socket, and the client CLI.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <string>
+
+#include "harness/dsd_harness.h"
+
+namespace {
+
+// Reaches the get handler, which refuses the module whatever the device's
+// configuration: proof that the parse succeeded.
+const char kServed[] = R"({"method": "get", "no_such_module": {"name": "x"}})";
+const int kServedCode = -40106;
+
+std::string info_json(int group, int client, const std::string &user = "admin")
+{
+    return "{\"user\": \"" + user + "\", \"group\": " + std::to_string(group) +
+           ", \"client\": " + std::to_string(client) + "}";
+}
+
+class CoreProtocol : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(d.start()) << d.log(); }
+    dsd_harness d;
+};
+
+TEST_F(CoreProtocol, RefusedInfoLengthStillLetsTheRequestRun)
+{
+    // The refused record's value is not read: the request header follows at once.
+    for (uint32_t len : {0u, 32769u, 0xFFFFFFFFu})
+        EXPECT_EQ(error_code_of(d.raw(tlv_header(1, len) + tlv(2, kServed))), kServedCode) << len;
+    // The largest info record is read whole.
+    std::string big_user(32768 - info_json(1, 8, "").size(), 'u');
+    std::string big_info = info_json(1, 8, big_user);
+    ASSERT_EQ(big_info.size(), 32768u);
+    EXPECT_EQ(error_code_of(d.raw(tlv(1, big_info) + tlv(2, kServed))), kServedCode);
+    EXPECT_GE(d.wait_log("TLV length: 32768."), 1);
+}
+
+TEST_F(CoreProtocol, NegativeOrShortRequestLengths)
+{
+    const std::string info = tlv(1, info_json(1, 8));
+    EXPECT_EQ(error_code_of(d.raw(info + tlv_header(2, 0xFFFFFFFFu))), -40101);
+    EXPECT_EQ(error_code_of(d.raw(info + tlv_header(2, 0x80000000u))), -40101);
+    EXPECT_EQ(error_code_of(d.raw(info + tlv_header(2, 0x7FFFFFFFu))), -40202);
+    EXPECT_EQ(error_code_of(d.raw(info + tlv_header(2, 30) + "{\"method\": \"get\"")), -40101);
+    EXPECT_GE(d.wait_log("Socket read TLV value failed. read_len : 0, len : 14"), 1);
+}
+
+TEST_F(CoreProtocol, InfoRecordChecks)
+{
+    // Sent second, the info record decides the outcome.
+    for (const char *bad : {R"({"group": 1, "client": 3})", R"({"user": "a", "client": 3})",
+                            R"({"user": "a", "group": "1", "client": 3})", R"({"user": "a", "group": 1})",
+                            R"({"user": 1, "group": 1, "client": 3})", "[1]", "{"}) {
+        EXPECT_EQ(error_code_of(d.raw(tlv(2, kServed) + tlv(1, bad))), -40101) << bad;
+    }
+    EXPECT_EQ(error_code_of(d.raw(tlv(2, kServed) + tlv(1, info_json(1, 3, "%4")))), -40102);
+    EXPECT_GE(d.wait_log("Lack of user field."), 2);
+    EXPECT_GE(d.wait_log("Lack of group field."), 2);
+    EXPECT_GE(d.wait_log("Lack of client field."), 1);
+    EXPECT_GE(d.wait_log("Transform json request info to object failed."), 1);
+    // Out-of-range identity is replaced, not refused.
+    EXPECT_EQ(error_code_of(d.raw(tlv(1, info_json(9, 99)) + tlv(2, kServed))), kServedCode);
+    EXPECT_EQ(d.wait_log("Unknown user group."), 1);
+    EXPECT_EQ(d.wait_log("Unknown client."), 1);
+}
+
+TEST_F(CoreProtocol, TracesNameTheirSteps)
+{
+    d.raw(tlv(1, info_json(1, 8)) + tlv(2, R"({"method": "GET"})"));
+    d.raw(tlv(1, info_json(1, 8)) + tlv(1, info_json(1, 8)));
+    EXPECT_GE(d.wait_log("jreq_tlv_data_handle("), 1);
+    EXPECT_GE(d.wait_log("Unsupport method type: GET."), 1);
+    EXPECT_GE(d.wait_log("ds_signal_handle("), 1);
+    EXPECT_GE(d.wait_log("): Signal method is illegal."), 1);
+    std::string log = d.log();
+    EXPECT_NE(log.find("ds_signal_handle("), std::string::npos);
+    size_t illegal = log.find("Signal method is illegal.");
+    ASSERT_NE(illegal, std::string::npos);
+    size_t line = log.rfind('\n', illegal);
+    EXPECT_NE(log.substr(line + 1, illegal - line).find("ds_signal_handle("), std::string::npos);
+}
+
+// A stored section with blanks, a slash and a non-ASCII letter, read back
+// as each kind of client.
+TEST(CoreCoding, ResponseEncodingAndRequestDecodingFollowTheClientKind)
+{
+    dsd_harness h;
+    h.write_package("video", "\nconfig video 'chn1_main'\n\toption title 'a b/\xc3\xa9'\n");
+    ASSERT_TRUE(h.start()) << h.log();
+    const std::string get = R"({"method": "get", "video": {"name": "chn1_main"}})";
+    for (int client : {1, 2}) {
+        std::string res = h.request(get, dsd_identity{"admin", 1, client});
+        EXPECT_NE(res.find("a%20b%2F%C3%A9"), std::string::npos) << client << res;
+        EXPECT_NE(res.find("\"error_code\": 0"), std::string::npos) << res;
+    }
+    for (int client : {3, 8, 9, 13}) {
+        std::string res = h.request(get, dsd_identity{"admin", 1, client});
+        EXPECT_NE(res.find("a b"), std::string::npos) << client << res;
+        EXPECT_EQ(error_code_of(res), 0);
+    }
+    // "%5F" is "_": found only where the request is decoded.
+    const std::string encoded = R"({"method": "get", "video": {"name": "chn1%5Fmain"}})";
+    for (int client : {1, 3, 13})
+        EXPECT_EQ(error_code_of(h.request(encoded, dsd_identity{"admin", 1, client})), 0) << client;
+    for (int client : {2, 8, 9})
+        EXPECT_EQ(error_code_of(h.request(encoded, dsd_identity{"admin", 1, client})), -40106) << client;
+}
+
+TEST(CoreStart, StaleSocketFileIsReplaced)
+{
+    dsd_harness h;
+    {
+        std::ofstream stale(h.socket_path());
+        stale << "left over by an earlier run";
+    }
+    ASSERT_TRUE(h.start()) << h.log();
+    EXPECT_EQ(error_code_of(h.request(kServed)), kServedCode);
+    EXPECT_GE(h.wait_log("SIGPIPE ignore."), 1);
+    EXPECT_GE(h.wait_log("SIGCHLD capture."), 1);
+}
+
+TEST(CoreStart, ClientToolPrintsTheResponse)
+{
+    dsd_harness h;
+    ASSERT_TRUE(h.start({})) << h.log();
+    std::string cmd = "DSD_ROOT='" + h.root + "' '" DSD_TOOLS_DIR "/dsdc' '" + kServed + "'";
+    FILE *p = popen(cmd.c_str(), "r");
+    ASSERT_NE(p, nullptr);
+    char buf[256] = {0};
+    size_t n = fread(buf, 1, sizeof(buf) - 1, p);
+    EXPECT_EQ(pclose(p), 0);
+    // The handler's partial response object, with the code added last.
+    EXPECT_EQ(std::string(buf, n), "{ \"no_such_module\": { }, \"error_code\": -40106 }\n");
+
+    std::string down = "'" DSD_TOOLS_DIR "/dsdc' -s '" + h.root + "/none.sock' '{}' 2>/dev/null";
+    EXPECT_NE(system(down.c_str()), 0);
+}
+
+} // namespace

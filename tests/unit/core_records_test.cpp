@@ -1,0 +1,264 @@
+// The record parser on a socket pair: what each record leaves in the
+// context, which record decides the outcome, and the buffer growth.
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <string>
+#include <thread>
+
+#include "client/dsd_client.h"
+#include "core/context.h"
+#include "core/dispatch.h"
+
+namespace {
+
+std::string header(uint32_t type, int32_t len)
+{
+    unsigned char h[8];
+    uint32_t l = static_cast<uint32_t>(len);
+    for (int i = 0; i < 4; i++) {
+        h[i] = static_cast<unsigned char>(type >> (24 - 8 * i));
+        h[4 + i] = static_cast<unsigned char>(l >> (24 - 8 * i));
+    }
+    return std::string(reinterpret_cast<char *>(h), sizeof h);
+}
+
+std::string rec(uint32_t type, const std::string &value)
+{
+    return header(type, static_cast<int32_t>(value.size())) + value;
+}
+
+std::string info(int group, int client, const char *user = "admin")
+{
+    return rec(1, std::string("{\"user\":\"") + user + "\",\"group\":" + std::to_string(group) +
+                      ",\"client\":" + std::to_string(client) + "}");
+}
+
+class Records : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_NE(context_init(), 0);
+        ctx = context_alloc();
+        ASSERT_NE(ctx, nullptr);
+    }
+    void TearDown() override
+    {
+        context_free(ctx);
+        context_destroy();
+    }
+
+    // Feeds bytes (then end of stream) to a parse on ctx; its result.
+    int parse(const std::string &bytes)
+    {
+        int sv[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
+        // Written from another thread: long records exceed the pair's buffer.
+        std::thread writer([&] {
+            dsd_send_record_bytes(sv[1], bytes);
+            shutdown(sv[1], SHUT_WR);
+        });
+        ctx->fd = sv[0];
+        ctx->error_code = -40101;
+        int rc = ds_signal_parse(ctx);
+        shutdown(sv[0], SHUT_RD); // let a writer blocked on unread bytes go
+        writer.join();
+        close(sv[1]);
+        return rc;
+    }
+
+    ds_context *ctx = nullptr;
+};
+
+TEST_F(Records, IdentityAndMethodAreStored)
+{
+    ASSERT_EQ(parse(info(3, 9, "op%20one") + rec(2, R"({"method":"forward"})")), 0);
+    EXPECT_STREQ(ctx->user, "op one"); // the info record is decoded whatever the kind
+    EXPECT_EQ(ctx->group, 3);
+    EXPECT_EQ(ctx->client, 9);
+    EXPECT_EQ(ctx->method, DS_METHOD_FORWARD);
+    EXPECT_EQ(ctx->error_code, -40101); // left for the handler to set
+}
+
+TEST_F(Records, RequestDecodingByKindAtParseTime)
+{
+    ASSERT_EQ(parse(info(1, 8) + rec(2, R"({"method":"get","v":"a%20b"})")), 0);
+    EXPECT_STREQ(json_object_get_string(json_object_object_get(ctx->req_obj, "v")), "a%20b");
+    context_free(ctx);
+    ctx = context_alloc();
+    // Before the info record the kind is 0: decoded.
+    ASSERT_EQ(parse(rec(2, R"({"method":"get","v":"a%20b"})") + info(1, 8)), 0);
+    EXPECT_STREQ(json_object_get_string(json_object_object_get(ctx->req_obj, "v")), "a b");
+    EXPECT_EQ(ctx->client, 8);
+}
+
+TEST_F(Records, OutOfRangeGroupAndClientAreReplaced)
+{
+    ASSERT_EQ(parse(info(0, 14) + rec(2, R"({"method":"do"})")), 0);
+    EXPECT_EQ(ctx->group, 2);
+    EXPECT_EQ(ctx->client, 13);
+    context_free(ctx);
+    ctx = context_alloc();
+    ASSERT_EQ(parse(info(-1, 300) + rec(2, R"({"method":"do"})")), 0);
+    EXPECT_EQ(ctx->group, 2);
+    EXPECT_EQ(ctx->client, 13);
+}
+
+TEST_F(Records, EveryMethodNameMapsToItsCode)
+{
+    EXPECT_EQ(ds_method_code("get"), DS_METHOD_GET);
+    EXPECT_EQ(ds_method_code("add"), DS_METHOD_ADD);
+    EXPECT_EQ(ds_method_code("delete"), DS_METHOD_DELETE);
+    EXPECT_EQ(ds_method_code("set"), DS_METHOD_SET);
+    EXPECT_EQ(ds_method_code("do"), DS_METHOD_DO);
+    EXPECT_EQ(ds_method_code("forward"), DS_METHOD_FORWARD);
+    for (const char *bad : {"GET", "Get", "get ", "", "fwd"})
+        EXPECT_EQ(ds_method_code(bad), 0) << bad;
+    EXPECT_EQ(ds_method_code(nullptr), 0);
+}
+
+TEST_F(Records, SecondRecordDecidesTheOutcome)
+{
+    // A failed info first: the good request still parses, the code stays.
+    EXPECT_EQ(parse(rec(1, R"({"group":1,"client":3})") + rec(2, R"({"method":"set"})")), 0);
+    EXPECT_EQ(ctx->method, DS_METHOD_SET);
+    EXPECT_EQ(ctx->error_code, -40101);
+    context_free(ctx);
+    ctx = context_alloc();
+    // A good request first, a failing info second: the parse fails.
+    EXPECT_EQ(parse(rec(2, R"({"method":"set"})") + rec(1, "{bad")), -1);
+    EXPECT_EQ(ctx->error_code, -40101);
+    context_free(ctx);
+    ctx = context_alloc();
+    // Two requests: the later one wins.
+    EXPECT_EQ(parse(rec(2, R"({"method":"set"})") + rec(2, R"({"method":"get","x":1})")), 0);
+    EXPECT_EQ(ctx->method, DS_METHOD_GET);
+    ASSERT_NE(ctx->req_obj, nullptr);
+}
+
+TEST_F(Records, RefusedLengthsLeaveTheValueUnread)
+{
+    // The refused info's "value" is the next header.
+    for (int32_t len : {0, -1, 32769}) {
+        EXPECT_EQ(parse(header(1, len) + rec(2, R"({"method":"do"})")), 0) << len;
+        EXPECT_EQ(ctx->method, DS_METHOD_DO);
+        context_free(ctx);
+        ctx = context_alloc();
+    }
+    EXPECT_EQ(parse(info(1, 3) + header(2, 262145)), -1);
+    EXPECT_EQ(ctx->error_code, -40202);
+}
+
+TEST_F(Records, HeaderAndTypeFailuresEndTheParse)
+{
+    EXPECT_EQ(parse(std::string("\0\0\0\2\0\0\0", 7)), -1);
+    EXPECT_EQ(ctx->error_code, -40101);
+    context_free(ctx);
+    ctx = context_alloc();
+    // Type 3 is the daemon's own: refused, and the good request after it unread.
+    EXPECT_EQ(parse(rec(3, "{}") + rec(2, R"({"method":"get"})")), -1);
+    EXPECT_EQ(ctx->method, 0);
+}
+
+TEST_F(Records, ValueFailures)
+{
+    struct row {
+        std::string bytes;
+        int32_t code;
+    };
+    const row rows[] = {
+        {.bytes = info(1, 3) + header(2, 50) + "{\"method\"", .code = -40101},
+        {.bytes = info(1, 3) + rec(2, "{\"method\":"), .code = -40210},
+        {.bytes = info(1, 3) + rec(2, R"({"Method":"get"})"), .code = -40210},
+        {.bytes = info(1, 3) + rec(2, R"({"method":"x","a":"%g0"})"), .code = -40102},
+        {.bytes = info(1, 3) + rec(2, R"({"method":"GET"})"), .code = -40209},
+        {.bytes = info(1, 3) + rec(2, std::string(100, '[') + std::string(100, ']')), .code = -40210},
+        {.bytes = rec(2, R"({"method":"get"})") + header(1, 40) + "{}", .code = -40101},
+    };
+    for (const row &r : rows) {
+        EXPECT_EQ(parse(r.bytes), -1);
+        EXPECT_EQ(ctx->error_code, r.code) << r.bytes.substr(8);
+        context_free(ctx);
+        ctx = context_alloc();
+    }
+}
+
+TEST_F(Records, LongRequestGrowsTheBufferAndItIsGivenBack)
+{
+    std::string req = R"({"method":"get"})";
+    req.append(262144 - req.size(), ' ');
+    ASSERT_EQ(parse(info(1, 3) + rec(2, req)), 0);
+    EXPECT_EQ(ctx->buf_size, 262145u);
+    EXPECT_EQ(ctx->method, DS_METHOD_GET);
+    ds_context *grown = ctx;
+    context_free(ctx);
+    EXPECT_EQ(grown->buf, nullptr);
+    ctx = context_alloc();
+    ASSERT_EQ(ctx, grown); // first free in array order
+    EXPECT_EQ(ctx->buf_size, static_cast<uint32_t>(DS_BUF_SIZE));
+    // At 32768 bytes the preallocated buffer is used as it is.
+    std::string mid = R"({"method":"get"})";
+    mid.append(32768 - mid.size(), ' ');
+    ASSERT_EQ(parse(info(1, 3) + rec(2, mid)), 0);
+    EXPECT_EQ(ctx->buf_size, static_cast<uint32_t>(DS_BUF_SIZE));
+}
+
+} // namespace
+
+namespace {
+
+class Dispatch : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_NE(context_init(), 0); }
+    void TearDown() override { context_destroy(); }
+
+    // Serves bytes through ds_signal_handle on a socket pair; *rc gets its
+    // result, the answer (or "") is returned. The daemon side must be closed.
+    std::string serve(const std::string &bytes, int *rc)
+    {
+        int sv[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
+        EXPECT_TRUE(dsd_send_record_bytes(sv[1], bytes));
+        shutdown(sv[1], SHUT_WR);
+        *rc = ds_signal_handle(sv[0]);
+        uint32_t type = 0;
+        std::string out;
+        if (dsd_read_record(sv[1], &type, &out, 2000)) {
+            EXPECT_EQ(type, 3u);
+        }
+        // Closed after the one answer (reset when it left records unread).
+        char extra;
+        EXPECT_LE(read(sv[1], &extra, 1), 0);
+        close(sv[1]);
+        return out;
+    }
+};
+
+TEST_F(Dispatch, AnswersOnceAndReleasesTheContext)
+{
+    int rc = -2;
+    EXPECT_EQ(serve(info(1, 3) + info(2, 8), &rc),
+              R"({"error_code": -40105})");
+    EXPECT_EQ(rc, 0);
+    EXPECT_EQ(serve(info(1, 3) + rec(2, R"({"method":"GET"})"), &rc), R"({"error_code": -40209})");
+    EXPECT_EQ(serve("", &rc), R"({"error_code": -40101})");
+    EXPECT_EQ(context_free_count(), DS_CONTEXT_COUNT);
+}
+
+TEST_F(Dispatch, NoFreeContextIsAnsweredAtOnce)
+{
+    ds_context *held[DS_CONTEXT_COUNT];
+    for (auto &c : held)
+        c = context_alloc();
+    int rc = 0;
+    // The records are never read: the answer comes without waiting for them.
+    EXPECT_EQ(serve(info(1, 3) + rec(2, R"({"method":"get"})"), &rc), R"({"error_code": -40101})");
+    EXPECT_EQ(rc, -1);
+    for (auto *c : held)
+        context_free(c);
+    EXPECT_EQ(context_free_count(), DS_CONTEXT_COUNT);
+}
+
+} // namespace
