@@ -48,7 +48,7 @@ const char *const kStandIns[] = {
     "reboot", "poweroff", "halt", "shutdown", "init", "telinit", "sysupgrade", "mtd",
     "mkfs", "mkfs.ext4", "mkfs.vfat", "fdisk", "parted", "mdadm", "killall", "pkill",
     "ifconfig", "ip", "udhcpc", "route", "iptables", "mount", "umount", "swapoff",
-    "hdparm", "smartctl", "ntpd", "hwclock", "ubus", "uci", "wifi", nullptr,
+    "hdparm", "smartctl", "ntpd", "hwclock", "wifi", nullptr,
 };
 
 void write_stand_ins(const std::string &root)
