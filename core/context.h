@@ -50,6 +50,8 @@ struct ds_context {
 enum {
     DS_MARK_ALARM_INPUT_BYTE = 1,
     DS_MARK_ALARM_INPUT_BIT = 0x80,
+    DS_MARK_NETWORK_APPLY_BYTE = 2,
+    DS_MARK_NETWORK_APPLY_BIT = 0x40,
 };
 
 // Prepares the pool at start-up. Non-zero on success, 0 on failure. Main thread.

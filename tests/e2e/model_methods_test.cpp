@@ -9,6 +9,8 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "harness/dsd_harness.h"
 
@@ -148,6 +150,40 @@ TEST_F(ModelE2E, DeleteOfChannelModuleIsSeenByTheNextGet)
     EXPECT_EQ(code(R"({"method":"delete","image":{"name":["chn3_day","chn3_night"]}})"), 0);
     EXPECT_EQ(code(R"({"method":"get","image":{"name":"chn3_day"}})"), -40101);
     EXPECT_EQ(code(R"({"method":"get","image":{"name":"chn4_day"}})"), 0);
+}
+
+TEST_F(ModelE2E, ConcurrentDeletesAcrossChannelsAllLand)
+{
+    // Six clients, each deleting its own channels' sections of one package,
+    // both light-committed (image) and fully committed (record_control).
+    std::vector<std::thread> clients;
+    std::vector<int> failures(6, 0);
+    for (int c = 0; c < 6; ++c) {
+        clients.emplace_back([&, c] {
+            for (int ch = c + 1; ch <= 12; ch += 6) {
+                std::string n = std::to_string(ch);
+                if (code(R"({"method":"delete","image":{"name":"chn)" + n + R"(_day"}})") != 0)
+                    ++failures[c];
+                if (code(R"({"method":"delete","record_control":{"name":"chn)" + n +
+                         R"(_record"}})") != 0)
+                    ++failures[c];
+            }
+        });
+    }
+    for (auto &t : clients)
+        t.join();
+    for (int c = 0; c < 6; ++c)
+        EXPECT_EQ(failures[c], 0) << "client " << c;
+    for (int ch = 1; ch <= 16; ++ch) {
+        std::string n = std::to_string(ch);
+        int expect = ch <= 12 ? -40101 : 0;
+        EXPECT_EQ(code(R"({"method":"get","image":{"name":"chn)" + n + R"(_day"}})"), expect) << ch;
+        EXPECT_EQ(code(R"({"method":"get","record_control":{"name":"chn)" + n + R"(_record"}})"),
+                  expect)
+            << ch;
+    }
+    EXPECT_EQ(pkg("record_control").find("'chn12_record'"), std::string::npos);
+    EXPECT_NE(pkg("record_control").find("'chn13_record'"), std::string::npos);
 }
 
 } // namespace

@@ -1,0 +1,289 @@
+// Module "protocol" through the set pipeline: the WAN type switches and what
+// they do to the derived sections, the DHCP client, UPnP and PPPoE, the
+// network package written by the appliers, and the checks on the way in.
+// Commands are observed through stand-in scripts placed first in PATH; the
+// lease release is observed on a real child process waiting for SIGUSR2.
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <uci.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "core/context.h"
+#include "model/methods.h"
+#include "model/registry.h"
+#include "model_test_util.h"
+#include "modules/modules.h"
+#include "modules/network/network.h"
+#include "platform/uci_access.h"
+
+namespace {
+
+model_scratch_root scratch;
+
+const char *const PROTOCOL_PKG =
+    "config interface 'wan'\n\toption wan_type '%TYPE%'\n\toption proto '%TYPE%'\n\n"
+    "config interface 'lan'\n\toption wan_type 'static_lan'\n\n"
+    "config interface 'static'\n\toption ipaddr '10.0.0.2'\n\toption netmask '255.255.255.0'\n"
+    "\toption gateway '10.0.0.1'\n\toption pri_dns '8.8.8.8'\n\toption snd_dns '1.1.1.1'\n\n"
+    "config interface 'dhcp'\n\toption dns_mode 'dynamic'\n\n"
+    "config interface 'pppoe'\n\toption username 'u'\n\toption password 'p'\n\n"
+    "config interface 'static_lan'\n\toption ipaddr '192.168.1.1'\n"
+    "\toption netmask '255.255.255.0'\n\n"
+    "config interface 'dhcp_bond'\n\toption dns_mode 'dynamic'\n\n"
+    "config interface 'static_bond'\n\toption ipaddr '10.9.0.2'\n"
+    "\toption netmask '255.255.0.0'\n\toption gateway '10.9.0.1'\n\n"
+    "config interface 'smart_network'\n\toption ipaddr '10.0.0.77'\n"
+    "\toption netmask '255.255.255.0'\n\toption gateway '10.0.0.1'\n\toption dns '9.9.9.9'\n\n"
+    "config interface 'smart_network_lan'\n\toption ipaddr '192.168.1.1'\n";
+
+// Each stand-in appends its name and arguments to calls.log.
+void write_script(const std::string &path, const std::string &body)
+{
+    std::ofstream(path) << "#!/bin/sh\n" << body;
+    chmod(path.c_str(), 0755);
+}
+
+void setup_stand_ins()
+{
+    const std::string &r = scratch.root;
+    for (const char *d : {"/bin", "/lib", "/lib/upnpc", "/etc/init.d", "/var", "/var/run"})
+        mkdir((r + d).c_str(), 0755);
+    const std::string log = r + "/calls.log";
+    for (const char *tool : {"sleep", "ubus", "track-reload"})
+        write_script(r + "/bin/" + tool, std::string("echo \"") + tool + " $*\" >> '" + log + "'\n");
+    write_script(r + "/etc/init.d/network", "echo \"network $*\" >> '" + log + "'\n");
+    std::ofstream(r + "/lib/upnpc/upnpc.sh")
+        << "upnpc_stop() { echo upnpc_stop >> '" << log << "'; }\n";
+    std::string path = r + "/bin:" + (getenv("PATH") ? getenv("PATH") : "/usr/bin:/bin");
+    setenv("PATH", path.c_str(), 1);
+}
+
+// A child that exits 0 once SIGUSR2 arrives, 1 after ten seconds without.
+pid_t spawn_lease_holder()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGUSR2);
+    sigset_t old;
+    pthread_sigmask(SIG_BLOCK, &set, &old);
+    pid_t pid = fork();
+    if (pid == 0) {
+        timespec limit{10, 0};
+        _exit(sigtimedwait(&set, nullptr, &limit) == SIGUSR2 ? 0 : 1);
+    }
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    return pid;
+}
+
+struct Protocol : testing::Test {
+    ds_model_root *root = nullptr;
+    ds_context ctx{};
+
+    static void SetUpTestSuite() { setup_stand_ins(); }
+
+    void SetUp() override
+    {
+        root = model_init();
+        ASSERT_EQ(protocol_module_init(), 0);
+        write_protocol("dhcp");
+        write_network("eth0", "");
+        unlink(log_path().c_str());
+        unlink((scratch.root + "/var/run/udhcpc-eth0.pid").c_str());
+        unlink((scratch.root + "/var/run/udhcpc-br-wan.pid").c_str());
+        std::ofstream(scratch.root + "/tmp/ip_conflict") << "1\n";
+        ctx.fd = 0;
+    }
+    void TearDown() override
+    {
+        json_object_put(ctx.req_obj);
+        json_object_put(ctx.res_obj);
+        uci_free_context(ctx.uci_ctx);
+        model_destory(root);
+    }
+    static std::string log_path() { return scratch.root + "/calls.log"; }
+    void write_protocol(const std::string &type)
+    {
+        std::string text = PROTOCOL_PKG;
+        for (size_t p; (p = text.find("%TYPE%")) != std::string::npos;)
+            text.replace(p, 6, type);
+        scratch.write("protocol", text);
+    }
+    void write_network(const std::string &ifname, const std::string &type)
+    {
+        std::string text = "config interface 'lan'\n\toption ipaddr '192.168.1.1'\n\n"
+                           "config interface 'wan'\n\toption ifname '" + ifname + "'\n";
+        if (!type.empty())
+            text += "\toption type '" + type + "'\n";
+        scratch.write("network", text);
+    }
+    // One request as a worker runs it: fresh uci context and marks.
+    int set(const char *request)
+    {
+        json_object_put(ctx.req_obj);
+        ctx.req_obj = json_tokener_parse(request);
+        EXPECT_NE(ctx.req_obj, nullptr) << request;
+        ctx.method = DS_METHOD_SET;
+        ctx.error_code = -40101;
+        ctx.marks[0] = ctx.marks[1] = ctx.marks[2] = 0;
+        uci_free_context(ctx.uci_ctx);
+        ctx.uci_ctx = dsd_uci_alloc();
+        return ds_handle_method_set(&ctx);
+    }
+    std::string calls() const
+    {
+        std::ifstream in(log_path());
+        std::stringstream ss;
+        ss << in.rdbuf();
+        return ss.str();
+    }
+    std::string stored(const char *pkg, const char *sec, const char *opt) const
+    {
+        char *v = get_opt_value_dup(pkg, sec, opt);
+        std::string s = v ? v : "<none>";
+        free(v);
+        return s;
+    }
+    bool conflict_flag() const { return access((scratch.root + "/tmp/ip_conflict").c_str(), F_OK) == 0; }
+};
+
+TEST_F(Protocol, DhcpToStaticReleasesLeaseAndClearsSmartNetwork)
+{
+    pid_t holder = spawn_lease_holder();
+    ASSERT_GT(holder, 0);
+    std::ofstream(scratch.root + "/var/run/udhcpc-eth0.pid") << holder << "\n";
+    ASSERT_EQ(set(R"({"protocol":{"wan":{"wan_type":"static"}}})"), 0);
+    int status = -1;
+    ASSERT_EQ(waitpid(holder, &status, 0), holder);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "no SIGUSR2 reached the client";
+    EXPECT_EQ(calls(), "upnpc_stop\nsleep 2\nnetwork reload\n");
+    EXPECT_EQ(stored("protocol", "wan", "wan_type"), "static");
+    for (const char *opt : {"ipaddr", "netmask", "gateway", "dns"})
+        EXPECT_EQ(stored("protocol", "smart_network", opt), "<none>") << opt;
+    EXPECT_FALSE(conflict_flag());
+    // The applier turned the static section into the WAN interface.
+    EXPECT_EQ(stored("network", "wan", "proto"), "static");
+    EXPECT_EQ(stored("network", "wan", "ipaddr"), "10.0.0.2");
+    EXPECT_EQ(stored("network", "wan", "netmask"), "255.255.255.0");
+    EXPECT_EQ(stored("network", "wan", "dns"), "8.8.8.8 1.1.1.1");
+    EXPECT_EQ(stored("network", "lan", "proto"), "static");
+}
+
+TEST_F(Protocol, StaticToDhcpCopiesStaticSettingsInForce)
+{
+    write_protocol("static");
+    std::ofstream(scratch.root + "/var/run/udhcpc-eth0.pid") << "999999\n";
+    ASSERT_EQ(set(R"({"protocol":{"wan":{"wan_type":"dhcp"}}})"), 0);
+    // No release: the lease is wanted again.
+    EXPECT_EQ(calls(), "upnpc_stop\nnetwork reload\n");
+    EXPECT_EQ(stored("protocol", "smart_network", "ipaddr"), "10.0.0.2");
+    EXPECT_EQ(stored("protocol", "smart_network", "netmask"), "255.255.255.0");
+    EXPECT_EQ(stored("protocol", "smart_network", "gateway"), "10.0.0.1");
+    EXPECT_EQ(stored("protocol", "smart_network", "dns"), "8.8.8.8 1.1.1.1");
+    EXPECT_EQ(stored("network", "wan", "proto"), "dhcp");
+    EXPECT_EQ(stored("network", "wan", "ipaddr"), "<none>");
+}
+
+TEST_F(Protocol, PppoeSwitchesDisconnectAndMapProto)
+{
+    write_protocol("pppoe");
+    ASSERT_EQ(set(R"({"protocol":{"wan":{"wan_type":"dhcp"}}})"), 0);
+    EXPECT_EQ(calls(), "upnpc_stop\nubus call internet disconnect\nnetwork reload\n");
+    EXPECT_EQ(stored("protocol", "wan", "proto"), "pppoe");  // dhcp is not remapped
+    unlink(log_path().c_str());
+    ASSERT_EQ(set(R"({"protocol":{"wan":{"wan_type":"pppoe"}}})"), 0);
+    // UPnP keeps running over PPPoE.
+    EXPECT_EQ(calls(), "network reload\n");
+    EXPECT_EQ(stored("protocol", "wan", "proto"), "none");
+    EXPECT_EQ(stored("network", "wan", "proto"), "pppoe");
+    EXPECT_EQ(stored("network", "wan", "username"), "u");
+}
+
+TEST_F(Protocol, LinkChangeReleasesThroughTheBridgePidFile)
+{
+    write_network("eth0", "bridge");
+    pid_t holder = spawn_lease_holder();
+    ASSERT_GT(holder, 0);
+    std::ofstream(scratch.root + "/var/run/udhcpc-br-wan.pid") << holder << " trailing\n";
+    ASSERT_EQ(set(R"({"protocol":{"wan":{"mtu":1400,"macaddr":"02-AA-BB-CC-DD-EE"}}})"), 0);
+    int status = -1;
+    ASSERT_EQ(waitpid(holder, &status, 0), holder);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_EQ(calls(), "upnpc_stop\nsleep 2\nnetwork reload\n");
+    // No new type: the flag stays and proto is left alone.
+    EXPECT_TRUE(conflict_flag());
+    EXPECT_EQ(stored("network", "wan", "mtu"), "1400");
+    EXPECT_EQ(stored("network", "wan", "macaddr"), "02-AA-BB-CC-DD-EE");
+}
+
+TEST_F(Protocol, DhcpSectionsResetSettingsInForceAndReloadFirewall)
+{
+    ASSERT_EQ(set(R"({"protocol":{"dhcp":{"dns_mode":"manual","pri_dns":""}}})"), 0);
+    for (const char *opt : {"ipaddr", "gateway", "dns"})
+        EXPECT_EQ(stored("protocol", "smart_network", opt), "0.0.0.0") << opt;
+    EXPECT_EQ(calls(), "network reload\ntrack-reload firewall\n");
+    EXPECT_EQ(stored("network", "wan", "peerdns"), "0");
+
+    ASSERT_EQ(set(R"({"protocol":{"lan":{"wan_type":"dhcp_lan"}}})"), 0);
+    // The LAN was static until this save: nothing is reset yet.
+    EXPECT_EQ(stored("protocol", "smart_network_lan", "gateway"), "<none>");
+    EXPECT_EQ(stored("network", "lan", "proto"), "dhcp");
+    ASSERT_EQ(set(R"({"protocol":{"lan":{"wan_type":"static_lan"}}})"), 0);
+    EXPECT_EQ(stored("protocol", "smart_network_lan", "gateway"), "0.0.0.0");
+}
+
+TEST_F(Protocol, OneApplyPerRequestAndBondInterface)
+{
+    write_protocol("static");
+    ASSERT_EQ(set(R"({"protocol":{"static":{"gateway":"10.0.0.254"},"pppoe":{"username":"v"}}})"), 0);
+    EXPECT_EQ(calls(), "network reload\n");
+    EXPECT_EQ(stored("network", "wan", "gateway"), "10.0.0.254");
+
+    write_protocol("static_bond");
+    write_network("bond0", "");
+    unlink(log_path().c_str());
+    ASSERT_EQ(set(R"({"protocol":{"static_bond":{"gateway":"10.9.0.254"}}})"), 0);
+    EXPECT_EQ(calls(), "network reload\n");
+    EXPECT_EQ(stored("network", "wan", "ifname"), "bond0");
+    EXPECT_EQ(stored("network", "wan", "ipaddr"), "10.9.0.2");
+    EXPECT_EQ(stored("network", "wan", "gateway"), "10.9.0.254");
+    EXPECT_EQ(stored("protocol", "smart_network", "gateway"), "10.9.0.254");
+    EXPECT_FALSE(conflict_flag());
+}
+
+TEST_F(Protocol, ChecksRefuseBeforeAnythingRuns)
+{
+    write_protocol("static");
+    // LAN into the static WAN's subnet, and the WAN next to the LAN.
+    EXPECT_EQ(set(R"({"protocol":{"static_lan":{"ipaddr":"10.0.0.9","netmask":"255.255.255.0"}}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40308);
+    EXPECT_EQ(set(R"({"protocol":{"static":{"ipaddr":"192.168.1.20","netmask":"255.255.0.0"}}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40308);
+    EXPECT_EQ(set(R"({"protocol":{"wan":{"macaddr":"01:00:5e:00:00:01"}}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40311);
+    EXPECT_EQ(set(R"({"protocol":{"static":{"gateway":"1.2.3"}}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40306);
+    EXPECT_EQ(calls(), "");
+    EXPECT_EQ(stored("protocol", "static_lan", "ipaddr"), "192.168.1.1");
+}
+
+TEST(ProtocolCallbacks, MissingContext)
+{
+    EXPECT_EQ(before_save_dhcp_service(nullptr), -40101);
+    EXPECT_EQ(before_save_dhcp_lan_service(nullptr), -40101);
+    EXPECT_EQ(before_save_wan_service(nullptr), -40101);
+    EXPECT_EQ(before_save_bond_service(nullptr), -40101);
+    EXPECT_EQ(manual_dns_changed_cb(nullptr), -40101);
+    EXPECT_EQ(apply_multi_lans(nullptr), -40101);
+    EXPECT_EQ(apply_bond_network(nullptr), -40101);
+}
+
+} // namespace
