@@ -32,6 +32,8 @@ static const char *or_null(const char *s)
     return s ? s : "(null)";
 }
 
+// Free-text record "<text>\r\n" cut to 1023 bytes. 0, or -1 for a main type
+// above 5 or a sub type above 28. Any worker thread.
 int dsd_msglog(uint32_t main_type, uint32_t sub_type, const char *text)
 {
     if (main_type > FREE_MAX_MAIN) {
@@ -53,6 +55,9 @@ int dsd_msglog(uint32_t main_type, uint32_t sub_type, const char *text)
     return 0;
 }
 
+// Record naming the user and the client address, with an optional detail
+// line, cut to 1023 bytes. 0, or -1 for a main type above 4 or a sub type
+// above 33. Any worker thread.
 int dsd_msglog_with_user(uint32_t main_type, uint32_t sub_type, const char *detail,
                          const char *user)
 {
@@ -76,6 +81,8 @@ int dsd_msglog_with_user(uint32_t main_type, uint32_t sub_type, const char *deta
     return 0;
 }
 
+// Waits delay_ms, then asks "msglog_v2" to store what it holds. 0, -70101
+// (no bus) or -70102 (call failed). Blocks the calling worker.
 int dsd_sync(int delay_ms)
 {
     std::unique_ptr<ubus_context, conn_free> conn(ubus_create_connection());
@@ -97,6 +104,8 @@ int dsd_sync(int delay_ms)
     return 0;
 }
 
+// The requesting client's address text ("" without the shared block);
+// borrowed, valid until this thread's next call. Any thread.
 const char *get_client_ip(void)
 {
     return dsd_shm_client_ip();

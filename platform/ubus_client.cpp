@@ -48,6 +48,8 @@ using conn_ptr = std::unique_ptr<ubus_context, conn_free>;
 
 } // namespace
 
+// A new bus connection on "/var/run/ubus.sock" (under DSD_ROOT), owned by the
+// caller (ubus_free_connection), or null with a trace. Any thread.
 ubus_context *ubus_create_connection(void)
 {
     std::string path = dsd_path("/var/run/ubus.sock");
@@ -57,6 +59,7 @@ ubus_context *ubus_create_connection(void)
     return conn;
 }
 
+// Closes and frees conn; null is ignored. The thread that used it.
 void ubus_free_connection(ubus_context *conn)
 {
     if (conn)
@@ -69,6 +72,9 @@ static bool json_error_pointer(const json_object *obj)
     return (uintptr_t)obj >= (uintptr_t)-4000;
 }
 
+// Data callback of the invoke in ubus_call: req->priv is the caller's out
+// reply, replaced by this message parsed (null when it does not parse). Runs
+// inside ubus_invoke on the calling thread.
 void ubus_call_cb(ubus_request *req, int type, blob_attr *msg)
 {
     (void)type;
@@ -93,6 +99,10 @@ void ubus_call_cb(ubus_request *req, int type, blob_attr *msg)
     *out = json_error_pointer(obj) ? nullptr : obj;
 }
 
+// Calls req->object.req->method on conn with req->message (null: empty).
+// A timeout below 1 becomes 30 in req. 0 and *reply (new reference owned by
+// the caller, null when nothing parsable came back), or -1 with a trace.
+// The thread that owns conn.
 int ubus_call(ubus_context *conn, ubus_req *req, json_object **reply)
 {
     if (!conn || !req || !req->object || !req->method)
@@ -143,6 +153,9 @@ static int reply_err_code(json_object *reply, int32_t *err)
     return -1;
 }
 
+// Calls on a connection of its own with the default timeout and reads the
+// error number of the reply into *err. 0, or -1 (call failed, reply not an
+// object, no error field). err null: 0 once the call succeeded. Any thread.
 int ubus_call_get_err_code(const char *object, const char *method, const char *message,
                            int32_t *err)
 {
@@ -164,6 +177,8 @@ int ubus_call_get_err_code(const char *object, const char *method, const char *m
     return reply_err_code(reply.get(), err);
 }
 
+// 1 when the bus answers a lookup of object, 0 for a null name or no bus.
+// Any thread.
 int ubus_object_exists(const char *object)
 {
     if (!object)
@@ -257,6 +272,8 @@ static void queue_destroy(call_queue *q)
     free(q);
 }
 
+// Creates the queue, its connection and its worker. 0, or -1 when it already
+// exists or any part fails (nothing is left behind). Start-up thread.
 int ubus_async_init(void)
 {
     if (g_queue)
@@ -275,6 +292,9 @@ int ubus_async_init(void)
     return 0;
 }
 
+// Queues one call (strings copied, timeout ignored: the worker uses 5 s)
+// without waiting. 0, or -1 for missing fields, no queue or a full queue.
+// Any thread.
 int ubus_add_call(const ubus_req *req)
 {
     call_queue *q = g_queue;
@@ -299,6 +319,8 @@ int ubus_add_call(const ubus_req *req)
     return 0;
 }
 
+// Stops and joins the worker, drops what is still queued, frees the queue.
+// Shut-down thread; no ubus_add_call may run concurrently.
 void ubus_async_deinit(void)
 {
     call_queue *q = g_queue;

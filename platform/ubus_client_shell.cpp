@@ -9,6 +9,8 @@
 #include "platform/trace.h"
 #include "platform/ubus_client.h"
 
+// Runs a copy of command with system() on a detached thread; the outcome is
+// never reported. 0, -1 for null, or pthread_create's error. Any thread.
 int run_shell_async(const char *command)
 {
     if (!command)
@@ -24,6 +26,9 @@ int run_shell_async(const char *command)
     return rc;
 }
 
+// "ubus call <object> <method> '<message>'" through run_shell_async. The
+// message must not hold a single quote (callers pass JSON they built).
+// 0, -1 for a null object or method, or the thread error. Any thread.
 int ubus_call_by_shell(const char *object, const char *method, const char *message)
 {
     if (!object || !method)

@@ -40,6 +40,7 @@ static int blob_store_text(struct blob_buf *buf, const char *text, size_t len)
     return 0;
 }
 
+// Empty message ("{}") in buf, reusing its memory. 0 or -ENOMEM. Thread of buf.
 extern "C" int blob_buf_init(struct blob_buf *buf, int id)
 {
     (void)id;
@@ -48,6 +49,7 @@ extern "C" int blob_buf_init(struct blob_buf *buf, int id)
     return blob_store_text(buf, "{}", 2);
 }
 
+// Frees buf's memory and zeroes it for reuse. Thread of buf.
 extern "C" void blob_buf_free(struct blob_buf *buf)
 {
     if (!buf)
@@ -86,6 +88,7 @@ static int blob_merge(struct blob_buf *buf, json_object *add)
     return blob_store_text(buf, text, len);
 }
 
+// Merges the members of a JSON object text into buf; false for anything else.
 extern "C" bool blobmsg_add_json_from_string(struct blob_buf *buf, const char *str)
 {
     if (!buf || !str)
@@ -109,16 +112,19 @@ static int blobmsg_add_member(struct blob_buf *buf, const char *name, json_objec
     return blob_merge(buf, one.get());
 }
 
+// Adds name: string (null as ""). 0 or a negative errno.
 extern "C" int blobmsg_add_string(struct blob_buf *buf, const char *name, const char *string)
 {
     return blobmsg_add_member(buf, name, json_object_new_string(string ? string : ""));
 }
 
+// Adds name: val. 0 or a negative errno.
 extern "C" int blobmsg_add_u32(struct blob_buf *buf, const char *name, uint32_t val)
 {
     return blobmsg_add_member(buf, name, json_object_new_int64(val));
 }
 
+// A malloc'd copy of attr's JSON text (caller frees); null for null or empty.
 extern "C" char *blobmsg_format_json_with_cb(struct blob_attr *attr, bool list,
                                              blobmsg_json_format_t cb, void *priv,
                                              int indent)

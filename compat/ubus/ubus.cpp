@@ -51,6 +51,7 @@ static const char *const ubus_status_text[__UBUS_STATUS_LAST] = {
     "Out of memory", "Parsing message data failed", "System error",
 };
 
+// Static text for a status; "Unknown error" out of range.
 extern "C" const char *ubus_strerror(int error)
 {
     if (error < 0 || error >= __UBUS_STATUS_LAST)
@@ -157,6 +158,8 @@ static int frame_status(json_object *frame)
     return json_object_get_int(s);
 }
 
+// Connects to the broker at path (default "/var/run/ubus.sock"); the caller
+// owns the context (ubus_free). NULL when nothing listens there.
 extern "C" struct ubus_context *ubus_connect(const char *path)
 {
     if (!path)
@@ -183,6 +186,7 @@ extern "C" struct ubus_context *ubus_connect(const char *path)
     return ctx;
 }
 
+// Closes and frees ctx; NULL ignored.
 extern "C" void ubus_free(struct ubus_context *ctx)
 {
     if (!ctx)
@@ -191,6 +195,8 @@ extern "C" void ubus_free(struct ubus_context *ctx)
     free(ctx);
 }
 
+// 0 and *id, or a status (4 when the broker knows no such object). Waits at
+// most 30 s. One thread per context at a time.
 extern "C" int ubus_lookup_id(struct ubus_context *ctx, const char *path, uint32_t *id)
 {
     if (!ctx || !path || !id)
@@ -267,6 +273,9 @@ static int capped_timeout(int timeout)
     return timeout;
 }
 
+// Sends the call and waits for its answer (timeout ms, 0 for ever), handing
+// each reply message to cb. The peer's status, 7 on time-out, 10 when the
+// connection broke. One thread per context at a time.
 extern "C" int ubus_invoke(struct ubus_context *ctx, uint32_t obj, const char *method,
                            struct blob_attr *msg, ubus_data_handler_t cb, void *priv,
                            int timeout)

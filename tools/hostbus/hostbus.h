@@ -40,3 +40,5 @@ int hb_lookup(hb_state *st, const char *path, uint32_t *id);
 // One call: logs it, then plays the scenario step (which may sleep). Any thread.
 void hb_invoke(hb_state *st, uint32_t id, const char *method, json_object *msg,
                hb_answer *out);
+// Command-line client: argv starts at "call". The bus status as exit code.
+int hb_cli_main(int argc, char **argv);

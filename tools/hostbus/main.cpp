@@ -202,6 +202,12 @@ static int parse_args(int argc, char **argv, hb_options *o)
 
 int main(int argc, char **argv)
 {
+    const char *base = strrchr(argv[0], '/');
+    base = base ? base + 1 : argv[0];
+    if (!strcmp(base, "ubus"))
+        return hb_cli_main(argc - 1, argv + 1);
+    if (argc > 1 && !strcmp(argv[1], "call"))
+        return hb_cli_main(argc - 1, argv + 1);
     hb_options opt;
     if (parse_args(argc, argv, &opt) != 0)
         return 2;

@@ -179,3 +179,13 @@ void bus_harness::touch(const std::string &rel) const
 {
     std::ofstream(root + "/" + rel) << "";
 }
+
+std::string bus_harness::install_cli() const
+{
+    std::string dir = root + "/hostbus-bin";
+    std::system(("mkdir -p " + dir).c_str());
+    unlink((dir + "/ubus").c_str());
+    if (symlink((std::string(DSD_TOOLS_DIR) + "/hostbus").c_str(), (dir + "/ubus").c_str()) != 0)
+        return "";
+    return dir;
+}

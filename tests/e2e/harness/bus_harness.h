@@ -54,4 +54,8 @@ struct bus_harness {
                    int timeout_ms = 10000) const;
     // Creates <root>/<rel> (releases a step held with "wait_file").
     void touch(const std::string &rel) const;
+    // Makes <root>/hostbus-bin/ubus, the host "ubus call" command line, and
+    // returns that directory; put it first in PATH (before starting dsd) so
+    // fire-and-forget shell calls reach the broker and its call log.
+    std::string install_cli() const;
 };
