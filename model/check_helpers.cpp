@@ -210,6 +210,10 @@ int domain_is_valid(const char *text)
     char head[255], rest[255];
     if (sscanf(text, "%254[A-Za-z0-9_.-]%254s", head, rest) != 1)
         return 0;
+    // "%s" skips white space, so trailing blanks or a newline would pass the
+    // scan above: the allowed bytes must make up the whole text.
+    if (strlen(head) != len)
+        return 0;
     size_t pos = 0;
     while (pos < len) {
         if (sscanf(text + pos, "%254[^.]%254s", head, rest) < 1)

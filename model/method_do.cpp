@@ -1,15 +1,225 @@
-// Placeholder until the do and forward methods land.
+// The do and forward methods: run a module's named actions, or pass an opaque
+// command to a camera through the channel manager's pass-through.
+#include <json-c/json.h>
+
+#include <cstring>
+
 #include "core/context.h"
 #include "model/methods.h"
+#include "model/model_raii.h"
+#include "model/registry.h"
+#include "platform/jso.h"
+#include "platform/trace.h"
+#include "platform/ubus_client.h"
 
-int ds_handle_method_do(ds_context *ctx)
+namespace {
+
+struct conn_free {
+    void operator()(ubus_context *c) const { ubus_free_connection(c); }
+};
+using conn_ptr = std::unique_ptr<ubus_context, conn_free>;
+
+} // namespace
+
+// Runs one keyword of mod with its argument. 0, or -1 with ctx->error_code set.
+static int do_keyword_action(ds_context *ctx, const ds_module *mod, const char *keyword,
+                             json_object *arg)
 {
-    ctx->error_code = -40105;
-    return -1;
+    if (!keyword) {
+        DS_ERR("Invalid params.");
+        DS_ERR("Run %s service failed", "(null)");
+        return -1;
+    }
+    auto *row = static_cast<const ds_action *>(get_ds_node(mod, keyword, DS_NODE_ACTION));
+    if (!row) {
+        DS_ERR("Service %s not support.", keyword);
+        ctx->error_code = -40106;
+        DS_ERR("Run %s service failed", keyword);
+        return -1;
+    }
+    DS_INFO("Do %s action in module %s.", keyword, mod->name);
+    if (!row->fn) {
+        DS_ERR("Function keyword_action is NULL.");
+        ctx->error_code = -40101;
+        DS_ERR("Run %s service failed", keyword);
+        return -1;
+    }
+    ctx->error_code = row->fn(ctx, arg);
+    if (ctx->error_code != 0) {
+        DS_ERR("Run %s service failed", keyword);
+        return -1;
+    }
+    return 0;
 }
 
+// Runs every keyword of one module's request object in order; stops at the
+// first failure. 0 or -1.
+static int do_module(ds_context *ctx, ds_model_root *root, const char *name, json_object *req)
+{
+    DS_INFO("Request in module [%s]", name);
+    const ds_module *mod = get_module_node(root, name);
+    if (!mod) {
+        DS_ERR("Module %s not support.", name);
+        ctx->error_code = -40106;
+        return -1;
+    }
+    json_object_object_foreach(req, keyword, arg) {
+        if (do_keyword_action(ctx, mod, keyword, arg) != 0)
+            return -1;
+    }
+    return 0;
+}
+
+// Request: {module: {keyword: argument, ...}, ...}. Handlers add their results
+// to ctx->res_obj, created here first. 0 or -1 (reason in ctx->error_code).
+// Worker thread owning ctx.
+int ds_handle_method_do(ds_context *ctx)
+{
+    if (!ctx || ctx->fd < 0 || !ctx->req_obj) {
+        DS_ERR("Invalid params.");
+        return -1;
+    }
+    if (!jso_is_obj(ctx->req_obj) || json_object_object_length(ctx->req_obj) == 0) {
+        DS_ERR("Request signal is illegal.");
+        ctx->error_code = -40209;
+        return -1;
+    }
+    ds_model_root *root = get_model_root();
+    if (!root) {
+        DS_ERR("Get model root node failed.");
+        ctx->error_code = -40101;
+        return -1;
+    }
+    if (!ctx->res_obj)
+        ctx->res_obj = jso_new_obj();
+    if (!ctx->res_obj) {
+        DS_ERR("Create new json object failed.");
+        ctx->error_code = -40101;
+        return -1;
+    }
+    ctx->error_code = 0;
+    json_object_object_foreach(ctx->req_obj, name, req) {
+        if (!jso_is_obj(req))
+            continue;
+        if (do_module(ctx, root, name, req) != 0)
+            return -1;
+    }
+    return 0;
+}
+
+// {"device_list": [{"chn_id": channel, "command": content, URL-encoded}]}; null on failure.
+static json_object *forward_message(int32_t channel, json_object *content)
+{
+    json_object *copy = nullptr;
+    if (json_object_deep_copy(content, &copy, nullptr) != 0)
+        return nullptr;
+    jso_ptr command(copy);
+    if (jso_obj_url_coding(command.get(), JSO_URL_ENCODE) != 0)
+        return nullptr;
+    jso_ptr device(jso_new_obj()), list(jso_new_array()), msg(jso_new_obj());
+    if (!device || !list || !msg)
+        return nullptr;
+    if (jso_obj_add_int(device.get(), "chn_id", channel) != 0 ||
+        jso_obj_add(device.get(), "command", command.release()) != 0 ||
+        json_object_array_add(list.get(), device.release()) != 0 ||
+        jso_obj_add(msg.get(), "device_list", list.release()) != 0)
+        return nullptr;
+    return msg.release();
+}
+
+// The camera's answer: reply "result"[0]."command" parsed and URL-decoded; null when absent.
+static json_object *forward_answer(json_object *reply)
+{
+    json_object *result = jso_obj_get(reply, "result");
+    if (!jso_is_array(result) || json_object_array_length(result) == 0)
+        return nullptr;
+    const char *text = jso_obj_get_string_origin(json_object_array_get_idx(result, 0), "command");
+    if (!text)
+        return nullptr;
+    jso_ptr content(jso_from_string(text));
+    if (!content) {
+        DS_ERR("Parse command of channel answer failed.");
+        return nullptr;
+    }
+    if (jso_obj_url_coding(content.get(), JSO_URL_DECODE) != 0)
+        DS_ERR("urldecode error");
+    return content.release();
+}
+
+// Serialises msg into the context's buffer. 0 or -1.
+static int forward_serialise(ds_context *ctx, json_object *msg)
+{
+    const char *text = msg ? jso_to_string(msg) : nullptr;
+    if (!text || !ctx->buf || strlen(text) + 1 > ctx->buf_size)
+        return -1;
+    memcpy(ctx->buf, text, strlen(text) + 1);
+    return 0;
+}
+
+// Calls the pass-through and fills the response. 0, or -1 with ctx->error_code.
+static int forward_call(ds_context *ctx, int32_t channel, json_object *content)
+{
+    conn_ptr conn(ubus_create_connection());
+    if (!conn) {
+        ctx->error_code = -40108;
+        return -1;
+    }
+    jso_ptr msg(forward_message(channel, content));
+    if (forward_serialise(ctx, msg.get()) != 0) {
+        DS_ERR("jso_to_string error.");
+        ctx->error_code = -70102;
+        return -1;
+    }
+    ubus_req req = {.object = "chm_slp", .method = "chm_slp_passthrough",
+                    .message = reinterpret_cast<const char *>(ctx->buf), .timeout = 0};
+    json_object *raw = nullptr;
+    int rc = ubus_call(conn.get(), &req, &raw);
+    jso_ptr reply(raw);
+    if (rc != 0) {
+        DS_ERR("ubus call error.");
+        ctx->error_code = -40108;
+        return -1;
+    }
+    if (!ctx->res_obj && !(ctx->res_obj = jso_new_obj())) {
+        DS_ERR("Create new json object failed.");
+        ctx->error_code = -40101;
+        return -1;
+    }
+    json_object *answer = forward_answer(reply.get());
+    ctx->error_code = answer ? 0 : -40108;
+    if (answer)
+        jso_obj_add(ctx->res_obj, "content", answer);
+    jso_obj_add_int(ctx->res_obj, "channel", channel);
+    return 0;
+}
+
+// Checks the request and forwards its content to the camera channel. 0 or -1.
+static int forward_ipc(ds_context *ctx)
+{
+    const char *dest = jso_obj_get_string_origin(ctx->req_obj, "destination");
+    if (!dest || strcmp(dest, "ipc") != 0) {
+        DS_ERR("Destination %s not support.", dest ? dest : "(null)");
+        ctx->error_code = -40106;
+        return -1;
+    }
+    int32_t channel = 0;
+    json_object *content = jso_obj_get(ctx->req_obj, "content");
+    if (jso_obj_get_int(ctx->req_obj, "channel", &channel) != 0 || !jso_is_obj(content)) {
+        DS_ERR("Request signal is illegal.");
+        ctx->error_code = -40209;
+        return -1;
+    }
+    return forward_call(ctx, channel, content);
+}
+
+// Request: {"destination": "ipc", "channel": n, "content": {...}}. The outcome
+// is in ctx->error_code; 0 once the channel manager answered, else -1.
+// Worker thread owning ctx.
 int ds_handle_method_forward(ds_context *ctx)
 {
-    ctx->error_code = -40105;
-    return -1;
+    if (!ctx || ctx->fd < 0 || !ctx->req_obj) {
+        DS_ERR("Invalid params.");
+        return -1;
+    }
+    return forward_ipc(ctx);
 }

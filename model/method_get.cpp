@@ -190,5 +190,7 @@ int ds_handle_method_get(ds_context *ctx)
         }
     }
     set_response(ctx, res.release());
+    // A request that named no section still succeeded.
+    ctx->error_code = 0;
     return 0;
 }

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
+#include <unordered_map>
 
 #include "model/model_raii.h"
 #include "model/module_table.h"
@@ -16,6 +18,44 @@
 // Written once by model_init / model_destory on the main thread before the
 // workers start and after they stop; workers only read it.
 static ds_model_root *g_model_root = nullptr;
+
+// Name index of the large named-section tables (the per-channel modules hold
+// up to 1152 rows, and a whole-package get looks every one of them up).
+// Built by model_add and dropped by model_destory, both at start-up or
+// shut-down on the main thread; the workers only read it, so no lock.
+struct sec_index {
+    const ds_sec *table;  // the table indexed; a different table means stale
+    std::unordered_map<std::string_view, const ds_sec *> by_name;
+};
+static std::unordered_map<const ds_module *, sec_index> g_sec_index;
+enum { SEC_INDEX_MIN_ROWS = 32 };
+
+static void index_sections(const ds_module *mod)
+{
+    size_t rows = 0;
+    for (const ds_sec *s = mod->sections; s && s->name; ++s)
+        ++rows;
+    if (rows < SEC_INDEX_MIN_ROWS)
+        return;
+    sec_index &idx = g_sec_index[mod];
+    idx.table = mod->sections;
+    idx.by_name.clear();
+    idx.by_name.reserve(rows);
+    // emplace keeps the first row of a repeated name, as the linear walk does.
+    for (const ds_sec *s = mod->sections; s->name; ++s)
+        idx.by_name.emplace(s->name, s);
+}
+
+// 1 with *out set when the module has a current index, 0 otherwise.
+static int indexed_section(const ds_module *mod, const char *name, const ds_sec **out)
+{
+    auto it = g_sec_index.find(mod);
+    if (it == g_sec_index.end() || it->second.table != mod->sections)
+        return 0;
+    auto hit = it->second.by_name.find(name);
+    *out = hit == it->second.by_name.end() ? nullptr : hit->second;
+    return 1;
+}
 
 ds_model_root *model_init(void)
 {
@@ -95,6 +135,7 @@ int model_add(ds_model_root *root, ds_module *mod)
         root->next = mod;
     root->prev = mod;
     root->count++;
+    index_sections(mod);
     return 0;
 }
 
@@ -117,6 +158,7 @@ int model_destory(ds_model_root *root)
     ds_module *m = root->next;
     while (m && !is_head(root, m)) {
         ds_module *next = m->next;
+        g_sec_index.erase(m);
         m->next = nullptr;
         m->prev = nullptr;
         root->count--;
@@ -141,6 +183,9 @@ const void *get_ds_node(const ds_module *mod, const char *name, int kind)
         }
         return nullptr;
     }
+    const ds_sec *hit = nullptr;
+    if (kind == DS_NODE_SECTION && indexed_section(mod, name, &hit))
+        return hit;
     const ds_sec *table = kind == DS_NODE_SECTION ? mod->sections : mod->sec_types;
     for (const ds_sec *s = table; s && s->name; ++s) {
         if (strcmp(s->name, name) == 0)

@@ -4,6 +4,8 @@
 #include <cstdint>
 
 struct ubus_context;
+struct ubus_request;
+struct blob_attr;
 struct json_object;
 
 struct ubus_req {
@@ -18,6 +20,10 @@ ubus_context *ubus_create_connection(void);
 void ubus_free_connection(ubus_context *conn);
 // 0 and *reply (new reference, may be null when nothing came back), or -1.
 int ubus_call(ubus_context *conn, ubus_req *req, json_object **reply);
+// Data callback of ubus_call's invoke: parses msg into *(json_object **)req->priv
+// (null when there is no text or it does not parse; a later reply replaces an
+// earlier one, which is released). Runs on the calling thread.
+void ubus_call_cb(ubus_request *req, int type, blob_attr *msg);
 int ubus_call_get_err_code(const char *object, const char *method, const char *message,
                            int32_t *err);
 int ubus_object_exists(const char *object);

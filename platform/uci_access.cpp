@@ -137,6 +137,33 @@ int parse_non_negative(const char *s)
     return static_cast<int>(v);
 }
 
+// One change through the library's editing call, then a save of the package.
+// Traced under the caller's name; the save's result counts only where the
+// caller reports it.
+struct edit_call {
+    int (*edit)(uci_context *, uci_ptr *);
+    const char *func;
+    int level;
+    const char *fail_text;
+    bool save_counts;
+};
+
+int edit_one(uci_context *ctx, const edit_call &call, const char *package, const char *section,
+             const char *option, const char *value)
+{
+    uci_ptr ptr;
+    lookup(ctx, &ptr, package, section, option, value);
+    if (call.edit(ctx, &ptr) != UCI_OK) {
+        DS_TRACE_AS(call.func, call.level, "%s", call.fail_text);
+        return -1;
+    }
+    if (uci_save(ctx, ptr.p) != UCI_OK && call.save_counts) {
+        DS_TRACE_AS(call.func, TRACE_ERROR, "uci save error");
+        return -1;
+    }
+    return 0;
+}
+
 } // namespace
 
 uci_context *dsd_uci_alloc(void)
@@ -287,14 +314,8 @@ int do_delete_single_section(uci_context *ctx, const char *package, const char *
 {
     if (!ctx || !package || !section)
         return -1;
-    uci_ptr ptr;
-    lookup(ctx, &ptr, package, section, nullptr, nullptr);
-    if (uci_delete(ctx, &ptr) != UCI_OK) {
-        DS_ERR("uci delete error");
-        return -1;
-    }
-    uci_save(ctx, ptr.p);
-    return 0;
+    return edit_one(ctx, {uci_delete, __func__, TRACE_ERROR, "uci delete error", false}, package,
+                    section, nullptr, nullptr);
 }
 
 int delete_section(uci_context *ctx, const char *package, const char *section)
@@ -345,14 +366,8 @@ int rename_section(uci_context *ctx, const char *package, const char *section, c
 {
     if (!ctx || !package || !section || !new_name)
         return -1;
-    uci_ptr ptr;
-    lookup(ctx, &ptr, package, section, nullptr, new_name);
-    if (uci_rename(ctx, &ptr) != UCI_OK) {
-        DS_ERR("uci rename error");
-        return -1;
-    }
-    uci_save(ctx, ptr.p);
-    return 0;
+    return edit_one(ctx, {uci_rename, __func__, TRACE_ERROR, "uci rename error", false}, package,
+                    section, nullptr, new_name);
 }
 
 int section_exist(uci_context *ctx, const char *package, const char *section)
@@ -464,17 +479,8 @@ int set_opt_value(uci_context *ctx, const char *package, const char *section,
 {
     if (!ctx || !package || !section || !option || !value)
         return -1;
-    uci_ptr ptr;
-    lookup(ctx, &ptr, package, section, option, value);
-    if (uci_set(ctx, &ptr) != UCI_OK) {
-        DS_INFO("uci set error");
-        return -1;
-    }
-    if (uci_save(ctx, ptr.p) != UCI_OK) {
-        DS_ERR("uci save error");
-        return -1;
-    }
-    return 0;
+    return edit_one(ctx, {uci_set, __func__, TRACE_INFO, "uci set error", true}, package, section,
+                    option, value);
 }
 
 int delete_opt_value(uci_context *ctx, const char *package, const char *section,
@@ -482,17 +488,8 @@ int delete_opt_value(uci_context *ctx, const char *package, const char *section,
 {
     if (!ctx || !package || !section || !option)
         return -1;
-    uci_ptr ptr;
-    lookup(ctx, &ptr, package, section, option, value);
-    if (uci_delete(ctx, &ptr) != UCI_OK) {
-        DS_INFO("uci delete error");
-        return -1;
-    }
-    if (uci_save(ctx, ptr.p) != UCI_OK) {
-        DS_ERR("uci save error");
-        return -1;
-    }
-    return 0;
+    return edit_one(ctx, {uci_delete, __func__, TRACE_INFO, "uci delete error", true}, package,
+                    section, option, value);
 }
 
 int commit_package(uci_context *ctx, const char *package)

@@ -11,7 +11,7 @@ export DSD_ROOT=${1:-$SRC/build/host-root}
 CHANNELS=${2:-16}
 BUILD=$SRC/build/native
 
-scripts/install-deps.sh
+[ -n "${DSD_SKIP_INSTALL:-}" ] || scripts/install-deps.sh
 cmake -S "$SRC" -B "$BUILD" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build "$BUILD" -j"$(nproc)"
 
@@ -39,5 +39,5 @@ for _ in $(seq 100); do
   sleep 0.05
 done
 echo "dsd running with DSD_ROOT=$DSD_ROOT (log: $DSD_ROOT/dsd.log)"
-echo '> {"method":"get","system":{"name":"sys"}}'
-"$BUILD/tools/dsdc" -s "$DSD_ROOT/tmp/dsd_server.sock" '{"method":"get","system":{"name":"sys"}}'
+echo '> {"method":"get","video":{"name":["chn1_main","chn2_minor"]}}'
+"$BUILD/tools/dsdc" -s "$DSD_ROOT/tmp/dsd_server.sock" '{"method":"get","video":{"name":["chn1_main","chn2_minor"]}}'

@@ -21,10 +21,10 @@ uci_package *find_loaded(uci_context *ctx, const char *name)
 }
 
 // "@type[index]": the index-th section of that type, negative from the end.
-uci_section *find_extended(uci_package *p, const char *spec)
+uci_section *find_extended(uci_package *p, const char *ref)
 {
-    const char *open = strchr(spec, '[');
-    std::string type = open ? std::string(spec + 1, open - spec - 1) : std::string(spec + 1);
+    const char *open = strchr(ref, '[');
+    std::string type = open ? std::string(ref + 1, open - ref - 1) : std::string(ref + 1);
     long index = 0;
     if (open) {
         char *end = nullptr;

@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <random>
 #include <thread>
 
@@ -142,7 +143,12 @@ std::string malformed(std::mt19937 &rng, int i)
 TEST_F(CoreWire, MalformedFloodLeavesDaemonServing)
 {
     ASSERT_EQ(error_code_of(d.request(kUnknownModule)), -40106);
+    // The connection just answered may still be closing: take the lowest count.
     int fds_before = d.open_fds();
+    for (int i = 0; i < 30; i++) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        fds_before = std::min(fds_before, d.open_fds());
+    }
     std::mt19937 rng(2026);
     const int count = 2000 / harness_slowdown();
     for (int i = 0; i < count; i++) {
@@ -159,7 +165,7 @@ TEST_F(CoreWire, MalformedFloodLeavesDaemonServing)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
         fds_after = d.open_fds();
     }
-    EXPECT_EQ(fds_after, fds_before);
+    EXPECT_LE(fds_after, fds_before);
     // Six clients each holding a context at once: none is refused for want of one.
     std::vector<int> fds;
     for (int i = 0; i < 6; i++) {

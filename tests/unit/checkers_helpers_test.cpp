@@ -115,6 +115,8 @@ TEST(DomainIsValid, LabelsAndLength)
     EXPECT_EQ(domain_is_valid(".a"), 0);
     EXPECT_EQ(domain_is_valid("a..b"), 0);
     EXPECT_EQ(domain_is_valid("a b"), 0);
+    EXPECT_EQ(domain_is_valid("ab "), 0);
+    EXPECT_EQ(domain_is_valid("ab\n"), 0);
     EXPECT_EQ(domain_is_valid(""), 0);
     EXPECT_EQ(domain_is_valid(nullptr), 0);
     EXPECT_EQ(domain_is_valid(std::string(63, 'x').c_str()), 1);

@@ -146,6 +146,32 @@ TEST(Registry, ChannelRows)
         free(const_cast<char *>(table[i].name));
 }
 
+TEST(Registry, LargeTablesLookUpThroughTheIndex)
+{
+    static const char *const patterns[] = {"chn%d_a", "chn%d_b"};
+    ds_sec big[64] = {};
+    size_t pos = 0;
+    ASSERT_EQ(model_fill_channel_rows(big, 64, &pos, patterns, nullptr, 2, 30), 0);
+    big[pos] = big[0];  // a repeated name: the first row must win
+    big[pos].max_sec = 7;
+    ds_model_root *root = model_init();
+    ds_module m = make("big");
+    m.sections = big;
+    ASSERT_EQ(model_add(root, &m), 0);
+    EXPECT_EQ(get_ds_node(&m, "chn30_b", DS_NODE_SECTION), &big[59]);
+    EXPECT_EQ(get_ds_node(&m, "chn1_a", DS_NODE_SECTION), &big[0]);
+    EXPECT_EQ(get_ds_node(&m, "chn31_a", DS_NODE_SECTION), nullptr);
+    // A module whose table was swapped after registration is walked instead.
+    m.sections = demo_secs;
+    EXPECT_EQ(get_ds_node(&m, "main", DS_NODE_SECTION), &demo_secs[0]);
+    EXPECT_EQ(get_ds_node(&m, "chn1_a", DS_NODE_SECTION), nullptr);
+    model_destory(root);
+    m.sections = big;
+    EXPECT_EQ(get_ds_node(&m, "chn2_b", DS_NODE_SECTION), &big[3]);  // index dropped
+    for (size_t i = 0; i < pos; ++i)
+        free(const_cast<char *>(big[i].name));
+}
+
 TEST(Registry, ChannelAmountClamped)
 {
     EXPECT_EQ(model_channel_amount(), 128);  // absent

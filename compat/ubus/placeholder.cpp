@@ -1,2 +1,0 @@
-// placeholder so the library is never empty
-namespace { [[maybe_unused]] int compat_ubus_placeholder; }

@@ -1,0 +1,303 @@
+// Host libubus: one Unix stream connection to tools/hostbus per context.
+//
+// Frames in both directions are a 4-byte big-endian length and a JSON text:
+//   lookup  {"op":"lookup","seq":n,"path":p}       -> {"seq":n,"status":s,"id":i}
+//   invoke  {"op":"invoke","seq":n,"id":i,"method":m,"msg":{...}}
+//                                                  -> {"seq":n,"status":s,"data":[text...]}
+// Each "data" text is one reply message; it reaches the data callback as a
+// blob attribute holding that text. A reply that arrives after its caller gave
+// up (time-out) carries an old sequence number and is skipped.
+#include <arpa/inet.h>
+#include <json-c/json.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "libubus.h"
+
+struct ubus_context {
+    int fd;
+    uint16_t seq;
+};
+
+namespace {
+
+struct json_put {
+    void operator()(json_object *o) const { json_object_put(o); }
+};
+using json_ptr = std::unique_ptr<json_object, json_put>;
+
+struct free_del {
+    void operator()(void *p) const { free(p); }
+};
+
+constexpr uint32_t kMaxFrame = 16u << 20;
+constexpr int kLookupTimeoutMs = 30000;
+
+} // namespace
+
+static const char *const ubus_status_text[__UBUS_STATUS_LAST] = {
+    "Success", "Invalid command", "Invalid argument", "Method not found",
+    "Not found", "No response", "Permission denied", "Request timed out",
+    "Operation not supported", "Unknown error", "Connection failed",
+    "Out of memory", "Parsing message data failed", "System error",
+};
+
+extern "C" const char *ubus_strerror(int error)
+{
+    if (error < 0 || error >= __UBUS_STATUS_LAST)
+        return "Unknown error";
+    return ubus_status_text[error];
+}
+
+static int64_t monotonic_ms(void)
+{
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return (int64_t)ts.tv_sec * 1000 + ts.tv_nsec / 1000000;
+}
+
+// Writes all of buf. 0 or -1.
+static int write_all(int fd, const void *buf, size_t len)
+{
+    const char *p = (const char *)buf;
+    while (len > 0) {
+        ssize_t n = send(fd, p, len, MSG_NOSIGNAL);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return -1;
+        p += n;
+        len -= (size_t)n;
+    }
+    return 0;
+}
+
+// Reads exactly len bytes. 0, or -1 on error or end of stream.
+static int read_all(int fd, void *buf, size_t len)
+{
+    char *p = (char *)buf;
+    while (len > 0) {
+        ssize_t n = recv(fd, p, len, 0);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return -1;
+        p += n;
+        len -= (size_t)n;
+    }
+    return 0;
+}
+
+static int send_frame(int fd, json_object *obj)
+{
+    size_t len = 0;
+    const char *text = json_object_to_json_string_length(obj, JSON_C_TO_STRING_PLAIN, &len);
+    if (!text || len > kMaxFrame)
+        return -1;
+    uint32_t be = htonl((uint32_t)len);
+    if (write_all(fd, &be, sizeof be) != 0)
+        return -1;
+    return write_all(fd, text, len);
+}
+
+// Waits (until deadline_ms, or for ever when 0) for the frame answering seq.
+// UBUS_STATUS_OK and *out, UBUS_STATUS_TIMEOUT, or UBUS_STATUS_CONNECTION_FAILED.
+static int await_frame(struct ubus_context *ctx, uint16_t seq, int64_t deadline_ms,
+                       json_ptr *out)
+{
+    for (;;) {
+        int wait = -1;
+        if (deadline_ms) {
+            int64_t left = deadline_ms - monotonic_ms();
+            if (left <= 0)
+                return UBUS_STATUS_TIMEOUT;
+            wait = (int)left;
+        }
+        struct pollfd pfd = {.fd = ctx->fd, .events = POLLIN, .revents = 0};
+        int pr = poll(&pfd, 1, wait);
+        if (pr < 0 && errno == EINTR)
+            continue;
+        if (pr < 0)
+            return UBUS_STATUS_CONNECTION_FAILED;
+        if (pr == 0)
+            return UBUS_STATUS_TIMEOUT;
+        uint32_t be = 0;
+        if (read_all(ctx->fd, &be, sizeof be) != 0)
+            return UBUS_STATUS_CONNECTION_FAILED;
+        uint32_t len = ntohl(be);
+        if (len > kMaxFrame)
+            return UBUS_STATUS_CONNECTION_FAILED;
+        std::string body(len, '\0');
+        if (read_all(ctx->fd, body.data(), len) != 0)
+            return UBUS_STATUS_CONNECTION_FAILED;
+        json_ptr frame(json_tokener_parse(body.c_str()));
+        json_object *s = nullptr;
+        if (!frame || !json_object_object_get_ex(frame.get(), "seq", &s) ||
+            json_object_get_int(s) != seq)
+            continue; // a late answer to a call that already timed out
+        *out = std::move(frame);
+        return UBUS_STATUS_OK;
+    }
+}
+
+static int frame_status(json_object *frame)
+{
+    json_object *s = nullptr;
+    if (!json_object_object_get_ex(frame, "status", &s))
+        return UBUS_STATUS_UNKNOWN_ERROR;
+    return json_object_get_int(s);
+}
+
+extern "C" struct ubus_context *ubus_connect(const char *path)
+{
+    if (!path)
+        path = "/var/run/ubus.sock";
+    struct sockaddr_un sun;
+    memset(&sun, 0, sizeof sun);
+    sun.sun_family = AF_UNIX;
+    if (strlen(path) >= sizeof sun.sun_path)
+        return nullptr;
+    strcpy(sun.sun_path, path);
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return nullptr;
+    if (connect(fd, (struct sockaddr *)&sun, sizeof sun) != 0) {
+        close(fd);
+        return nullptr;
+    }
+    auto *ctx = (struct ubus_context *)calloc(1, sizeof(struct ubus_context));
+    if (!ctx) {
+        close(fd);
+        return nullptr;
+    }
+    ctx->fd = fd;
+    return ctx;
+}
+
+extern "C" void ubus_free(struct ubus_context *ctx)
+{
+    if (!ctx)
+        return;
+    close(ctx->fd);
+    free(ctx);
+}
+
+extern "C" int ubus_lookup_id(struct ubus_context *ctx, const char *path, uint32_t *id)
+{
+    if (!ctx || !path || !id)
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    uint16_t seq = ++ctx->seq;
+    json_ptr req(json_object_new_object());
+    if (!req)
+        return UBUS_STATUS_NO_MEMORY;
+    json_object_object_add(req.get(), "op", json_object_new_string("lookup"));
+    json_object_object_add(req.get(), "seq", json_object_new_int(seq));
+    json_object_object_add(req.get(), "path", json_object_new_string(path));
+    if (send_frame(ctx->fd, req.get()) != 0)
+        return UBUS_STATUS_CONNECTION_FAILED;
+    json_ptr ans;
+    int rc = await_frame(ctx, seq, monotonic_ms() + kLookupTimeoutMs, &ans);
+    if (rc != UBUS_STATUS_OK)
+        return rc;
+    rc = frame_status(ans.get());
+    if (rc != UBUS_STATUS_OK)
+        return rc;
+    json_object *v = nullptr;
+    if (!json_object_object_get_ex(ans.get(), "id", &v))
+        return UBUS_STATUS_UNKNOWN_ERROR;
+    *id = (uint32_t)json_object_get_int64(v);
+    return UBUS_STATUS_OK;
+}
+
+// The message object to send: the buffer's JSON text, or {} when absent.
+static json_object *message_object(struct blob_attr *msg)
+{
+    if (msg && blob_len(msg) > 0) {
+        json_object *o = json_tokener_parse((const char *)blob_data(msg));
+        if (o && json_object_is_type(o, json_type_object))
+            return o;
+        json_object_put(o);
+    }
+    return json_object_new_object();
+}
+
+// Hands each reply text of the answer to cb as a blob attribute.
+static void deliver_replies(struct ubus_request *req, json_object *ans, ubus_data_handler_t cb)
+{
+    json_object *data = nullptr;
+    if (!cb || !json_object_object_get_ex(ans, "data", &data) ||
+        !json_object_is_type(data, json_type_array))
+        return;
+    size_t n = json_object_array_length(data);
+    for (size_t i = 0; i < n; i++) {
+        json_object *item = json_object_array_get_idx(data, i);
+        const char *text = json_object_get_string(item);
+        size_t len = (size_t)json_object_get_string_len(item);
+        size_t total = sizeof(struct blob_attr) + len + 1;
+        if (total > BLOB_ATTR_LEN_MASK)
+            continue;
+        std::unique_ptr<struct blob_attr, free_del> attr(
+            (struct blob_attr *)malloc(total));
+        if (!attr)
+            continue;
+        attr->id_len = (uint32_t)total;
+        memcpy(attr->data, text, len);
+        attr->data[len] = '\0';
+        cb(req, UBUS_MSG_DATA, attr.get());
+    }
+}
+
+// Host only: DSD_UBUS_MAX_TIMEOUT_MS caps every call's wait, so tests of a
+// hung peer need not sit out the daemon's 30-second default.
+static int capped_timeout(int timeout)
+{
+    const char *cap = getenv("DSD_UBUS_MAX_TIMEOUT_MS");
+    int max = cap ? atoi(cap) : 0;
+    if (max > 0 && (timeout <= 0 || timeout > max))
+        return max;
+    return timeout;
+}
+
+extern "C" int ubus_invoke(struct ubus_context *ctx, uint32_t obj, const char *method,
+                           struct blob_attr *msg, ubus_data_handler_t cb, void *priv,
+                           int timeout)
+{
+    if (!ctx || !method)
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    uint16_t seq = ++ctx->seq;
+    json_ptr call(json_object_new_object());
+    if (!call)
+        return UBUS_STATUS_NO_MEMORY;
+    json_object_object_add(call.get(), "op", json_object_new_string("invoke"));
+    json_object_object_add(call.get(), "seq", json_object_new_int(seq));
+    json_object_object_add(call.get(), "id", json_object_new_int64(obj));
+    json_object_object_add(call.get(), "method", json_object_new_string(method));
+    json_object_object_add(call.get(), "msg", message_object(msg));
+    if (send_frame(ctx->fd, call.get()) != 0)
+        return UBUS_STATUS_CONNECTION_FAILED;
+    json_ptr ans;
+    timeout = capped_timeout(timeout);
+    int64_t deadline = timeout > 0 ? monotonic_ms() + timeout : 0;
+    int rc = await_frame(ctx, seq, deadline, &ans);
+    if (rc != UBUS_STATUS_OK)
+        return rc;
+    struct ubus_request req;
+    memset(&req, 0, sizeof req);
+    req.ctx = ctx;
+    req.priv = priv;
+    req.seq = seq;
+    req.peer = obj;
+    req.data_cb = cb;
+    deliver_replies(&req, ans.get(), cb);
+    req.status_code = frame_status(ans.get());
+    return req.status_code;
+}

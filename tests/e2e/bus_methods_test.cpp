@@ -1,0 +1,154 @@
+// do and forward through the running daemon with hostbus as the bus: answers,
+// peers that are absent, broken or hung, and requests of the wrong shape.
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+
+#include <cstdlib>
+#include <future>
+#include <string>
+
+#include "harness/bus_harness.h"
+#include "harness/dsd_harness.h"
+
+namespace {
+
+const char kForward[] = R"({"method":"forward","destination":"ipc","channel":5,"content":{"cmd":"get"}})";
+
+// Member of a response text as compact JSON ("" when absent or unparsable).
+std::string member_of(const std::string &response, const char *key)
+{
+    json_object *o = json_tokener_parse(response.c_str());
+    json_object *v = nullptr;
+    std::string out;
+    if (o && json_object_object_get_ex(o, key, &v))
+        out = json_object_to_json_string_ext(v, JSON_C_TO_STRING_PLAIN);
+    json_object_put(o);
+    return out;
+}
+
+class BusMethods : public ::testing::Test {
+protected:
+    dsd_harness d;
+    bus_harness bus{d.root};
+
+    void SetUp() override
+    {
+        // A hung peer costs 2 s instead of the default 30 s.
+        setenv("DSD_UBUS_MAX_TIMEOUT_MS", "2000", 1);
+        ASSERT_TRUE(bus.start("{}"));
+        ASSERT_TRUE(d.start()) << d.log();
+    }
+    void TearDown() override { unsetenv("DSD_UBUS_MAX_TIMEOUT_MS"); }
+    void peer(const std::string &step)
+    {
+        bus.set_scenario(R"({"objects":{"chm_slp":{"methods":{"chm_slp_passthrough":)" + step +
+                         "}}}}");
+    }
+};
+
+} // namespace
+
+TEST_F(BusMethods, ForwardReturnsCameraAnswer)
+{
+    peer(R"({"reply":{"result":[{"chn_id":5,"command":"{\"ok\":\"yes%20sir\"}"}]}})");
+    std::string res = d.request(kForward);
+    EXPECT_EQ(0, error_code_of(res)) << res;
+    EXPECT_EQ(R"({"ok":"yes sir"})", member_of(res, "content"));
+    EXPECT_EQ("5", member_of(res, "channel"));
+    auto calls = bus.calls_to("chm_slp", "chm_slp_passthrough");
+    ASSERT_EQ(1u, calls.size());
+    EXPECT_EQ(R"({"device_list":[{"chn_id":5,"command":{"cmd":"get"}}]})", calls[0].message);
+}
+
+TEST_F(BusMethods, ForwardWithoutUsableAnswerKeepsChannel)
+{
+    for (const char *step : {R"({"reply":{"result":[{"chn_id":5}]}})", R"({"raw":"<html>"})",
+                             R"({"no_reply":true})", R"({"huge_bytes":1200000})",
+                             R"({"reply":{"result":[{"command":"{broken"}]}})"}) {
+        peer(step);
+        std::string res = d.request(kForward);
+        EXPECT_EQ(-40108, error_code_of(res)) << step << " " << res;
+        EXPECT_EQ("5", member_of(res, "channel")) << step;
+        EXPECT_EQ("", member_of(res, "content")) << step;
+    }
+}
+
+TEST_F(BusMethods, ForwardToAbsentBrokenOrHungPeer)
+{
+    bus.set_scenario(R"({"objects":{"chm_slp":{"absent":true}}})");
+    std::string res = d.request(kForward);
+    EXPECT_EQ(-40108, error_code_of(res)) << res;
+    EXPECT_EQ("", member_of(res, "channel"));
+    EXPECT_GE(d.wait_log("failed to lookup ubus object: chm_slp."), 1);
+
+    peer(R"({"disconnect":true})");
+    EXPECT_EQ(-40108, error_code_of(d.request(kForward)));
+
+    // A peer that never answers: the call times out, the request is still
+    // answered, and while it waits other workers keep serving.
+    peer(R"({"wait_file":"never","wait_max_ms":60000})");
+    auto hung = std::async(std::launch::async, [&] { return d.request(kForward); });
+    ASSERT_EQ(2, bus.wait_calls("chm_slp", "chm_slp_passthrough", 2)); // absent: no call
+    EXPECT_EQ(-40106, error_code_of(d.request(R"({"method":"do","nosuch":{"a":1}})")));
+    std::string late = hung.get();
+    EXPECT_EQ(-40108, error_code_of(late)) << late;
+    EXPECT_GE(d.wait_log("ubus invoke error: chm_slp.chm_slp_passthrough"), 1);
+    bus.touch("never");
+    // Every context came back: six requests in a row all get served.
+    peer(R"({"reply":{"result":[{"command":"{}"}]}})");
+    for (int i = 0; i < 7; i++)
+        EXPECT_EQ(0, error_code_of(d.request(kForward))) << i;
+}
+
+TEST_F(BusMethods, ForwardWithoutBus)
+{
+    bus.stop();
+    std::string res = d.request(kForward);
+    EXPECT_EQ(-40108, error_code_of(res)) << res;
+    EXPECT_GE(d.wait_log("connect ubus error."), 1);
+}
+
+TEST_F(BusMethods, ForwardRequestShapes)
+{
+    struct {
+        const char *request;
+        int code;
+    } const cases[] = {
+        {R"({"method":"forward","destination":"cloud","channel":1,"content":{}})", -40106},
+        {R"({"method":"forward","channel":1,"content":{}})", -40106},
+        {R"({"method":"forward","destination":["ipc"],"channel":1,"content":{}})", -40106},
+        {R"({"method":"forward","destination":"ipc","channel":"1","content":{}})", -40209},
+        {R"({"method":"forward","destination":"ipc","channel":null,"content":{}})", -40209},
+        {R"({"method":"forward","destination":"ipc","channel":1,"content":"x"})", -40209},
+        {R"({"method":"forward","destination":"ipc","channel":1,"content":[]})", -40209},
+        {R"({"method":"forward","destination":"ipc","channel":1})", -40209},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(c.code, error_code_of(d.request(c.request))) << c.request;
+    EXPECT_TRUE(bus.calls().empty());
+    EXPECT_GE(d.wait_log("Destination cloud not support."), 1);
+}
+
+TEST_F(BusMethods, DoUnknownModulesKeywordsAndArgumentShapes)
+{
+    std::string res = d.request(R"({"method":"do","no_such_module":{"start":{}}})");
+    EXPECT_EQ(-40106, error_code_of(res)) << res;
+    EXPECT_GE(d.wait_log("Module no_such_module not support."), 1);
+
+    // The first keyword fails, so the second never runs.
+    res = d.request(R"({"method":"do","motion_detection":{"no_such_kw":{},"second_kw":1}})");
+    EXPECT_EQ(-40106, error_code_of(res)) << res;
+    EXPECT_GE(d.wait_log("Service no_such_kw not support."), 1);
+    EXPECT_GE(d.wait_log("Run no_such_kw service failed"), 1);
+    EXPECT_EQ(std::string::npos, d.log().find("Service second_kw"));
+    EXPECT_EQ(std::string::npos, d.log().find("Run second_kw"));
+
+    // Module members that are not objects name no module: nothing runs.
+    for (const char *arg : {"1", "\"x\"", "[1,2]", "null", "true", "1.5"}) {
+        res = d.request(std::string(R"({"method":"do","motion_detection":)") + arg + "}");
+        EXPECT_EQ(0, error_code_of(res)) << arg << " " << res;
+    }
+    EXPECT_EQ(0, error_code_of(d.request(R"({"method":"do"})")));
+    EXPECT_EQ(0, error_code_of(d.request(R"({"method":"do","motion_detection":{}})")));
+    EXPECT_TRUE(bus.calls().empty());
+}

@@ -1,0 +1,181 @@
+#include "bus_harness.h"
+
+#include <json-c/json.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+namespace {
+
+void bus_sleep_ms(int ms)
+{
+    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+}
+
+// Emulated or sanitized runs are slower; mirrors dsd_harness's rule.
+int bus_slowdown(void)
+{
+    const char *w = getenv("DSD_EXEC_WRAPPER");
+    return w && *w ? 10 : 1;
+}
+
+bool socket_accepts(const std::string &path)
+{
+    struct sockaddr_un sun;
+    memset(&sun, 0, sizeof sun);
+    sun.sun_family = AF_UNIX;
+    if (path.size() >= sizeof sun.sun_path)
+        return false;
+    strcpy(sun.sun_path, path.c_str());
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return false;
+    bool ok = connect(fd, (struct sockaddr *)&sun, sizeof sun) == 0;
+    close(fd);
+    return ok;
+}
+
+void write_file_atomically(const std::string &path, const std::string &text)
+{
+    std::string tmp = path + ".tmp";
+    std::ofstream(tmp, std::ios::binary | std::ios::trunc) << text;
+    rename(tmp.c_str(), path.c_str());
+}
+
+} // namespace
+
+bus_harness::bus_harness(const std::string &root_dir) : root(root_dir) {}
+
+bus_harness::bus_harness() : own_root(true)
+{
+    char tmpl[] = "/tmp/dsd-bus-XXXXXX";
+    root = mkdtemp(tmpl);
+}
+
+bus_harness::~bus_harness()
+{
+    stop();
+    if (own_root && !getenv("DSD_KEEP_ROOT"))
+        std::system(("rm -rf " + root).c_str());
+}
+
+std::string bus_harness::socket_path() const { return root + "/var/run/ubus.sock"; }
+std::string bus_harness::scenario_path() const { return root + "/var/run/hostbus.json"; }
+std::string bus_harness::log_path() const { return root + "/var/log/hostbus/calls.jsonl"; }
+
+void bus_harness::set_scenario(const std::string &scenario_json) const
+{
+    std::system(("mkdir -p " + root + "/var/run").c_str());
+    write_file_atomically(scenario_path(), scenario_json);
+}
+
+bool bus_harness::start(const std::string &scenario_json)
+{
+    if (pid > 0)
+        stop();
+    set_scenario(scenario_json);
+    unlink(socket_path().c_str());
+    std::string bin = std::string(DSD_TOOLS_DIR) + "/hostbus";
+    std::string out = root + "/var/run/hostbus.out";
+    pid = fork();
+    if (pid == 0) {
+        FILE *f = freopen(out.c_str(), "a", stdout);
+        if (f)
+            dup2(fileno(stdout), STDERR_FILENO);
+        execl(bin.c_str(), "hostbus", "--root", root.c_str(), "--scenario",
+              scenario_path().c_str(), "--log", log_path().c_str(), (char *)nullptr);
+        _exit(127);
+    }
+    if (pid < 0)
+        return false;
+    for (int waited = 0; waited < 10000 * bus_slowdown(); waited += 10) {
+        if (socket_accepts(socket_path()))
+            return true;
+        int status = 0;
+        if (waitpid(pid, &status, WNOHANG) == pid) {
+            pid = -1;
+            return false;
+        }
+        bus_sleep_ms(10);
+    }
+    stop();
+    return false;
+}
+
+int bus_harness::stop()
+{
+    if (pid <= 0)
+        return -1;
+    kill(pid, SIGTERM);
+    int status = 0;
+    for (int waited = 0; waited < 5000; waited += 10) {
+        if (waitpid(pid, &status, WNOHANG) == pid) {
+            pid = -1;
+            return status;
+        }
+        bus_sleep_ms(10);
+    }
+    kill(pid, SIGKILL);
+    waitpid(pid, &status, 0);
+    pid = -1;
+    return status;
+}
+
+std::vector<bus_call> bus_harness::calls() const
+{
+    std::vector<bus_call> out;
+    std::ifstream in(log_path());
+    std::string line;
+    while (std::getline(in, line)) {
+        json_object *obj = json_tokener_parse(line.c_str());
+        if (!obj)
+            continue; // a line still being written
+        json_object *o = nullptr, *m = nullptr, *msg = nullptr;
+        json_object_object_get_ex(obj, "object", &o);
+        json_object_object_get_ex(obj, "method", &m);
+        json_object_object_get_ex(obj, "message", &msg);
+        out.push_back({o ? json_object_get_string(o) : "", m ? json_object_get_string(m) : "",
+                       msg ? json_object_to_json_string_ext(msg, JSON_C_TO_STRING_PLAIN) : "{}"});
+        json_object_put(obj);
+    }
+    return out;
+}
+
+std::vector<bus_call> bus_harness::calls_to(const std::string &object,
+                                            const std::string &method) const
+{
+    std::vector<bus_call> out;
+    for (const bus_call &c : calls()) {
+        if (c.object == object && (method.empty() || c.method == method))
+            out.push_back(c);
+    }
+    return out;
+}
+
+int bus_harness::wait_calls(const std::string &object, const std::string &method, int n,
+                            int timeout_ms) const
+{
+    int seen = 0;
+    for (int waited = 0; waited <= timeout_ms * bus_slowdown(); waited += 10) {
+        seen = (int)calls_to(object, method).size();
+        if (seen >= n)
+            return seen;
+        bus_sleep_ms(10);
+    }
+    return seen;
+}
+
+void bus_harness::touch(const std::string &rel) const
+{
+    std::ofstream(root + "/" + rel) << "";
+}

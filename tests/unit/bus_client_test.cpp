@@ -1,0 +1,386 @@
+// ubus client layer against a real hostbus broker: reply parsing, error-field
+// precedence, time-outs and the asynchronous queue.
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "platform/trace.h"
+#include "platform/ubus_client.h"
+
+extern "C" {
+#include <libubox/blobmsg_json.h>
+#include <libubus.h>
+}
+
+// The unit targets do not link the end-to-end harness library; the broker
+// control code is compiled in here instead.
+#include "../e2e/harness/bus_harness.cpp"
+
+namespace {
+
+// dsd_path reads DSD_ROOT once per process, so every test shares one root.
+const std::string &test_root()
+{
+    static const std::string root = [] {
+        char tmpl[] = "/tmp/dsd-busunit-XXXXXX";
+        std::string r = mkdtemp(tmpl);
+        setenv("DSD_ROOT", r.c_str(), 1);
+        set_trace_level(1);
+        atexit([] { std::system(("rm -rf " + std::string(getenv("DSD_ROOT"))).c_str()); });
+        return r;
+    }();
+    return root;
+}
+
+struct reply_holder {
+    json_object *obj = nullptr;
+    ~reply_holder() { json_object_put(obj); }
+};
+
+std::string text_of(json_object *o)
+{
+    return o ? json_object_to_json_string_ext(o, JSON_C_TO_STRING_PLAIN) : "null";
+}
+
+// A blob attribute carrying text, as the host library hands replies over.
+blob_attr *make_attr(const std::string &text)
+{
+    size_t total = sizeof(blob_attr) + text.size() + 1;
+    auto *a = static_cast<blob_attr *>(malloc(total));
+    a->id_len = static_cast<uint32_t>(total);
+    memcpy(a->data, text.c_str(), text.size() + 1);
+    return a;
+}
+
+size_t thread_count()
+{
+    size_t n = 0;
+    if (DIR *d = opendir("/proc/self/task")) {
+        while (dirent *e = readdir(d))
+            n += e->d_name[0] != '.';
+        closedir(d);
+    }
+    return n;
+}
+
+} // namespace
+
+TEST(BusReplyParse, CallbackKeepsLastParsedReplyAndNullsBadOnes)
+{
+    reply_holder out;
+    ubus_request req{};
+    req.priv = &out.obj;
+
+    blob_buf b{};
+    ASSERT_EQ(0, blob_buf_init(&b, 0));
+    ASSERT_TRUE(blobmsg_add_json_from_string(&b, R"({"a":1,"s":"x y"})"));
+    ubus_call_cb(&req, UBUS_MSG_DATA, b.head);
+    EXPECT_EQ(R"({"a":1,"s":"x y"})", text_of(out.obj));
+    blob_buf_free(&b);
+
+    blob_attr *second = make_attr(R"({"b":2})");
+    ubus_call_cb(&req, UBUS_MSG_DATA, second); // replaces (and releases) the first
+    EXPECT_EQ(R"({"b":2})", text_of(out.obj));
+    free(second);
+
+    blob_attr *bad = make_attr("not json {");
+    ubus_call_cb(&req, UBUS_MSG_DATA, bad);
+    EXPECT_EQ(nullptr, out.obj);
+    free(bad);
+
+    testing::internal::CaptureStdout();
+    ubus_call_cb(&req, UBUS_MSG_DATA, nullptr);
+    blob_attr *empty = make_attr("");
+    ubus_call_cb(&req, UBUS_MSG_DATA, empty);
+    free(empty);
+    std::string log = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(nullptr, out.obj);
+    EXPECT_NE(std::string::npos, log.find("msg is NULL"));
+    EXPECT_NE(std::string::npos, log.find("ubus has not response.\n"));
+}
+
+TEST(BusReplyParse, BlobMessageAcceptsOnlyObjects)
+{
+    blob_buf b{};
+    ASSERT_EQ(0, blob_buf_init(&b, 0));
+    EXPECT_FALSE(blobmsg_add_json_from_string(&b, "[1,2]"));
+    EXPECT_FALSE(blobmsg_add_json_from_string(&b, "\"x\""));
+    EXPECT_FALSE(blobmsg_add_json_from_string(&b, "{"));
+    EXPECT_TRUE(blobmsg_add_json_from_string(&b, R"({"a":1})"));
+    EXPECT_TRUE(blobmsg_add_json_from_string(&b, R"({"b":"c"})"));
+    char *text = blobmsg_format_json(b.head, true);
+    ASSERT_NE(nullptr, text);
+    EXPECT_STREQ(R"({"a":1,"b":"c"})", text);
+    free(text);
+    blob_buf_free(&b);
+}
+
+TEST(BusNoBroker, ConnectionFailuresAreReported)
+{
+    test_root();
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(nullptr, ubus_create_connection());
+    EXPECT_EQ(0, ubus_object_exists("record"));
+    int32_t err = 5;
+    EXPECT_EQ(-1, ubus_call_get_err_code("record", "m", "{}", &err));
+    EXPECT_EQ(-1, ubus_async_init());
+    std::string log = testing::internal::GetCapturedStdout();
+    EXPECT_NE(std::string::npos, log.find("connect ubus error."));
+    EXPECT_EQ(5, err);
+}
+
+class BusCall : public ::testing::Test {
+protected:
+    bus_harness bus{test_root()};
+    ubus_context *conn = nullptr;
+
+    void start(const std::string &scenario)
+    {
+        ASSERT_TRUE(bus.start(scenario));
+        conn = ubus_create_connection();
+        ASSERT_NE(nullptr, conn);
+    }
+    void TearDown() override
+    {
+        ubus_free_connection(conn);
+        bus.stop();
+        unlink(bus.log_path().c_str());
+    }
+    // ubus_call's result, the reply text and the captured trace.
+    int call(const char *object, const char *method, const char *msg, std::string *reply,
+             std::string *log = nullptr, int32_t timeout = 0)
+    {
+        ubus_req req = {.object = object, .method = method, .message = msg, .timeout = timeout};
+        json_object *out = nullptr;
+        testing::internal::CaptureStdout();
+        int rc = ubus_call(conn, &req, &out);
+        std::string captured = testing::internal::GetCapturedStdout();
+        if (log)
+            *log = captured;
+        *reply = text_of(out);
+        json_object_put(out);
+        return rc;
+    }
+};
+
+TEST_F(BusCall, RepliesAndMessagesRoundTrip)
+{
+    start(R"({"objects":{"peer":{"methods":{
+        "echo":{"echo":true},
+        "two":{"replies":[{"n":1},{"n":2}]},
+        "raw":{"raw":"<html>"},
+        "none":{"no_reply":true},
+        "huge":{"huge_bytes":2000000}}}}})");
+    std::string reply;
+    EXPECT_EQ(0, call("peer", "echo", R"({"k":"v","n":[1,2]})", &reply));
+    EXPECT_EQ(R"({"k":"v","n":[1,2]})", reply);
+    EXPECT_EQ(0, call("peer", "echo", nullptr, &reply));
+    EXPECT_EQ("{}", reply);
+    EXPECT_EQ(0, call("peer", "two", "{}", &reply));
+    EXPECT_EQ(R"({"n":2})", reply);
+    EXPECT_EQ(0, call("peer", "raw", "{}", &reply));
+    EXPECT_EQ("null", reply);
+    EXPECT_EQ(0, call("peer", "none", "{}", &reply));
+    EXPECT_EQ("null", reply);
+    EXPECT_EQ(0, call("peer", "huge", "{}", &reply));
+    EXPECT_EQ("null", reply);
+    // Unknown methods of a built-in peer answer {}.
+    EXPECT_EQ(0, call("record", "anything", "{}", &reply));
+    EXPECT_EQ("{}", reply);
+    auto calls = bus.calls();
+    ASSERT_EQ(7u, calls.size());
+    EXPECT_EQ("peer", calls[0].object);
+    EXPECT_EQ("echo", calls[0].method);
+    EXPECT_EQ(R"({"k":"v","n":[1,2]})", calls[0].message);
+}
+
+TEST_F(BusCall, FailuresTraceAndReturnMinusOne)
+{
+    start(R"({"objects":{"peer":{"methods":{"bad":{"status":2}}},
+              "record":{"absent":true}}})");
+    std::string reply, log;
+    EXPECT_EQ(-1, call("peer", "m", "not json", &reply, &log));
+    EXPECT_NE(std::string::npos, log.find("failed to parse msg data."));
+    EXPECT_EQ(-1, call("peer", "m", "[1]", &reply, &log));
+    EXPECT_EQ(-1, call("missing", "m", "{}", &reply, &log));
+    EXPECT_NE(std::string::npos, log.find("failed to lookup ubus object: missing."));
+    EXPECT_EQ(-1, call("record", "m", "{}", &reply, &log));
+    EXPECT_EQ(-1, call("peer", "bad", "{}", &reply, &log));
+    EXPECT_NE(std::string::npos, log.find("ubus invoke error: peer.bad"));
+    // Nothing reached a peer except the call that failed with a status.
+    EXPECT_EQ(1u, bus.calls().size());
+
+    ubus_req nulls = {.object = nullptr, .method = "m", .message = nullptr, .timeout = 0};
+    json_object *out = nullptr;
+    EXPECT_EQ(-1, ubus_call(conn, &nulls, &out));
+    nulls = {.object = "peer", .method = nullptr, .message = nullptr, .timeout = 0};
+    EXPECT_EQ(-1, ubus_call(conn, &nulls, &out));
+    EXPECT_EQ(-1, ubus_call(nullptr, &nulls, &out));
+    EXPECT_EQ(-1, ubus_call(conn, nullptr, &out));
+}
+
+TEST_F(BusCall, TimeoutBelowOneBecomesThirtyAndSlowPeersTimeOut)
+{
+    start(R"({"objects":{"slow":{"methods":{"m":{"wait_file":"release","wait_max_ms":20000}}}}})");
+    for (int32_t t : {0, -5}) {
+        ubus_req req = {.object = "record", .method = "x", .message = nullptr, .timeout = t};
+        json_object *out = nullptr;
+        EXPECT_EQ(0, ubus_call(conn, &req, &out));
+        json_object_put(out);
+        EXPECT_EQ(30, req.timeout);
+    }
+    std::string reply, log;
+    EXPECT_EQ(-1, call("slow", "m", "{}", &reply, &log, 1));
+    EXPECT_NE(std::string::npos, log.find("ubus invoke error: slow.m"));
+    // The late answer to the abandoned call must not be taken for the next one.
+    bus.touch("release");
+    EXPECT_EQ(0, call("record", "y", R"({"z":1})", &reply));
+    EXPECT_EQ("{}", reply);
+}
+
+TEST_F(BusCall, ErrCodeFieldPrecedence)
+{
+    start(R"({"objects":{"peer":{"methods":{
+        "both":{"reply":{"error_code":3,"err_code":7}},
+        "ec":{"reply":{"error_code":0}},
+        "str":{"reply":{"error":"x"}},
+        "int":{"reply":{"error":-9}},
+        "none":{"reply":{"ok":1}},
+        "arr":{"raw":"[1]"},
+        "fail":{"status":9}}}}})");
+    ubus_free_connection(conn);
+    conn = nullptr;
+    struct {
+        const char *method;
+        int rc;
+        int32_t err;
+    } const cases[] = {
+        {"both", 0, 7}, {"ec", 0, 0}, {"str", -1, 99}, {"int", 0, -9},
+        {"none", -1, 99}, {"arr", -1, 99}, {"fail", -1, 99},
+    };
+    for (const auto &c : cases) {
+        int32_t err = 99;
+        EXPECT_EQ(c.rc, ubus_call_get_err_code("peer", c.method, "{}", &err)) << c.method;
+        EXPECT_EQ(c.err, err) << c.method;
+    }
+    EXPECT_EQ(0, ubus_call_get_err_code("peer", "none", nullptr, nullptr));
+    EXPECT_EQ(-1, ubus_call_get_err_code(nullptr, "none", nullptr, nullptr));
+    // Any name exists once the bus answers: a missing object's status is positive.
+    EXPECT_EQ(1, ubus_object_exists("no_such_object"));
+    EXPECT_EQ(0, ubus_object_exists(nullptr));
+}
+
+TEST_F(BusCall, QueueRefusesThirtyThirdWhileWorkerBlocked)
+{
+    start(R"({"objects":{"q":{"methods":{"m":{"sequence":[
+        {"wait_file":"go","wait_max_ms":20000},{"reply":{}}]}}}}})");
+    ubus_req bad = {.object = "q", .method = "m", .message = nullptr, .timeout = 0};
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(-1, ubus_add_call(&bad)); // no queue yet
+    ASSERT_EQ(0, ubus_async_init());
+    EXPECT_EQ(-1, ubus_async_init());
+    EXPECT_EQ(-1, ubus_add_call(&bad));
+    std::string log = testing::internal::GetCapturedStdout();
+    EXPECT_NE(std::string::npos, log.find("ubus add call invalid arg."));
+
+    ubus_req req = {.object = "q", .method = "m", .message = R"({"i":0})", .timeout = 0};
+    ASSERT_EQ(0, ubus_add_call(&req));
+    ASSERT_EQ(1, bus.wait_calls("q", "m", 1)); // the worker holds entry 0 in the call
+    for (int i = 1; i <= 32; i++) {
+        std::string msg = "{\"i\":" + std::to_string(i) + "}";
+        req.message = msg.c_str();
+        ASSERT_EQ(0, ubus_add_call(&req)) << i;
+    }
+    testing::internal::CaptureStdout();
+    req.message = R"({"i":33})";
+    EXPECT_EQ(-1, ubus_add_call(&req));
+    EXPECT_NE(std::string::npos, testing::internal::GetCapturedStdout().find("ubus queue full."));
+
+    bus.touch("go");
+    ASSERT_LE(2, bus.wait_calls("q", "m", 2)); // one entry taken: room again
+    EXPECT_EQ(0, ubus_add_call(&req));
+    EXPECT_EQ(34, bus.wait_calls("q", "m", 34));
+    ubus_async_deinit();
+    auto calls = bus.calls_to("q", "m");
+    ASSERT_EQ(34u, calls.size());
+    for (int i = 0; i < 34; i++)
+        EXPECT_EQ("{\"i\":" + std::to_string(i) + "}", calls[i].message); // in queue order
+}
+
+TEST_F(BusCall, QueueCutsLongFieldsAndDropsUnsentOnDeinit)
+{
+    start(R"({"objects":{"q":{"methods":{"m":{"wait_file":"go2","wait_max_ms":20000}}}}})");
+    ASSERT_EQ(0, ubus_async_init());
+    std::string long_msg = "{\"s\":\"" + std::string(4000, 'x') + "\"}";
+    ubus_req req = {.object = "q", .method = "m", .message = "{}", .timeout = 0};
+    ASSERT_EQ(0, ubus_add_call(&req));
+    ASSERT_EQ(1, bus.wait_calls("q", "m", 1));
+    req.message = long_msg.c_str(); // cut to 3071 bytes: no longer JSON, never sent
+    ASSERT_EQ(0, ubus_add_call(&req));
+    req.message = "{}";
+    ASSERT_EQ(0, ubus_add_call(&req));
+    bus.touch("go2");
+    ubus_async_deinit(); // the worker ends after its current call
+    EXPECT_GE(2u, bus.calls_to("q", "m").size());
+}
+
+TEST(BusShell, CallsGoThroughTheCommandLineTool)
+{
+    const std::string &root = test_root();
+    // A stand-in "ubus" tool that records its arguments, one call per line.
+    std::string bin = root + "/shellbin";
+    std::string out = root + "/shell_calls";
+    std::system(("mkdir -p " + bin).c_str());
+    std::ofstream(bin + "/ubus") << "#!/bin/sh\necho \"$@\" >> " << out << "\n";
+    chmod((bin + "/ubus").c_str(), 0755);
+    std::string path = bin + ":" + (getenv("PATH") ? getenv("PATH") : "/usr/bin:/bin");
+    setenv("PATH", path.c_str(), 1);
+
+    size_t threads_before = thread_count();
+    EXPECT_EQ(-1, ubus_call_by_shell(nullptr, "m", nullptr));
+    EXPECT_EQ(-1, ubus_call_by_shell("o", nullptr, nullptr));
+    EXPECT_EQ(-1, run_shell_async(nullptr));
+    EXPECT_EQ(0, ubus_call_by_shell("cloud", "bind", R"({"a": "b c"})"));
+    EXPECT_EQ(0, ubus_call_by_shell("cloud", "status", nullptr));
+
+    std::vector<std::string> lines;
+    for (int waited = 0; waited < 10000 && lines.size() < 2; waited += 10) {
+        lines.clear();
+        std::ifstream in(out);
+        for (std::string l; std::getline(in, l);)
+            lines.push_back(l);
+        bus_sleep_ms(10);
+    }
+    ASSERT_EQ(2u, lines.size());
+    std::sort(lines.begin(), lines.end()); // the two threads race
+    EXPECT_EQ(R"(call cloud bind {"a": "b c"})", lines[0]);
+    EXPECT_EQ("call cloud status", lines[1]);
+    // The detached threads free their command copies on the way out.
+    for (int waited = 0; waited < 10000 && thread_count() > threads_before; waited += 10)
+        bus_sleep_ms(10);
+    EXPECT_EQ(threads_before, thread_count());
+}
+
+TEST_F(BusCall, ScenarioCasesChooseByMessage)
+{
+    start(R"({"objects":{"peer":{"methods":{"m":{
+        "reply":{"who":"any"},
+        "cases":[{"when":{"chn":2},"sequence":[{"reply":{"who":"two-a"}},{"reply":{"who":"two-b"}}]},
+                 {"when":{"chn":3,"tag":"x"},"status":5}]}}}}})");
+    std::string reply;
+    EXPECT_EQ(0, call("peer", "m", R"({"chn":1})", &reply));
+    EXPECT_EQ(R"({"who":"any"})", reply);
+    EXPECT_EQ(0, call("peer", "m", R"({"chn":2,"more":1})", &reply));
+    EXPECT_EQ(R"({"who":"two-a"})", reply);
+    EXPECT_EQ(0, call("peer", "m", R"({"chn":2})", &reply));
+    EXPECT_EQ(R"({"who":"two-b"})", reply);
+    EXPECT_EQ(0, call("peer", "m", R"({"chn":3})", &reply));
+    EXPECT_EQ(R"({"who":"any"})", reply);
+    EXPECT_EQ(-1, call("peer", "m", R"({"chn":3,"tag":"x"})", &reply));
+}

@@ -1,0 +1,292 @@
+// The do and forward handlers on a hand-made context: the keyword loop over a
+// test-only module registry, and the pass-through against hostbus.
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "core/context.h"
+#include "model/methods.h"
+#include "model/registry.h"
+#include "platform/trace.h"
+
+// The unit targets do not link the end-to-end harness library.
+#include "../e2e/harness/bus_harness.cpp"
+
+namespace {
+
+const std::string &test_root()
+{
+    static const std::string root = [] {
+        char tmpl[] = "/tmp/dsd-busdo-XXXXXX";
+        std::string r = mkdtemp(tmpl);
+        setenv("DSD_ROOT", r.c_str(), 1);
+        set_trace_level(1);
+        atexit([] { std::system(("rm -rf " + std::string(getenv("DSD_ROOT"))).c_str()); });
+        return r;
+    }();
+    return root;
+}
+
+// What the test handlers saw, in call order. Tests run one at a time.
+std::vector<std::string> g_seen;
+
+int act_record(ds_context *ctx, json_object *arg)
+{
+    g_seen.push_back(arg ? json_object_to_json_string_ext(arg, JSON_C_TO_STRING_PLAIN) : "null");
+    json_object_object_add(ctx->res_obj, ("r" + std::to_string(g_seen.size())).c_str(),
+                           json_object_new_int((int)g_seen.size()));
+    return 0;
+}
+
+// Fails with the integer it is given.
+int act_fail(ds_context *, json_object *arg)
+{
+    g_seen.push_back("fail");
+    return json_object_get_int(arg);
+}
+
+const ds_action alpha_actions[] = {
+    {.keyword = "first", .fn = act_fail},
+    {.keyword = "record", .fn = act_record},
+    {.keyword = "nofn", .fn = nullptr},
+    {.keyword = "record", .fn = act_fail}, // shadowed: the first row wins
+    {.keyword = nullptr, .fn = nullptr},
+};
+const ds_action beta_actions[] = {
+    {.keyword = "only_beta", .fn = act_record},
+    {.keyword = nullptr, .fn = nullptr},
+};
+
+ds_module g_alpha = {.next = nullptr, .prev = nullptr, .name = "alpha", .package = nullptr,
+                     .sections = nullptr, .sec_types = nullptr, .actions = alpha_actions, .ch = 0};
+ds_module g_beta = {.next = nullptr, .prev = nullptr, .name = "beta", .package = nullptr,
+                    .sections = nullptr, .sec_types = nullptr, .actions = beta_actions, .ch = 0};
+ds_module g_bare = {.next = nullptr, .prev = nullptr, .name = "bare", .package = nullptr,
+                    .sections = nullptr, .sec_types = nullptr, .actions = nullptr, .ch = 0};
+
+class MethodDo : public ::testing::Test {
+protected:
+    ds_context ctx{};
+    ds_model_root *root = nullptr;
+    std::vector<uint8_t> buf = std::vector<uint8_t>(DS_BUF_SIZE);
+    std::string log;
+
+    void SetUp() override
+    {
+        test_root();
+        root = model_init();
+        ASSERT_NE(nullptr, root);
+        ASSERT_EQ(0, model_add(root, &g_alpha));
+        ASSERT_EQ(0, model_add(root, &g_beta));
+        ASSERT_EQ(0, model_add(root, &g_bare));
+        ctx.fd = 0;
+        ctx.buf = buf.data();
+        ctx.buf_size = DS_BUF_SIZE;
+        ctx.error_code = -40101;
+        g_seen.clear();
+    }
+    void TearDown() override
+    {
+        json_object_put(ctx.req_obj);
+        json_object_put(ctx.res_obj);
+        model_destory(root);
+    }
+    int run(int (*handler)(ds_context *), const char *request)
+    {
+        json_object_put(ctx.req_obj);
+        json_object_put(ctx.res_obj);
+        ctx.res_obj = nullptr;
+        ctx.req_obj = request ? json_tokener_parse(request) : nullptr;
+        testing::internal::CaptureStdout();
+        int rc = handler(&ctx);
+        log = testing::internal::GetCapturedStdout();
+        return rc;
+    }
+    std::string response() const
+    {
+        return ctx.res_obj ? json_object_to_json_string_ext(ctx.res_obj, JSON_C_TO_STRING_PLAIN)
+                           : "null";
+    }
+    bool traced(const std::string &text) const { return log.find(text) != std::string::npos; }
+};
+
+} // namespace
+
+TEST_F(MethodDo, KeywordsRunInOrderWithArgumentsUnchanged)
+{
+    EXPECT_EQ(0, run(ds_handle_method_do,
+                     R"({"method":"do","alpha":{"record":"s","record":[1,{"a":null}]},
+                         "beta":{"only_beta":{"x":1}},"skipped":5})"));
+    EXPECT_EQ(0, ctx.error_code);
+    // A repeated key keeps json-c's last value; arguments reach handlers as sent.
+    EXPECT_EQ((std::vector<std::string>{R"([1,{"a":null}])", R"({"x":1})"}), g_seen);
+    EXPECT_EQ(R"({"r1":1,"r2":2})", response());
+    EXPECT_TRUE(traced("Request in module [alpha]"));
+    EXPECT_TRUE(traced("Do record action in module alpha."));
+    EXPECT_TRUE(traced("Do only_beta action in module beta."));
+
+    for (const char *arg : {"null", "0", "-1.5", "true", "\"\"", "[]", "{}"}) {
+        g_seen.clear();
+        std::string req = std::string(R"({"alpha":{"record":)") + arg + "}}";
+        EXPECT_EQ(0, run(ds_handle_method_do, req.c_str())) << arg;
+        ASSERT_EQ(1u, g_seen.size()) << arg;
+        EXPECT_EQ(arg, g_seen[0]);
+    }
+}
+
+TEST_F(MethodDo, FirstFailureStopsTheRest)
+{
+    EXPECT_EQ(-1, run(ds_handle_method_do, R"({"alpha":{"first":-71001,"record":1}})"));
+    EXPECT_EQ(-71001, ctx.error_code);
+    EXPECT_EQ(std::vector<std::string>{"fail"}, g_seen);
+    EXPECT_TRUE(traced("Run first service failed"));
+    EXPECT_EQ("{}", response()); // created before the first action
+
+    g_seen.clear();
+    EXPECT_EQ(-1, run(ds_handle_method_do, R"({"alpha":{"record":1},"beta":{"nope":1},"alpha2":{}})"));
+    EXPECT_EQ(-40106, ctx.error_code);
+    EXPECT_EQ(1u, g_seen.size());
+}
+
+TEST_F(MethodDo, UnknownModulesKeywordsAndRowsWithoutHandler)
+{
+    EXPECT_EQ(-1, run(ds_handle_method_do, R"({"gamma":{"record":1}})"));
+    EXPECT_EQ(-40106, ctx.error_code);
+    EXPECT_TRUE(traced("Module gamma not support."));
+
+    EXPECT_EQ(-1, run(ds_handle_method_do, R"({"alpha":{"only_beta":1}})"));
+    EXPECT_EQ(-40106, ctx.error_code);
+    EXPECT_TRUE(traced("Service only_beta not support."));
+    EXPECT_TRUE(traced("Run only_beta service failed"));
+
+    EXPECT_EQ(-1, run(ds_handle_method_do, R"({"bare":{"x":1}})"));
+    EXPECT_EQ(-40106, ctx.error_code);
+    EXPECT_TRUE(traced("Service x not support."));
+
+    EXPECT_EQ(-1, run(ds_handle_method_do, R"({"alpha":{"nofn":1}})"));
+    EXPECT_EQ(-40101, ctx.error_code);
+    EXPECT_TRUE(traced("Function keyword_action is NULL."));
+    EXPECT_TRUE(g_seen.empty());
+}
+
+TEST_F(MethodDo, BadContextsAndRequests)
+{
+    EXPECT_EQ(-1, run(ds_handle_method_do, "{}"));
+    EXPECT_EQ(-40209, ctx.error_code);
+    EXPECT_TRUE(traced("Request signal is illegal."));
+
+    // Members that are not objects are not modules: nothing runs.
+    EXPECT_EQ(0, run(ds_handle_method_do, R"({"method":"do","alpha":"first","beta":[1]})"));
+    EXPECT_EQ(0, ctx.error_code);
+    EXPECT_TRUE(g_seen.empty());
+
+    EXPECT_EQ(-1, run(ds_handle_method_do, nullptr));
+    EXPECT_TRUE(traced("Invalid params."));
+    EXPECT_EQ(-1, ds_handle_method_do(nullptr));
+    ctx.fd = -1;
+    EXPECT_EQ(-1, run(ds_handle_method_do, R"({"alpha":{"record":1}})"));
+    EXPECT_TRUE(g_seen.empty());
+    ctx.fd = 0;
+
+    // Without a root the request cannot be served.
+    model_destory(root);
+    root = nullptr;
+    EXPECT_EQ(-1, run(ds_handle_method_do, R"({"alpha":{"record":1}})"));
+    EXPECT_EQ(-40101, ctx.error_code);
+    EXPECT_TRUE(traced("Get model root node failed."));
+    root = model_init(); // for TearDown
+}
+
+class MethodForward : public MethodDo {
+protected:
+    bus_harness bus{test_root()};
+    void TearDown() override
+    {
+        bus.stop();
+        unlink(bus.log_path().c_str());
+        MethodDo::TearDown();
+    }
+};
+
+TEST_F(MethodForward, AnswerWithCommandIsDecodedIntoContent)
+{
+    ASSERT_TRUE(bus.start(R"({"objects":{"chm_slp":{"methods":{"chm_slp_passthrough":
+        {"reply":{"result":[{"chn_id":3,"command":"{\"state\":\"ok%21\",\"n\":[\"a%20b\"]}"}]}}}}}})"));
+    EXPECT_EQ(0, run(ds_handle_method_forward,
+                     R"({"method":"forward","destination":"ipc","channel":3,
+                         "content":{"cmd":"get info","deep":{"v":"a/b"}}})"));
+    EXPECT_EQ(0, ctx.error_code);
+    EXPECT_EQ(R"({"content":{"state":"ok!","n":["a b"]},"channel":3})", response());
+    auto calls = bus.calls_to("chm_slp", "chm_slp_passthrough");
+    ASSERT_EQ(1u, calls.size());
+    EXPECT_EQ(R"({"device_list":[{"chn_id":3,"command":{"cmd":"get%20info","deep":{"v":"a%2Fb"}}}]})",
+              calls[0].message);
+}
+
+TEST_F(MethodForward, AnswerWithoutCommandKeepsOnlyChannel)
+{
+    const char *replies[] = {
+        R"({"reply":{"result":[{"chn_id":3}]}})",
+        R"({"reply":{"result":[]}})",
+        R"({"reply":{"result":{"command":"{}"}}})",
+        R"({"reply":{"result":[{"command":5}]}})",
+        R"({"reply":{"result":[{"command":"not json"}]}})",
+        R"({"raw":"garbage"})",
+        R"({"no_reply":true})",
+        R"({"huge_bytes":1100000})",
+    };
+    ASSERT_TRUE(bus.start("{}"));
+    for (const char *step : replies) {
+        bus.set_scenario(std::string(R"({"objects":{"chm_slp":{"default":)") + step + "}}}");
+        EXPECT_EQ(0, run(ds_handle_method_forward, R"({"destination":"ipc","channel":7,"content":{}})"))
+            << step;
+        EXPECT_EQ(-40108, ctx.error_code) << step;
+        EXPECT_EQ(R"({"channel":7})", response()) << step;
+    }
+}
+
+TEST_F(MethodForward, BadRequestsAndBusFailures)
+{
+    struct {
+        const char *request;
+        int32_t code;
+    } const cases[] = {
+        {R"({"destination":"nvr","channel":1,"content":{}})", -40106},
+        {R"({"channel":1,"content":{}})", -40106},
+        {R"({"destination":5,"channel":1,"content":{}})", -40106},
+        {R"({"destination":"ipc","channel":"1","content":{}})", -40209},
+        {R"({"destination":"ipc","channel":1.5,"content":{}})", -40209},
+        {R"({"destination":"ipc","content":{}})", -40209},
+        {R"({"destination":"ipc","channel":1,"content":"x"})", -40209},
+        {R"({"destination":"ipc","channel":1,"content":[1]})", -40209},
+        {R"({"destination":"ipc","channel":1})", -40209},
+        // No bus running.
+        {R"({"destination":"ipc","channel":1,"content":{}})", -40108},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(-1, run(ds_handle_method_forward, c.request)) << c.request;
+        EXPECT_EQ(c.code, ctx.error_code) << c.request;
+        EXPECT_EQ("null", response()) << c.request;
+    }
+    EXPECT_TRUE(traced("connect ubus error.")) << log;
+
+    ASSERT_TRUE(bus.start(R"({"objects":{"chm_slp":{"absent":true}}})"));
+    EXPECT_EQ(-1, run(ds_handle_method_forward, R"({"destination":"ipc","channel":1,"content":{}})"));
+    EXPECT_EQ(-40108, ctx.error_code);
+    EXPECT_TRUE(traced("ubus call error."));
+    bus.set_scenario(R"({"objects":{"chm_slp":{"default":{"status":7}}}})");
+    EXPECT_EQ(-1, run(ds_handle_method_forward, R"({"destination":"ipc","channel":1,"content":{}})"));
+    EXPECT_EQ(-40108, ctx.error_code);
+
+    // The message must fit the context's buffer.
+    bus.set_scenario("{}");
+    ctx.buf_size = 16;
+    EXPECT_EQ(-1, run(ds_handle_method_forward, R"({"destination":"ipc","channel":1,"content":{}})"));
+    EXPECT_EQ(-70102, ctx.error_code);
+    EXPECT_TRUE(traced("jso_to_string error."));
+    EXPECT_EQ(1u, bus.calls().size()); // only the call answered with a status
+}

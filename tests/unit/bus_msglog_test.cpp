@@ -1,0 +1,186 @@
+// Operation log: type limits, templates, the 1023-byte cut, the client
+// address from shared memory, and the flush call to the log service.
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "core/shm.h"
+#include "platform/msglog.h"
+#include "platform/trace.h"
+
+// The unit targets do not link the end-to-end harness library.
+#include "../e2e/harness/bus_harness.cpp"
+
+namespace {
+
+// dsd_path reads DSD_ROOT once per process, so every test shares one root.
+const std::string &test_root()
+{
+    static const std::string root = [] {
+        char tmpl[] = "/tmp/dsd-msglog-XXXXXX";
+        std::string r = mkdtemp(tmpl);
+        setenv("DSD_ROOT", r.c_str(), 1);
+        std::system(("mkdir -p " + r + "/usr/bin && touch " + r + "/usr/bin/dsd").c_str());
+        set_trace_level(1);
+        atexit([] { std::system(("rm -rf " + std::string(getenv("DSD_ROOT"))).c_str()); });
+        return r;
+    }();
+    return root;
+}
+
+struct record {
+    long main_type = -1, sub_type = -1;
+    bool null_text = false;
+    std::string text;
+};
+
+std::string records_path()
+{
+    return test_root() + "/var/log/msglog/records";
+}
+
+std::vector<record> read_records()
+{
+    std::vector<record> out;
+    std::ifstream in(records_path());
+    std::string line;
+    while (std::getline(in, line)) {
+        json_object *o = json_tokener_parse(line.c_str());
+        if (!o)
+            continue;
+        json_object *m = nullptr, *s = nullptr, *t = nullptr;
+        json_object_object_get_ex(o, "main_type", &m);
+        json_object_object_get_ex(o, "sub_type", &s);
+        json_object_object_get_ex(o, "text", &t);
+        record r;
+        r.main_type = json_object_get_int64(m);
+        r.sub_type = json_object_get_int64(s);
+        r.null_text = t == nullptr;
+        if (t)
+            r.text = json_object_get_string(t);
+        out.push_back(r);
+        json_object_put(o);
+    }
+    return out;
+}
+
+class Msglog : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        test_root();
+        unlink(records_path().c_str());
+    }
+    // The call's result with the trace it printed.
+    template <typename F> int traced(F f, std::string *log)
+    {
+        testing::internal::CaptureStdout();
+        int rc = f();
+        *log = testing::internal::GetCapturedStdout();
+        return rc;
+    }
+};
+
+} // namespace
+
+TEST_F(Msglog, TypeLimitsDifferBetweenEntryPoints)
+{
+    std::string log;
+    EXPECT_EQ(-1, traced([] { return dsd_msglog(6, 1, "x"); }, &log));
+    EXPECT_NE(std::string::npos, log.find("wrong main_type"));
+    EXPECT_EQ(-1, traced([] { return dsd_msglog(3, 29, "x"); }, &log));
+    EXPECT_NE(std::string::npos, log.find("wrong sub_type"));
+    EXPECT_EQ(-1, traced([] { return dsd_msglog_with_user(5, 1, "d", "admin"); }, &log));
+    EXPECT_NE(std::string::npos, log.find("wrong main_type"));
+    EXPECT_EQ(-1, traced([] { return dsd_msglog_with_user(3, 34, "d", "admin"); }, &log));
+    EXPECT_NE(std::string::npos, log.find("wrong sub_type"));
+    EXPECT_TRUE(read_records().empty());
+
+    EXPECT_EQ(0, dsd_msglog(5, 28, "edge"));
+    EXPECT_EQ(0, dsd_msglog_with_user(3, 33, "format array", "admin"));
+    EXPECT_EQ(0, dsd_msglog_with_user(4, 0, nullptr, "admin"));
+    auto recs = read_records();
+    ASSERT_EQ(3u, recs.size());
+    EXPECT_EQ(5, recs[0].main_type);
+    EXPECT_EQ(28, recs[0].sub_type);
+    EXPECT_EQ("edge\r\n", recs[0].text);
+    EXPECT_EQ(3, recs[1].main_type);
+    EXPECT_EQ(33, recs[1].sub_type);
+}
+
+TEST_F(Msglog, NullTextWritesTwoRecords)
+{
+    std::string log;
+    EXPECT_EQ(0, traced([] { return dsd_msglog(3, 1, nullptr); }, &log));
+    auto recs = read_records();
+    ASSERT_EQ(2u, recs.size());
+    EXPECT_TRUE(recs[0].null_text);
+    EXPECT_EQ("(null)\r\n", recs[1].text);
+    EXPECT_NE(std::string::npos, log.find("log_param is (null)"));
+}
+
+TEST_F(Msglog, LongDetailIsCutTo1023Bytes)
+{
+    std::string detail(2000, 'd');
+    EXPECT_EQ(0, dsd_msglog_with_user(3, 29, detail.c_str(), "admin"));
+    std::string text(3000, 't');
+    EXPECT_EQ(0, dsd_msglog(3, 1, text.c_str()));
+    auto recs = read_records();
+    ASSERT_EQ(2u, recs.size());
+    EXPECT_EQ(1023u, recs[0].text.size());
+    EXPECT_EQ(0u, recs[0].text.rfind("用户名: admin\r\nIP地址: ", 0));
+    EXPECT_EQ(1023u, recs[1].text.size());
+}
+
+TEST_F(Msglog, UserTemplatesCarryClientAddressFromSharedMemory)
+{
+    key_t key = ftok((test_root() + "/usr/bin/dsd").c_str(), 54);
+    ASSERT_GT(key, 0);
+    int id = shmget(key, 80, IPC_CREAT | 0600);
+    ASSERT_GE(id, 0);
+    char *block = static_cast<char *>(shmat(id, nullptr, 0));
+    ASSERT_NE(reinterpret_cast<char *>(-1), block);
+    memset(block, 0, 80);
+    strcpy(block + 64, "192.168.1.23");
+    dsd_shm_init();
+
+    EXPECT_STREQ("192.168.1.23", get_client_ip());
+    EXPECT_EQ(0, dsd_msglog_with_user(3, 29, "创建阵列", "admin"));
+    EXPECT_EQ(0, dsd_msglog_with_user(2, 1, nullptr, "guest"));
+    auto recs = read_records();
+    ASSERT_EQ(2u, recs.size());
+    EXPECT_EQ("用户名: admin\r\nIP地址: 192.168.1.23\r\n创建阵列\r\n", recs[0].text);
+    EXPECT_EQ("用户名: guest\r\nIP地址: 192.168.1.23\r\n", recs[1].text);
+
+    shmdt(block);
+    shmctl(id, IPC_RMID, nullptr);
+}
+
+TEST_F(Msglog, SyncAsksLogServiceToFlush)
+{
+    std::string log;
+    EXPECT_EQ(-70101, traced([] { return dsd_sync(0); }, &log));
+    EXPECT_NE(std::string::npos, log.find("ubus create connection fail"));
+
+    bus_harness bus(test_root());
+    ASSERT_TRUE(bus.start("{}"));
+    EXPECT_EQ(0, dsd_sync(5));
+    auto calls = bus.calls_to("msglog_v2", "msglog_sync");
+    ASSERT_EQ(1u, calls.size());
+    EXPECT_EQ("{}", calls[0].message);
+
+    bus.set_scenario(R"({"objects":{"msglog_v2":{"methods":{"msglog_sync":{"status":9}}}}})");
+    EXPECT_EQ(-70102, traced([] { return dsd_sync(0); }, &log));
+    EXPECT_NE(std::string::npos, log.find("ubus call msglog_v2 msglog_sync fail"));
+    bus.set_scenario(R"({"objects":{"msglog_v2":{"absent":true}}})");
+    EXPECT_EQ(-70102, dsd_sync(0));
+    bus.stop();
+    unlink(bus.log_path().c_str());
+}

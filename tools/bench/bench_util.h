@@ -1,0 +1,42 @@
+// Pieces of the dsd benchmark: a bare echo server as the floor, a daemon
+// started on a scratch root, timing and statistics.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+struct bench_stats {
+    double median_us;
+    double p99_us;
+};
+
+// Runs fn `n` times and returns the median and 99th percentile in
+// microseconds; false from fn aborts with ok = false.
+bench_stats bench_time(int n, const std::function<bool()> &fn, bool *ok);
+
+// Monotonic clock in microseconds.
+double bench_now_us(void);
+
+// Echo server on a Unix socket: per connection reads two records and answers
+// one type-3 record holding the second's value. Runs on its own thread until
+// bench_echo_stop.
+struct bench_echo;
+bench_echo *bench_echo_start(const std::string &socket_path);
+void bench_echo_stop(bench_echo *echo);
+
+// A daemon started with DSD_ROOT=root and its output discarded.
+struct bench_daemon {
+    pid_t pid = -1;
+    std::string socket_path;
+};
+// Starts dsd and polls (bounded) until its socket accepts; the time from
+// fork to the first accepted connection in *startup_us. true on success.
+bool bench_daemon_start(const std::string &dsd, const std::string &root, bench_daemon *d,
+                        double *startup_us);
+void bench_daemon_stop(bench_daemon *d);
+// VmRSS of a process in KiB, -1 when unreadable.
+long bench_rss_kib(pid_t pid);

@@ -1,0 +1,261 @@
+// The scenario engine: which objects exist and how each method answers.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "hostbus.h"
+
+namespace {
+
+struct json_put {
+    void operator()(json_object *o) const { json_object_put(o); }
+};
+using json_ptr = std::unique_ptr<json_object, json_put>;
+
+// Peers present unless a scenario marks them absent.
+const char *const kBuiltinObjects[] = {
+    "record", "chm_dev_manager", "chm_cascade", "chm_event_detect", "chm_slp",
+    "msglog_v2", "msg_push", "preview", "ipc_update", "network.interface.wan",
+    nullptr,
+};
+
+// Replies larger than this are dropped, as the bus daemon drops them.
+constexpr size_t kMaxReply = 1u << 20;
+constexpr int kDefaultWaitMaxMs = 30000;
+
+} // namespace
+
+static json_object *member(json_object *obj, const char *key)
+{
+    json_object *v = nullptr;
+    if (!obj || !json_object_is_type(obj, json_type_object) ||
+        !json_object_object_get_ex(obj, key, &v))
+        return nullptr;
+    return v;
+}
+
+static bool flag(json_object *obj, const char *key)
+{
+    json_object *v = member(obj, key);
+    return v && json_object_get_boolean(v);
+}
+
+int hb_load_scenario(hb_state *st)
+{
+    if (st->scenario_path.empty())
+        return 0;
+    struct stat sb;
+    std::lock_guard<std::mutex> lock(st->mu);
+    if (stat(st->scenario_path.c_str(), &sb) != 0)
+        return 0; // no file: built-in defaults
+    if (st->scenario && sb.st_ino == st->scenario_ino && sb.st_mtim.tv_sec == st->scenario_mtime.tv_sec &&
+        sb.st_mtim.tv_nsec == st->scenario_mtime.tv_nsec)
+        return 0;
+    json_object *obj = json_object_from_file(st->scenario_path.c_str());
+    if (!obj || !json_object_is_type(obj, json_type_object)) {
+        json_object_put(obj);
+        fprintf(stderr, "hostbus: scenario %s is not a JSON object\n", st->scenario_path.c_str());
+        return -1;
+    }
+    json_object_put(st->scenario);
+    st->scenario = obj;
+    st->scenario_mtime = sb.st_mtim;
+    st->scenario_ino = sb.st_ino;
+    st->turns.clear();
+    return 0;
+}
+
+static bool object_present(hb_state *st, const char *name)
+{
+    json_object *spec = member(member(st->scenario, "objects"), name);
+    if (spec)
+        return !flag(spec, "absent");
+    for (const char *const *b = kBuiltinObjects; *b; b++) {
+        if (!strcmp(*b, name))
+            return true;
+    }
+    return false;
+}
+
+int hb_lookup(hb_state *st, const char *path, uint32_t *id)
+{
+    hb_load_scenario(st);
+    std::lock_guard<std::mutex> lock(st->mu);
+    if (!path || !object_present(st, path))
+        return 4;
+    for (size_t i = 0; i < st->ids.size(); i++) {
+        if (st->ids[i] == path) {
+            *id = (uint32_t)i + 1;
+            return 0;
+        }
+    }
+    st->ids.push_back(path);
+    *id = (uint32_t)st->ids.size();
+    return 0;
+}
+
+// Appends {"object","method","message"} as one line. Caller holds st->mu.
+static void log_call(hb_state *st, const char *object, const char *method, json_object *msg)
+{
+    if (st->log_fd < 0)
+        return;
+    json_ptr line(json_object_new_object());
+    json_object_object_add(line.get(), "object", json_object_new_string(object));
+    json_object_object_add(line.get(), "method", json_object_new_string(method));
+    json_object_object_add(line.get(), "message",
+                           msg ? json_object_get(msg) : json_object_new_object());
+    std::string text = json_object_to_json_string_ext(line.get(), JSON_C_TO_STRING_PLAIN);
+    text += '\n';
+    if (write(st->log_fd, text.data(), text.size()) != (ssize_t)text.size())
+        fprintf(stderr, "hostbus: short write to the call log\n");
+}
+
+// True when every member of want is in msg with the same JSON value.
+static bool message_matches(json_object *want, json_object *msg)
+{
+    if (!want || !json_object_is_type(want, json_type_object))
+        return false;
+    json_object_object_foreach(want, key, val) {
+        json_object *have = member(msg, key);
+        if (!have && !val)
+            continue;
+        if (!have || !val ||
+            strcmp(json_object_to_json_string_ext(have, JSON_C_TO_STRING_PLAIN),
+                   json_object_to_json_string_ext(val, JSON_C_TO_STRING_PLAIN)) != 0)
+            return false;
+    }
+    return true;
+}
+
+// The first of spec's "cases" whose "when" matches the message, else spec.
+// *tag names the choice for the sequence counters.
+static json_object *pick_case(json_object *spec, json_object *msg, std::string *tag)
+{
+    json_object *cases = member(spec, "cases");
+    if (!cases || !json_object_is_type(cases, json_type_array))
+        return spec;
+    for (size_t i = 0; i < json_object_array_length(cases); i++) {
+        json_object *c = json_object_array_get_idx(cases, i);
+        if (message_matches(member(c, "when"), msg)) {
+            *tag = "#" + std::to_string(i);
+            return c;
+        }
+    }
+    return spec;
+}
+
+// The step for this call: method spec, object default, scenario default, or
+// {"reply": {}}; "cases" choose by message; a "sequence" advances one element
+// per call and then repeats its last. A new reference. Caller holds st->mu.
+static json_object *pick_step(hb_state *st, const std::string &object, const char *method,
+                              json_object *msg)
+{
+    json_object *obj = member(member(st->scenario, "objects"), object.c_str());
+    json_object *spec = member(member(obj, "methods"), method);
+    if (!spec)
+        spec = member(obj, "default");
+    if (!spec)
+        spec = member(st->scenario, "default");
+    if (!spec)
+        return json_tokener_parse("{\"reply\":{}}");
+    std::string tag;
+    spec = pick_case(spec, msg, &tag);
+    json_object *seq = member(spec, "sequence");
+    if (!seq || !json_object_is_type(seq, json_type_array) || json_object_array_length(seq) == 0)
+        return json_object_get(spec);
+    size_t turn = st->turns[object + "/" + method + tag]++;
+    size_t n = json_object_array_length(seq);
+    return json_object_get(json_object_array_get_idx(seq, turn < n ? turn : n - 1));
+}
+
+static void sleep_ms(int64_t ms)
+{
+    struct timespec ts = {.tv_sec = (time_t)(ms / 1000), .tv_nsec = (long)(ms % 1000) * 1000000L};
+    while (nanosleep(&ts, &ts) != 0) {
+    }
+}
+
+// Holds the call until the file exists (bounded by wait_max_ms).
+static void wait_for_file(const hb_state *st, json_object *step)
+{
+    json_object *v = member(step, "wait_file");
+    if (!v)
+        return;
+    std::string path = json_object_get_string(v);
+    if (path.empty() || path[0] != '/')
+        path = st->root + "/" + path;
+    json_object *max = member(step, "wait_max_ms");
+    int64_t left = max ? json_object_get_int64(max) : kDefaultWaitMaxMs;
+    while (access(path.c_str(), F_OK) != 0 && left > 0) {
+        sleep_ms(10);
+        left -= 10;
+    }
+}
+
+static std::string reply_text(json_object *v)
+{
+    if (json_object_is_type(v, json_type_string))
+        return json_object_get_string(v);
+    return json_object_to_json_string_ext(v, JSON_C_TO_STRING_PLAIN);
+}
+
+// The reply texts a step produces.
+static void step_data(json_object *step, json_object *msg, hb_answer *out)
+{
+    json_object *v;
+    if (flag(step, "no_reply"))
+        return;
+    if ((v = member(step, "raw")))
+        out->data.push_back(json_object_get_string(v));
+    if ((v = member(step, "reply")))
+        out->data.push_back(reply_text(v));
+    if ((v = member(step, "replies")) && json_object_is_type(v, json_type_array)) {
+        for (size_t i = 0; i < json_object_array_length(v); i++)
+            out->data.push_back(reply_text(json_object_array_get_idx(v, i)));
+    }
+    if (flag(step, "echo"))
+        out->data.push_back(msg ? reply_text(msg) : "{}");
+    if ((v = member(step, "huge_bytes")))
+        out->data.push_back("{\"data\":\"" + std::string((size_t)json_object_get_int64(v), 'a') +
+                            "\"}");
+}
+
+void hb_invoke(hb_state *st, uint32_t id, const char *method, json_object *msg, hb_answer *out)
+{
+    hb_load_scenario(st);
+    json_ptr step;
+    {
+        std::lock_guard<std::mutex> lock(st->mu);
+        if (id == 0 || id > st->ids.size() || !method) {
+            out->status = 4;
+            return;
+        }
+        std::string object = st->ids[id - 1];
+        log_call(st, object.c_str(), method, msg);
+        step.reset(pick_step(st, object, method, msg));
+    }
+    wait_for_file(st, step.get());
+    json_object *delay = member(step.get(), "delay_ms");
+    if (delay)
+        sleep_ms(json_object_get_int64(delay));
+    if (flag(step.get(), "disconnect")) {
+        out->disconnect = true;
+        return;
+    }
+    json_object *status = member(step.get(), "status");
+    out->status = status ? json_object_get_int(status) : 0;
+    step_data(step.get(), msg, out);
+    for (auto it = out->data.begin(); it != out->data.end();) {
+        if (it->size() > kMaxReply) {
+            fprintf(stderr, "hostbus: reply of %zu bytes dropped\n", it->size());
+            it = out->data.erase(it);
+        } else {
+            ++it;
+        }
+    }
+}
