@@ -1,14 +1,12 @@
 // Default packages of the network modules: "protocol" (the WAN/LAN model the
 // daemon serves) and the system's "network" package that the appliers write
 // and the checks read.
-#include <cstdio>
-#include <string>
-
 #include "families.h"
+#include "generic_defaults.h"
 
 // A factory WAN on DHCP, the camera LAN on 192.168.1.1/24.
 static const char PROTOCOL_DEFAULTS[] =
-    "config interface 'wan'\n"
+    "\nconfig interface 'wan'\n"
     "\toption wan_type 'dhcp'\n"
     "\toption proto 'dhcp'\n"
     "\toption mtu '1500'\n"
@@ -45,10 +43,10 @@ static const char PROTOCOL_DEFAULTS[] =
     "config interface 'smart_network_lan'\n"
     "\toption ipaddr '192.168.1.1'\n"
     "\toption gateway '0.0.0.0'\n"
-    "\toption dns '0.0.0.0'\n";
+    "\toption dns '0.0.0.0'\n\n";
 
 static const char NETWORK_DEFAULTS[] =
-    "config interface 'loopback'\n"
+    "\nconfig interface 'loopback'\n"
     "\toption ifname 'lo'\n"
     "\toption proto 'static'\n"
     "\toption ipaddr '127.0.0.1'\n"
@@ -62,28 +60,14 @@ static const char NETWORK_DEFAULTS[] =
     "\n"
     "config interface 'wan'\n"
     "\toption ifname 'eth0'\n"
-    "\toption proto 'dhcp'\n";
-
-static int write_package(const char *confdir, const char *name, const char *text)
-{
-    std::string path = std::string(confdir) + "/" + name;
-    FILE *f = fopen(path.c_str(), "w");
-    if (!f) {
-        perror(path.c_str());
-        return -1;
-    }
-    bool ok = fputs(text, f) >= 0;
-    if (fclose(f) != 0)
-        ok = false;
-    return ok ? 0 : -1;
-}
+    "\toption proto 'dhcp'\n\n";
 
 int mkconfig_write_network(const char *confdir, int channels)
 {
     (void)channels;
     if (!confdir)
         return -1;
-    if (write_package(confdir, "protocol", PROTOCOL_DEFAULTS) != 0)
+    if (mkconfig_write_package(confdir, "protocol", PROTOCOL_DEFAULTS) != 0)
         return -1;
-    return write_package(confdir, "network", NETWORK_DEFAULTS);
+    return mkconfig_write_package(confdir, "network", NETWORK_DEFAULTS);
 }
