@@ -1,0 +1,174 @@
+// Network settings through the running daemon on a mkconfig root, with
+// hostbus as the bus: WAN type switches and what they run, the files the
+// appliers write, and the LAN/WAN subnet refusals. Commands are recorded by
+// stand-in scripts first in the daemon's PATH; the DHCP lease release is
+// seen by a child process waiting for SIGUSR2.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "harness/bus_harness.h"
+#include "harness/dsd_harness.h"
+
+namespace {
+
+std::string slurp(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+void write_script(const std::string &path, const std::string &body)
+{
+    std::ofstream(path) << "#!/bin/sh\n" << body;
+    chmod(path.c_str(), 0755);
+}
+
+// A child that exits 0 once SIGUSR2 arrives, 1 after the time limit.
+pid_t spawn_lease_holder()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGUSR2);
+    sigset_t old;
+    pthread_sigmask(SIG_BLOCK, &set, &old);
+    pid_t pid = fork();
+    if (pid == 0) {
+        timespec limit{30L * harness_slowdown(), 0};
+        _exit(sigtimedwait(&set, nullptr, &limit) == SIGUSR2 ? 0 : 1);
+    }
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    return pid;
+}
+
+// netifd's answer for a WAN that holds 172.16.5.20/24.
+const char *const WAN_UP =
+    R"({"objects":{"network.interface.wan":{"methods":{"status":{"reply":)"
+    R"({"up":true,"proto":"dhcp","ipv4-address":[{"address":"172.16.5.20","mask":24}],)"
+    R"("route":[{"target":"0.0.0.0","mask":0,"nexthop":"172.16.5.1"}]}}}}}})";
+
+class NetworkE2E : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(d.make_config(4));
+        for (const char *dir : {"/bin", "/lib", "/lib/upnpc", "/etc/init.d"})
+            mkdir(d.path(dir).c_str(), 0755);
+        const std::string log = d.path("/calls.log");
+        for (const char *tool : {"sleep", "ubus", "track-reload"})
+            write_script(d.path("/bin/") + tool, std::string("echo \"") + tool + " $*\" >> '" + log + "'\n");
+        write_script(d.path("/etc/init.d/network"), "echo \"network $*\" >> '" + log + "'\n");
+        std::ofstream(d.path("/lib/upnpc/upnpc.sh"))
+            << "upnpc_stop() { echo upnpc_stop >> '" << log << "'; }\n";
+        const char *path = getenv("PATH");
+        saved_path = path ? path : "/usr/bin:/bin";
+        setenv("PATH", (d.path("/bin") + ":" + saved_path).c_str(), 1);
+        ASSERT_TRUE(bus.start(WAN_UP));
+        ASSERT_TRUE(d.start()) << d.log();
+    }
+    void TearDown() override { setenv("PATH", saved_path.c_str(), 1); }
+
+    int set(const std::string &modules) const
+    {
+        return error_code_of(d.request(R"({"method":"set",)" + modules + "}"));
+    }
+    std::string calls() const { return slurp(d.path("/calls.log")); }
+    void clear_calls() const { unlink(d.path("/calls.log").c_str()); }
+    std::string pkg(const char *name) const { return slurp(d.path("/etc/config/") + name); }
+    // The block of one named section in a package file.
+    std::string section(const char *package, const std::string &name) const
+    {
+        std::string text = pkg(package);
+        size_t at = text.find("config interface '" + name + "'");
+        if (at == std::string::npos)
+            return "<none>";
+        size_t end = text.find("\nconfig ", at + 1);
+        return text.substr(at, end == std::string::npos ? std::string::npos : end - at);
+    }
+
+    dsd_harness d;
+    bus_harness bus{d.root};
+    std::string saved_path;
+};
+
+TEST_F(NetworkE2E, WanDhcpToStaticAndBack)
+{
+    ASSERT_EQ(set(R"("protocol":{"static":{"ipaddr":"10.0.0.2","netmask":"255.255.255.0",)"
+                  R"("gateway":"10.0.0.1","pri_dns":"8.8.8.8","snd_dns":""}})"),
+              0);
+    clear_calls();
+    pid_t holder = spawn_lease_holder();
+    ASSERT_GT(holder, 0);
+    std::ofstream(d.path("/var/run/udhcpc-eth0.pid")) << holder << "\n";
+
+    ASSERT_EQ(set(R"("protocol":{"wan":{"wan_type":"static"}})"), 0);
+    int status = -1;
+    ASSERT_EQ(waitpid(holder, &status, 0), holder);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "lease not released";
+    EXPECT_EQ(calls(), "upnpc_stop\nsleep 2\nnetwork reload\n");
+    std::string wan = section("network", "wan");
+    EXPECT_NE(wan.find("option proto 'static'"), std::string::npos) << wan;
+    EXPECT_NE(wan.find("option ipaddr '10.0.0.2'"), std::string::npos) << wan;
+    EXPECT_NE(wan.find("option dns '8.8.8.8'"), std::string::npos) << wan;
+    EXPECT_EQ(section("protocol", "smart_network").find("option"), std::string::npos);
+
+    clear_calls();
+    ASSERT_EQ(set(R"("protocol":{"wan":{"wan_type":"dhcp"}})"), 0);
+    EXPECT_EQ(calls(), "upnpc_stop\nnetwork reload\n");
+    std::string smart = section("protocol", "smart_network");
+    EXPECT_NE(smart.find("option ipaddr '10.0.0.2'"), std::string::npos) << smart;
+    EXPECT_NE(smart.find("option gateway '10.0.0.1'"), std::string::npos) << smart;
+    EXPECT_NE(smart.find("option dns '8.8.8.8 '"), std::string::npos) << smart;
+    EXPECT_NE(section("network", "wan").find("option proto 'dhcp'"), std::string::npos);
+}
+
+TEST_F(NetworkE2E, PppoeToDhcpDisconnects)
+{
+    ASSERT_EQ(set(R"("protocol":{"pppoe":{"username":"user","password":"it's secret"},)"
+                  R"("wan":{"wan_type":"pppoe"}})"),
+              0);
+    EXPECT_EQ(calls(), "network reload\n");
+    EXPECT_NE(section("protocol", "wan").find("option proto 'none'"), std::string::npos);
+    EXPECT_NE(section("network", "wan").find("option proto 'pppoe'"), std::string::npos);
+    clear_calls();
+    ASSERT_EQ(set(R"("protocol":{"wan":{"wan_type":"dhcp"}})"), 0);
+    EXPECT_EQ(calls(), "upnpc_stop\nubus call internet disconnect\nnetwork reload\n");
+    // Unchanged settings are no change: nothing runs.
+    clear_calls();
+    ASSERT_EQ(set(R"("protocol":{"wan":{"wan_type":"dhcp"}})"), 0);
+    EXPECT_EQ(calls(), "");
+}
+
+TEST_F(NetworkE2E, LanAndWanInOneSubnetRefusedBothWays)
+{
+    const std::string before_protocol = pkg("protocol");
+    const std::string before_network = pkg("network");
+    // The LAN into the subnet netifd reports for the WAN.
+    EXPECT_EQ(set(R"("protocol":{"static_lan":{"ipaddr":"172.16.5.9"}})"), -40308);
+    // A static WAN next to the LAN's 192.168.1.1/24.
+    EXPECT_EQ(set(R"("protocol":{"static":{"ipaddr":"192.168.1.50","netmask":"255.255.0.0"}})"),
+              -40308);
+    EXPECT_EQ(set(R"("protocol":{"static":{"ipaddr":"192.168.1.255","netmask":"255.255.255.0"}})"),
+              -40315);
+    EXPECT_EQ(set(R"("protocol":{"static":{"netmask":"255.255.255.000"}})"), -40305);
+    EXPECT_EQ(set(R"("protocol":{"wan":{"macaddr":"01-00-5E-00-00-01"}})"), -40311);
+    EXPECT_EQ(calls(), "");
+    EXPECT_EQ(pkg("protocol"), before_protocol);
+    EXPECT_EQ(pkg("network"), before_network);
+    // Outside the WAN's subnet the LAN moves.
+    ASSERT_EQ(set(R"("protocol":{"static_lan":{"ipaddr":"172.16.6.9"}})"), 0);
+    EXPECT_NE(section("network", "lan").find("option ipaddr '172.16.6.9'"), std::string::npos);
+    EXPECT_GE(bus.calls_to("network.interface.wan", "status").size(), 1u);
+}
+
+} // namespace
