@@ -57,6 +57,8 @@ static int indexed_section(const ds_module *mod, const char *name, const ds_sec 
     return 1;
 }
 
+// Allocates the empty list head and makes it the process's model root.
+// The root, or null ("Malloc list head failed."). Main thread, start-up.
 ds_model_root *model_init(void)
 {
     auto *root = static_cast<ds_model_root *>(calloc(1, sizeof(ds_model_root)));
@@ -71,6 +73,7 @@ ds_model_root *model_init(void)
     return root;
 }
 
+// The process's model root (borrowed), null before model_init. Any thread.
 ds_model_root *get_model_root(void)
 {
     return g_model_root;
@@ -82,6 +85,8 @@ static bool is_head(const ds_model_root *root, const ds_module *m)
     return m == reinterpret_cast<const ds_module *>(root);
 }
 
+// Runs the module constructors of ds_module_table in order; the first one
+// that fails stops the run. 0, or -1. Main thread, start-up.
 int model_register(ds_model_root *root)
 {
     if (!root) {
@@ -97,6 +102,8 @@ int model_register(ds_model_root *root)
     return 0;
 }
 
+// The first registered module called `name` (exact match), or null.
+// Any thread once start-up is over.
 ds_module *get_module_node(ds_model_root *root, const char *name)
 {
     if (!root || !name) {
@@ -111,6 +118,8 @@ ds_module *get_module_node(ds_model_root *root, const char *name)
     return nullptr;
 }
 
+// Appends `mod` (static storage, not owned) at the tail; -1 for null
+// arguments or a name already registered. Main thread, start-up.
 int model_add(ds_model_root *root, ds_module *mod)
 {
     if (!root || !mod || !mod->name) {
@@ -139,6 +148,8 @@ int model_add(ds_model_root *root, ds_module *mod)
     return 0;
 }
 
+// model_add on the process's model root; -1 when there is none. Called by
+// the module constructors on the main thread.
 int add_module_node(ds_module *mod)
 {
     ds_model_root *root = get_model_root();
@@ -149,6 +160,8 @@ int add_module_node(ds_module *mod)
     return model_add(root, mod);
 }
 
+// Unlinks every module (descriptors stay valid) and frees the head; 0, or
+// -1 for null. Main thread, after the workers have stopped.
 int model_destory(ds_model_root *root)
 {
     if (!root) {
@@ -170,6 +183,9 @@ int model_destory(ds_model_root *root)
     return 0;
 }
 
+// The row of `name` in the module's named sections (DS_NODE_SECTION),
+// section types (DS_NODE_SEC_TYPE) or actions (DS_NODE_ACTION); null when
+// absent or the table is missing. Borrowed. Any thread.
 const void *get_ds_node(const ds_module *mod, const char *name, int kind)
 {
     if (!mod || !name || kind < DS_NODE_SECTION || kind > DS_NODE_ACTION) {
@@ -217,6 +233,9 @@ static const ds_sec *sec_type_from_uci(const ds_module *mod, const char *section
     return nullptr;
 }
 
+// The type row of a named uci section: a type name contained in the
+// section name first, else the section's stored type. Borrowed, or null.
+// Any thread (its own uci context).
 const ds_sec *get_sec_type(const ds_module *mod, const char *section_name)
 {
     if (!mod || !section_name) {
@@ -234,6 +253,7 @@ const ds_sec *get_sec_type(const ds_module *mod, const char *section_name)
     return sec_type_from_uci(mod, section_name);
 }
 
+// The option row called `option` in the section row, or null. Any thread.
 const ds_opt *get_filter_node(const ds_sec *sec, const char *option)
 {
     if (!sec || !option) {
@@ -247,6 +267,10 @@ const ds_opt *get_filter_node(const ds_sec *sec, const char *option)
     return nullptr;
 }
 
+// Re-applies one section by running its service callback outside the
+// pipeline: by type (by_name 0, no fallback) or by name. The callback's
+// result, or -40101 when anything is missing; the context's error code is
+// left alone. Worker thread of `ctx`.
 int do_restart_cb(ds_context *ctx, const char *module, const char *section, int by_name)
 {
     if (!ctx || !module || !section) {
@@ -304,6 +328,7 @@ int model_channel_amount(void)
     return static_cast<int>(n);
 }
 
+// See registry.h. The names are heap copies kept for the process's life.
 int model_fill_channel_rows(ds_sec *table, size_t cap, size_t *pos,
                             const char *const *patterns,
                             const ds_opt *const *options, size_t npatterns,
