@@ -1,0 +1,129 @@
+// Shell injection: the usual payloads through every option the model knows
+// and every keyword argument, against the real daemon. Any command that the
+// payload smuggles in would create the canary file; none may.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "harness/dsd_harness.h"
+#include "model/registry.h"
+
+namespace {
+
+std::vector<std::string> payloads(const std::string &canary)
+{
+    const std::string touch = "touch " + canary;
+    return {
+        "'; " + touch + "; '",  "\"; " + touch + "; \"", "$(" + touch + ")",
+        "`" + touch + "`",      "x; " + touch,            "x | " + touch,
+        "x && " + touch,        "x\n" + touch + "\n",     "x' '$(" + touch + ")",
+    };
+}
+
+std::string json_string(const std::string &s)
+{
+    std::string out = "\"";
+    for (unsigned char c : s) {
+        if (c == '"' || c == '\\')
+            out += std::string("\\") + static_cast<char>(c);
+        else if (c == '\n')
+            out += "\\n";
+        else
+            out += static_cast<char>(c);
+    }
+    return out + "\"";
+}
+
+// One section per option table: the options of channel 2 and channel 3 rows
+// run the same code.
+struct target {
+    std::string module, section, option;
+};
+
+std::vector<target> option_targets(ds_model_root *root)
+{
+    std::vector<target> out;
+    std::set<const ds_opt *> seen;
+    for (ds_module *m = root->next; m && m != reinterpret_cast<ds_module *>(root); m = m->next) {
+        for (const ds_sec *s = m->sections; s && s->name; s++) {
+            if (!s->options || !seen.insert(s->options).second)
+                continue;
+            for (const ds_opt *o = s->options; o->name; o++)
+                out.push_back({m->name, s->name, o->name});
+        }
+    }
+    return out;
+}
+
+struct action_target {
+    std::string module, keyword;
+};
+
+std::vector<action_target> action_targets(ds_model_root *root)
+{
+    std::vector<action_target> out;
+    for (ds_module *m = root->next; m && m != reinterpret_cast<ds_module *>(root); m = m->next) {
+        for (const ds_action *a = m->actions; a && a->keyword; a++)
+            out.push_back({m->name, a->keyword});
+    }
+    return out;
+}
+
+// Keywords that restart or wait on hardware are exercised by their own
+// tests; here they would only spend the time-outs of absent peers.
+bool slow_keyword(const std::string &keyword)
+{
+    for (const char *word : {"upgrade", "reboot", "reset", "format", "update", "test", "scan"}) {
+        if (keyword.find(word) != std::string::npos)
+            return true;
+    }
+    return false;
+}
+
+TEST(ShellSafety, NoPayloadReachesAShell)
+{
+    dsd_harness d;
+    ASSERT_TRUE(d.make_config(2));
+    // The model as the daemon builds it, from the same root.
+    setenv("DSD_ROOT", d.root.c_str(), 1);
+    ds_model_root *root = model_init();
+    ASSERT_NE(root, nullptr);
+    ASSERT_EQ(model_register(root), 0);
+    ASSERT_TRUE(d.start({}));
+
+    const std::string canary = d.path("/tmp/pwned");
+    const auto bad = payloads(canary);
+    size_t requests = 0;
+    for (const target &t : option_targets(root)) {
+        for (const std::string &p : bad) {
+            d.request("{\"method\": \"set\", \"" + t.module + "\": {\"" + t.section + "\": {\"" +
+                      t.option + "\": " + json_string(p) + "}}}");
+            requests++;
+        }
+    }
+    for (const action_target &a : action_targets(root)) {
+        if (slow_keyword(a.keyword))
+            continue;
+        for (const std::string &p : bad) {
+            std::string v = json_string(p);
+            std::string arg = "{\"channel\": " + v + ", \"name\": " + v + ", \"url\": " + v +
+                              ", \"path\": " + v + ", \"ip\": " + v + ", \"user\": " + v +
+                              ", \"password\": " + v + ", \"content\": " + v + "}";
+            d.request("{\"method\": \"do\", \"" + a.module + "\": {\"" + a.keyword + "\": " + arg + "}}",
+                      dsd_identity(), 15000);
+            d.request("{\"method\": \"do\", \"" + a.module + "\": {\"" + a.keyword + "\": " + v + "}}",
+                      dsd_identity(), 15000);
+            requests += 2;
+        }
+    }
+    usleep(300000); // detached shell commands run after the answer
+    EXPECT_TRUE(d.running());
+    EXPECT_NE(access(canary.c_str(), F_OK), 0) << "an injected command ran";
+    RecordProperty("requests", static_cast<int>(requests));
+    model_destory(root);
+}
+
+} // namespace
