@@ -129,6 +129,32 @@ static int get_data_obj(ds_context *ctx, const ds_module *mod, json_object *mod_
     return 0;
 }
 
+enum { GET_OK = 0, GET_KEEP_PARTIAL = 1, GET_DROP_ALL = 2 };
+
+// Reads one module's request into a new member of `res`. A module that
+// cannot be served at all keeps what earlier modules read
+// (GET_KEEP_PARTIAL); a bad section request discards the whole response
+// (GET_DROP_ALL). The error code is set on both.
+static int get_module(ds_context *ctx, ds_model_root *root, const char *mod_name,
+                      json_object *mod_req, json_object *res)
+{
+    DS_TRACE_AS("ds_handle_method_get", TRACE_INFO, "Request in module [%s]", mod_name);
+    json_object *mod_res = json_object_new_object();
+    if (!mod_res) {
+        DS_TRACE_AS("ds_handle_method_get", TRACE_ERROR, "Create new json object failed.");
+        ctx->error_code = -40101;
+        return GET_KEEP_PARTIAL;
+    }
+    json_object_object_add(res, mod_name, mod_res);
+    const ds_module *mod = get_module_node(root, mod_name);
+    if (!mod) {
+        DS_TRACE_AS("ds_handle_method_get", TRACE_ERROR, "Module %s not support.", mod_name);
+        ctx->error_code = -40106;
+        return GET_KEEP_PARTIAL;
+    }
+    return get_data_obj(ctx, mod, mod_req, mod_res) == 0 ? GET_OK : GET_DROP_ALL;
+}
+
 static void set_response(ds_context *ctx, json_object *res)
 {
     if (ctx->res_obj)
@@ -168,23 +194,12 @@ int ds_handle_method_get(ds_context *ctx)
     json_object_object_foreach(ctx->req_obj, mod_name, mod_req) {
         if (!json_object_is_type(mod_req, json_type_object))
             continue;
-        DS_INFO("Request in module [%s]", mod_name);
-        json_object *mod_res = json_object_new_object();
-        if (!mod_res) {
-            DS_ERR("Create new json object failed.");
-            ctx->error_code = -40101;
+        int rc = get_module(ctx, root, mod_name, mod_req, res.get());
+        if (rc == GET_KEEP_PARTIAL) {
             set_response(ctx, res.release());
             return -1;
         }
-        json_object_object_add(res.get(), mod_name, mod_res);
-        const ds_module *mod = get_module_node(root, mod_name);
-        if (!mod) {
-            DS_ERR("Module %s not support.", mod_name);
-            ctx->error_code = -40106;
-            set_response(ctx, res.release());
-            return -1;
-        }
-        if (get_data_obj(ctx, mod, mod_req, mod_res) != 0) {
+        if (rc == GET_DROP_ALL) {
             set_response(ctx, nullptr);
             return -1;
         }
