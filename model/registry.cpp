@@ -291,9 +291,9 @@ int do_restart_cb(ds_context *ctx, const char *module, const char *section, int 
         get_ds_node(mod, section, by_name ? DS_NODE_SECTION : DS_NODE_SEC_TYPE));
     if (!sec) {
         if (by_name)
-            DS_ERR("Section name %s not found.", section);
+            DS_INFO("Section name %s not found.", section);
         else
-            DS_ERR("Section type %s not found.", section);
+            DS_INFO("Section type %s not found.", section);
         return -40101;
     }
     if (!sec->srvcb) {
