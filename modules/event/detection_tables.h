@@ -78,3 +78,25 @@ constexpr ds_sec det_type_row(const char *name, const ds_opt *options, ds_sec_cb
     return ds_sec{.name = name, .data_kind = DS_DATA_UCI, .max_sec = 255, .options = options,
                   .beforesavecb = before, .srvcb = service, .dynamic = nullptr};
 }
+
+// A weekly plan section with a typed-period checker and its argument
+// (record, capture and cloud plans); `days` are the seven option names.
+constexpr std::array<ds_opt, 9> plan_week_options(const plan_form *form, const char *const *days)
+{
+    auto day = [form](const char *name) {
+        return ds_opt{.name = name, .checker = check_plan, .arg = form, .err_code = -40209};
+    };
+    return {{
+        det_on_off("enabled", -40209), day(days[0]), day(days[1]), day(days[2]), day(days[3]),
+        day(days[4]), day(days[5]), day(days[6]), det_end(),
+    }};
+}
+
+inline constexpr const char *plan_days_lower[] = {"monday", "tuesday", "wednesday", "thursday",
+                                                  "friday", "saturday", "sunday"};
+inline constexpr const char *plan_days_capital[] = {"Monday", "Tuesday", "Wednesday", "Thursday",
+                                                    "Friday", "Saturday", "Sunday"};
+
+// Per-channel rows of one pattern with the given options and service
+// callback, for the configured channel count. 0 or -1. Start-up only.
+int plan_build_rows(ds_module *mod, const char *pattern, const ds_opt *options, ds_sec_cb_fn srvcb);
