@@ -110,4 +110,32 @@ TEST_F(Detection, ScheduleAndNotificationKeywordsValidateFirst)
     EXPECT_EQ(code(R"({"method":"do","motion_detection":{"chn_set_md_alarm":{"alarm_info":[{"channel":200}]}}})"), -40209);
 }
 
+TEST_F(Detection, AlarmInputsReloadOncePerRequest)
+{
+    EXPECT_EQ(code(R"({"method":"set","alarm_input_output":{"alarm1_input_set":{"alarm_type":"NC"},)"
+                   R"("alarm2_input_notif_list":{"alarm_output_union":"[1,4]"}}})"), 0);
+    EXPECT_EQ(bus.calls_to("record", "event_alarm_in_reconfig").size(), 1u);
+    EXPECT_GE(d.wait_log("already set_alarm_input_info"), 1);
+    EXPECT_EQ(code(R"({"method":"set","alarm_input_output":{"alarm2_input_notif_list":{"alarm_output_union":"[5]"}}})"),
+              -73710);
+    EXPECT_EQ(code(R"({"method":"do","alarm_input_output":{"set_default_alarm_input":{"channel":"all"}}})"), 0);
+    EXPECT_NE(pkg("alarm_input_output").find("option alarm_type 'NO'"), std::string::npos);
+}
+
+TEST_F(Detection, RecordPlanResetAndPlanRules)
+{
+    EXPECT_EQ(code(R"({"method":"set","record_plan":{"chn2_channel":{"monday":"[\"0800-1200:3\"]"}}})"), -40209);
+    EXPECT_EQ(code(R"({"method":"set","record_plan":{"chn2_channel":{"monday":"[\"0800-1200:2\"]"}}})"), 0);
+    EXPECT_EQ(bus.calls_to("record", "rec_plan_reconfig").size(), 1u);
+    EXPECT_EQ(code(R"({"method":"do","record_plan":{"set_default_plan":{"channel":2}}})"), 0);
+    EXPECT_EQ(bus.calls_to("record", "rec_plan_reconfig").size(), 2u);
+    EXPECT_EQ(code(R"({"method":"do","record_plan":{"set_default_plan":{"channel":2}}})"), 0); // nothing to do
+    EXPECT_EQ(bus.calls_to("record", "rec_plan_reconfig").size(), 2u);
+    EXPECT_EQ(code(R"({"method":"do","record_plan":{"set_default_plan":{"channel":0}}})"), -71006);
+    EXPECT_EQ(code(R"({"method":"set","cloud_storage":{"chn1_vcs_upload_plan":{"Monday":"[\"0000-2400:1\"]","monday":"x"}}})"), 0);
+    EXPECT_EQ(code(R"({"method":"set","msg_push_plan":{"chn1_msg_push_plan":{"push_plan_1":"2400-2400,1"}}})"), -73403);
+    EXPECT_EQ(code(R"({"method":"set","msg_push_plan":{"chn1_msg_push_plan":{"push_plan_1":"0800-2000,31"}}})"), 0);
+    EXPECT_EQ(bus.calls_to("msg_push", "plan_reconfig").size(), 1u);
+}
+
 } // namespace

@@ -91,6 +91,43 @@ std::string plan_package(const char *fmt, int channels, const char *value)
     return out + "\n";
 }
 
+std::string alarm_package(void)
+{
+    std::string out;
+    for (int n = 1; n <= 16; n++) {
+        std::string p = "alarm" + std::to_string(n);
+        out += section("input_set", p + "_input_set") + option("enabled", "off") +
+               option("alarm_name", "Alarm In " + std::to_string(n)) + option("alarm_type", "NO");
+        out += section("input_notif_list", p + "_input_notif_list") + option("basic_union_enabled", "off") +
+               option("buzzer_enabled", "off") + option("popupwin_enabled", "off") +
+               option("record_union", "[]") + option("alarm_output_union", "[]");
+        out += section("input_defense_setting", p + "_input_defense_setting") + week(kWholeDay);
+        out += section("output_set", p + "_output_set") + option("alarm_name", "Alarm Out " + std::to_string(n)) +
+               option("delay_time", "10");
+        out += section("output_defense_setting", p + "_output_defense_setting") + week(kWholeDay);
+    }
+    return out + "\n";
+}
+
+std::string push_package(int channels)
+{
+    std::string out;
+    for (int ch = 1; ch <= channels; ch++)
+        out += section("msg_push_plan", name("chn%d_msg_push_plan", ch)) + option("push_plan_1", "0000-2359,127");
+    return out + "\n";
+}
+
+std::string cloud_package(int channels)
+{
+    std::string out;
+    for (int ch = 1; ch <= channels; ch++) {
+        out += section("vcs_upload_plan", name("chn%d_vcs_upload_plan", ch)) + option("enabled", "off");
+        for (const char *day : {"Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday", "Sunday"})
+            out += std::string("\toption ") + day + " '[\"0000-2400:1\"]'\n";
+    }
+    return out + "\n";
+}
+
 } // namespace
 
 int mkconfig_write_event(const char *confdir, int channels)
@@ -102,7 +139,11 @@ int mkconfig_write_event(const char *confdir, int channels)
     if (mkconfig_write_package(confdir, "record_plan",
                                plan_package("chn%d_channel", channels, "'[\"0000-2400:1\"]'")) != 0 ||
         mkconfig_write_package(confdir, "capture_plan",
-                               plan_package("chn%d_channel", channels, "'[]'")) != 0)
+                               plan_package("chn%d_channel", channels, "'[]'")) != 0 ||
+        mkconfig_write_package(confdir, "alarm_input_output", alarm_package()) != 0 ||
+        mkconfig_write_package(confdir, "msg_push_plan", push_package(channels)) != 0 ||
+        mkconfig_write_package(confdir, "zuma_msg_push_plan", push_package(channels)) != 0 ||
+        mkconfig_write_package(confdir, "cloud_storage", cloud_package(channels)) != 0)
         return -1;
     return 0;
 }
