@@ -1,0 +1,396 @@
+#include "modules/system/backup.h"
+
+#include <dirent.h>
+#include <json-c/json.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "core/context.h"
+#include "crypto/des.h"
+#include "crypto/md5.h"
+#include "platform/jso.h"
+#include "platform/msglog.h"
+#include "platform/paths.h"
+#include "platform/shell.h"
+#include "platform/trace.h"
+#include "platform/uci_access.h"
+
+namespace {
+
+const char kKey[] = "mqwer#!^$KLPZ392";
+const char kDashes[] = "------------------------------------------"; // 42
+const char *const kExcluded[] = {"user_management", "uhttpd", "cloud_config", "cloud_status",
+                                 "ovddns_status", nullptr};
+enum { MAX_UPLOAD = 3145728, ERR_ARG = -40102, ERR_PATH = -40209, ERR_MD5 = -50914, ERR_DECRYPT = -50916 };
+
+bool read_all(const std::string &path, std::string *out)
+{
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        return false;
+    out->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return !in.bad();
+}
+
+bool write_all(const std::string &path, const std::string &data, mode_t mode = 0644)
+{
+    std::string tmp = path + ".tmp";
+    {
+        std::ofstream out(tmp, std::ios::binary | std::ios::trunc);
+        if (!out || !(out << data) || !out.flush())
+            return false;
+    }
+    chmod(tmp.c_str(), mode);
+    return rename(tmp.c_str(), path.c_str()) == 0;
+}
+
+bool excluded(const char *name)
+{
+    for (const char *const *e = kExcluded; *e; e++) {
+        if (!strcmp(*e, name)) {
+            DS_TRACE_AS("package_conf_together", TRACE_INFO, "conf (%s) is excluded.", name);
+            return true;
+        }
+    }
+    return false;
+}
+
+// A package name as a file in the config directory: no path, no dot file.
+bool plain_name(const std::string &name)
+{
+    if (name.empty() || name.size() > 64 || name[0] == '.')
+        return false;
+    for (unsigned char c : name) {
+        if (!isalnum(c) && c != '_' && c != '-')
+            return false;
+    }
+    return true;
+}
+
+// Where uploads and downloads may live: the web server's /tmp, plain
+// characters only, no way back up. Keeps request paths away from the shell
+// and from the rest of the file system.
+bool path_ok(const std::string &path)
+{
+    std::string tmp = dsd_path("/tmp/");
+    if (path.compare(0, tmp.size(), tmp) != 0 || path.find("..") != std::string::npos)
+        return false;
+    for (unsigned char c : path.substr(tmp.size())) {
+        if (!isalnum(c) && c != '_' && c != '-' && c != '.' && c != '/')
+            return false;
+    }
+    return true;
+}
+
+// The historical escaping of '$' and '`' (a backslash before each), kept for
+// the trace; the copy itself never goes through a shell.
+std::string escape_for_trace(const std::string &s)
+{
+    std::string out;
+    for (char c : s) {
+        if (c == '$' || c == '`')
+            out += '\\';
+        out += c;
+    }
+    return out.substr(0, 1024);
+}
+
+bool copy_file(const std::string &from, const std::string &to)
+{
+    std::string data;
+    return read_all(from, &data) && write_all(to, data);
+}
+
+std::string device_name(ds_context *ctx)
+{
+    const char *name = get_opt_value(ctx->uci_ctx, "device_info", "info", "device_name");
+    return name ? name : "";
+}
+
+std::string md5_of(const std::string &data)
+{
+    md5_ctx m;
+    md5_init(&m);
+    md5_update(&m, data.data(), data.size());
+    uint8_t digest[16];
+    md5_final(&m, digest);
+    char hex[33];
+    md5_hex(digest, hex);
+    return hex;
+}
+
+// "/tmp/<name>_<local time>_config.bin".
+std::string backup_file_name(const std::string &name)
+{
+    char stamp[32];
+    time_t now = time(nullptr);
+    struct tm tm {};
+    localtime_r(&now, &tm);
+    strftime(stamp, sizeof stamp, "%Y-%m-%d_%H.%M.%S", &tm);
+    char buf[512];
+    snprintf(buf, sizeof buf, "%s/%s_%s_%s", dsd_path("/tmp").c_str(), name.c_str(), stamp, "config.bin");
+    return buf;
+}
+
+// The destination (and optional name) of a download request: a path, or
+// {"url": path, "name": text}.
+bool download_target(json_object *arg, std::string *dest, std::string *name)
+{
+    if (arg && jso_is_string(arg)) {
+        *dest = jso_get_string_origin(arg);
+        return true;
+    }
+    if (!arg || !jso_is_obj(arg) || !jso_obj_get_string_origin(arg, "url"))
+        return false;
+    *dest = jso_obj_get_string_origin(arg, "url");
+    const char *n = jso_obj_get_string_origin(arg, "name");
+    *name = n ? n : "";
+    return true;
+}
+
+// Replaces one package; its staged changes are dropped so they cannot be
+// replayed over the restored file.
+bool install_package(const std::string &name, const std::string &body)
+{
+    if (!write_all(dsd_path("/etc/config/") + name, body))
+        return false;
+    unlink((dsd_path("/tmp/.uci/") + name).c_str());
+    return true;
+}
+
+int restore_files(const std::vector<std::pair<std::string, std::string>> &files)
+{
+    std::string unpack = dsd_path("/tmp/restore");
+    mkdir(unpack.c_str(), 0700);
+    for (const auto &[name, body] : files) {
+        if (!write_all(unpack + "/" + name, body))
+            return ERR_ARG;
+    }
+    for (const auto &[name, body] : files) {
+        if (!install_package(name, body))
+            return ERR_ARG;
+        unlink((unpack + "/" + name).c_str());
+    }
+    rmdir(unpack.c_str());
+    shell_run("uc_convert -t 1 >/dev/null 2>&1");
+    return 0;
+}
+
+int fail_restore(int code)
+{
+    DS_TRACE_AS("upload_conf_gui", TRACE_ERROR, "parse conf error");
+    unlink(dsd_path("/tmp/decrypt_conf").c_str());
+    unlink(dsd_path("/tmp/conf_bundle").c_str());
+    unlink((dsd_path("/tmp/restore") + "/tmp_conf_final.bin").c_str());
+    return code;
+}
+
+// Header line "<md5>,<device name>\n" then the bundle; false when the line,
+// the name or the digest is wrong.
+bool check_md5_header(const std::string &plain, const std::string &device, std::string *bundle)
+{
+    size_t eol = plain.find('\n');
+    if (eol == std::string::npos) {
+        DS_ERR("fgets error.");
+        return false;
+    }
+    std::string first = plain.substr(0, eol);
+    size_t comma = first.find(',');
+    if (comma == std::string::npos || first.substr(comma + 1) != device) {
+        DS_ERR("dev name error");
+        DS_ERR("parse first line error");
+        return false;
+    }
+    *bundle = plain.substr(eol + 1);
+    if (md5_of(*bundle) != first.substr(0, comma)) {
+        DS_ERR("md5 error.");
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+bool backup_bundle(const std::string &confdir, std::string *bundle)
+{
+    DIR *dir = opendir(confdir.c_str());
+    if (!dir) {
+        DS_TRACE_AS("package_conf_together", TRACE_ERROR, "open dir error\n");
+        return false;
+    }
+    int packed = 0;
+    while (dirent *e = readdir(dir)) {
+        std::string path = confdir + "/" + e->d_name;
+        struct stat st;
+        if (e->d_name[0] == '.' || stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode) || excluded(e->d_name))
+            continue;
+        std::string body;
+        if (!read_all(path, &body)) {
+            DS_TRACE_AS("append_conf", TRACE_ERROR, "open file (%s) error\n", path.c_str());
+            continue;
+        }
+        if (!body.empty() && body.back() != '\n')
+            body += '\n';
+        *bundle += std::string("@FILE_START@") + kDashes + "\n" + "@FILE_PATH@=/etc/config/" + e->d_name + "\n" +
+                   body + "@FILE_END@" + kDashes + "\n";
+        packed++;
+    }
+    closedir(dir);
+    return packed > 0;
+}
+
+bool backup_split(const std::string &bundle, std::vector<std::pair<std::string, std::string>> *files)
+{
+    std::istringstream in(bundle);
+    std::string line;
+    std::vector<std::pair<std::string, std::string>> out;
+    while (std::getline(in, line)) {
+        if (line.find("@FILE_START@") == std::string::npos) {
+            DS_TRACE_AS("split_conf", TRACE_ERROR, "start line error.");
+            return false;
+        }
+        size_t at;
+        if (!std::getline(in, line) || line.find("@FILE_PATH@") == std::string::npos ||
+            (at = line.find("/etc/config/")) == std::string::npos) {
+            DS_TRACE_AS("split_conf", TRACE_ERROR, "file path line error.");
+            return false;
+        }
+        std::string name = line.substr(at + strlen("/etc/config/"));
+        if (!plain_name(name)) {
+            DS_TRACE_AS("split_conf", TRACE_ERROR, "new conf path error.");
+            return false;
+        }
+        std::string body;
+        bool ended = false;
+        while (!ended && std::getline(in, line)) {
+            ended = line.find("@FILE_END@") != std::string::npos;
+            if (!ended)
+                body += line + "\n";
+        }
+        if (!ended)
+            return false;
+        out.emplace_back(name, body);
+    }
+    *files = std::move(out);
+    return !files->empty();
+}
+
+int download_conf_gui(ds_context *ctx, json_object *arg)
+{
+    std::string dest, name;
+    if (!ctx || !download_target(arg, &dest, &name))
+        return ERR_ARG;
+    struct stat st;
+    std::string parent = dest.substr(0, dest.rfind('/') + 1);
+    if (stat(parent.empty() ? dest.c_str() : parent.c_str(), &st) != 0) {
+        DS_ERR("gui_conf_gui url:%s is not correct", dest.c_str());
+        return ERR_ARG;
+    }
+    if (!path_ok(dest) || !plain_name(name.empty() ? "x" : name))
+        return ERR_PATH;
+    std::string bundle, device = device_name(ctx);
+    if (!backup_bundle(dsd_path("/etc/config"), &bundle)) {
+        DS_ERR("package conf error.");
+        DS_ERR("merge conf file error");
+        return ERR_ARG;
+    }
+    if (device.empty()) {
+        DS_ERR("get device name error.");
+        return ERR_ARG;
+    }
+    std::string header = dsd_path("/tmp/conf_package_md5"), file = backup_file_name(name);
+    bool ok = write_all(header, md5_of(bundle) + "," + device + "\n" + bundle, 0666) &&
+              des_encrypt_file(header.c_str(), file.c_str(), kKey) == 0;
+    unlink(header.c_str());
+    if (!ok) {
+        DS_ERR("add md5 header error.");
+        unlink(file.c_str());
+        return ERR_ARG;
+    }
+    DS_INFO("<1>url:%s ", dest.c_str());
+    DS_INFO("<2>url:%s ", escape_for_trace(dest).c_str());
+    ok = copy_file(file, dest);
+    unlink(file.c_str());
+    return ok ? 0 : ERR_ARG;
+}
+
+int upload_conf_gui(ds_context *ctx, json_object *arg)
+{
+    const char *url = arg && jso_is_obj(arg) ? jso_obj_get_string_origin(arg, "url") : nullptr;
+    if (!ctx || !url) {
+        DS_ERR("valid param");
+        return ERR_PATH;
+    }
+    struct stat st;
+    if (stat(url, &st) != 0 || !S_ISREG(st.st_mode))
+        return fail_restore(ERR_ARG);
+    if (!path_ok(url))
+        return fail_restore(ERR_PATH);
+    if (st.st_size > MAX_UPLOAD) {
+        DS_ERR("conf_file_size is wrong");
+        return fail_restore(ERR_ARG);
+    }
+    std::string unpack = dsd_path("/tmp/restore"), copy = unpack + "/tmp_conf_final.bin";
+    std::string plainf = dsd_path("/tmp/decrypt_conf"), plain, bundle;
+    mkdir(unpack.c_str(), 0700);
+    if (!copy_file(url, copy) || des_decrypt_file(copy.c_str(), plainf.c_str(), kKey) != 0) {
+        DS_ERR("decrypt error.");
+        return fail_restore(ERR_DECRYPT);
+    }
+    unlink(copy.c_str());
+    if (!read_all(plainf, &plain) || !check_md5_header(plain, device_name(ctx), &bundle)) {
+        DS_ERR("check md5 header error");
+        return fail_restore(ERR_MD5);
+    }
+    unlink(plainf.c_str());
+    std::vector<std::pair<std::string, std::string>> files;
+    if (!backup_split(bundle, &files)) {
+        DS_ERR("split conf error");
+        return fail_restore(ERR_ARG);
+    }
+    int rc = restore_files(files);
+    return rc == 0 ? 0 : fail_restore(rc);
+}
+
+int download_conf(ds_context *ctx, json_object *)
+{
+    if (!ctx)
+        return -40101;
+    if (!ctx->res_obj)
+        ctx->res_obj = jso_new_obj();
+    jso_obj_add_string(ctx->res_obj, "url", "/admin/system/download_conf");
+    dsd_msglog_with_user(3, 22, nullptr, ctx->user);
+    return 0;
+}
+
+int upload_conf(ds_context *ctx, json_object *)
+{
+    if (!ctx)
+        return -40101;
+    if (!ctx->res_obj)
+        ctx->res_obj = jso_new_obj();
+    jso_obj_add_string(ctx->res_obj, "url", "/admin/system/upload_conf");
+    dsd_msglog_with_user(3, 23, nullptr, ctx->user);
+    return 0;
+}
+
+// {"config_name": name}: the package back from the read-only factory copy.
+int config_recovery(ds_context *ctx, json_object *arg)
+{
+    const char *name = arg && jso_is_obj(arg) ? jso_obj_get_string_origin(arg, "config_name") : nullptr;
+    if (!ctx || !name || !plain_name(name))
+        return ERR_PATH;
+    std::string body;
+    if (!read_all(dsd_path("/rom/etc/config/") + name, &body) || !install_package(name, body)) {
+        DS_ERR("replace config error.");
+        return ERR_ARG;
+    }
+    return 0;
+}

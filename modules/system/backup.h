@@ -1,0 +1,25 @@
+// Configuration backup and restore: every uci package (but the secret and
+// status ones) in one text bundle, headed by its MD5 and the device name,
+// enciphered with DES.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+struct ds_context;
+struct json_object;
+
+// Bundle text of the config directory (device paths "/etc/config/<name>"),
+// the excluded packages left out. False when nothing could be packed.
+bool backup_bundle(const std::string &confdir, std::string *bundle);
+// Splits a bundle into (name, body) pairs; false, with nothing returned,
+// when any record is malformed or names a file outside the config directory.
+bool backup_split(const std::string &bundle, std::vector<std::pair<std::string, std::string>> *files);
+
+// Keywords of the system module.
+int download_conf_gui(ds_context *ctx, json_object *arg);
+int upload_conf_gui(ds_context *ctx, json_object *arg);
+int download_conf(ds_context *ctx, json_object *arg);
+int upload_conf(ds_context *ctx, json_object *arg);
+int config_recovery(ds_context *ctx, json_object *arg);

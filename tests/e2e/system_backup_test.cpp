@@ -1,0 +1,124 @@
+// Backup and restore through the real daemon: round trip, exclusions,
+// tampering, another device's backup, hostile bundles, size limit.
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <iterator>
+
+#include "crypto/des.h"
+#include "crypto/md5.h"
+#include "harness/dsd_harness.h"
+
+namespace {
+
+const char kKey[] = "mqwer#!^$KLPZ392";
+
+std::string slurp(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+class Backup : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(d.make_config(2));
+        ASSERT_TRUE(d.start()) << d.log();
+    }
+    int code(const std::string &req) { return error_code_of(d.request(req)); }
+    int upload(const std::string &path)
+    {
+        return code(R"({"method":"do","system":{"upload_conf_gui":{"url":")" + path + "\"}}}");
+    }
+    // A backup file as a device named `device` would make it from `bundle`.
+    std::string forge(const std::string &bundle, const std::string &device, const std::string &name)
+    {
+        md5_ctx m;
+        md5_init(&m);
+        md5_update(&m, bundle.data(), bundle.size());
+        uint8_t dg[16];
+        md5_final(&m, dg);
+        char hex[33];
+        md5_hex(dg, hex);
+        std::string plain = d.path("/tmp/forge.plain"), out = d.path("/tmp/") + name;
+        std::ofstream(plain, std::ios::binary) << std::string(hex) + "," + device + "\n" + bundle;
+        EXPECT_EQ(des_encrypt_file(plain.c_str(), out.c_str(), kKey), 0);
+        return out;
+    }
+    dsd_harness d;
+};
+
+TEST_F(Backup, RoundTripRestoresWhatWasSaved)
+{
+    std::string file = d.path("/tmp/backup.bin");
+    ASSERT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + file + "\"}}}"), 0) << d.log();
+    std::string video = slurp(d.path("/etc/config/video"));
+    // Change the configuration, then restore the backup.
+    std::ofstream(d.path("/etc/config/video")) << "\nconfig main 'changed'\n";
+    ASSERT_EQ(upload(file), 0) << d.log();
+    EXPECT_EQ(slurp(d.path("/etc/config/video")), video);
+    EXPECT_FALSE(std::ifstream(d.path("/tmp/decrypt_conf")).good());
+    EXPECT_FALSE(std::ifstream(d.path("/tmp/conf_bundle")).good());
+    EXPECT_FALSE(std::ifstream(d.path("/tmp/conf_package_md5")).good());
+    // Excluded packages never travel.
+    std::string marker = "\nconfig root 'root'\n\toption username 'admin'\n\toption passwd 'changed-after'\n";
+    std::ofstream(d.path("/etc/config/user_management")) << marker;
+    ASSERT_EQ(upload(file), 0);
+    EXPECT_EQ(slurp(d.path("/etc/config/user_management")), marker);
+}
+
+TEST_F(Backup, TamperingAndForeignDevicesAreRefused)
+{
+    std::string file = d.path("/tmp/backup.bin");
+    ASSERT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + file + "\"}}}"), 0);
+    std::string data = slurp(file);
+    data[data.size() / 2] ^= 0x01;
+    std::ofstream(d.path("/tmp/damaged.bin"), std::ios::binary) << data;
+    int rc = upload(d.path("/tmp/damaged.bin"));
+    EXPECT_TRUE(rc == -50914 || rc == -50916) << rc;
+
+    std::string bundle = "@FILE_START@------------------------------------------\n"
+                         "@FILE_PATH@=/etc/config/video\n\nconfig main 'evil'\n"
+                         "@FILE_END@------------------------------------------\n";
+    EXPECT_EQ(upload(forge(bundle, "OtherNVR", "foreign.bin")), -50914);
+    EXPECT_EQ(upload(forge(bundle, "NVR", "good.bin")), 0);
+    EXPECT_NE(slurp(d.path("/etc/config/video")).find("evil"), std::string::npos);
+
+    std::string before = slurp(d.path("/etc/config/video"));
+    for (const char *path : {"/etc/config/../../passwd", "/etc/config/", "/etc/config/sub/x", "/etc/passwd"}) {
+        std::string hostile = bundle + "@FILE_START@------------------------------------------\n"
+                                       "@FILE_PATH@=" + std::string(path) + "\nroot::0:0\n"
+                                       "@FILE_END@------------------------------------------\n";
+        EXPECT_EQ(upload(forge(hostile, "NVR", "hostile.bin")), -40102) << path;
+    }
+    std::string first_line_without_comma = d.path("/tmp/nocomma.plain");
+    std::ofstream(first_line_without_comma) << "0123456789abcdef0123456789abcdef NVR\n" << bundle;
+    des_encrypt_file(first_line_without_comma.c_str(), d.path("/tmp/nocomma.bin").c_str(), kKey);
+    EXPECT_EQ(upload(d.path("/tmp/nocomma.bin")), -50914);
+    EXPECT_EQ(slurp(d.path("/etc/config/video")), before); // nothing written by refused uploads
+    EXPECT_FALSE(std::ifstream(d.path("/passwd")).good());
+}
+
+TEST_F(Backup, RequestChecks)
+{
+    std::string big = d.path("/tmp/big.bin");
+    std::ofstream(big, std::ios::binary) << std::string(3145729, 'x');
+    EXPECT_EQ(upload(big), -40102);
+    EXPECT_GE(d.wait_log("conf_file_size is wrong"), 1);
+    EXPECT_EQ(upload(d.path("/tmp/missing.bin")), -40102);
+    EXPECT_EQ(upload("/etc/passwd"), -40209);
+    EXPECT_EQ(code(R"({"method":"do","system":{"upload_conf_gui":"x"}})"), -40209);
+    EXPECT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":"/nonexistent/dir/x"}}})"), -40102);
+    EXPECT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + d.path("/tmp/$(reboot)") + "\"}}}"),
+              -40209);
+    std::string res = d.request(R"({"method":"do","system":{"download_conf":{}}})");
+    json_object *obj = json_tokener_parse(res.c_str());
+    EXPECT_STREQ(json_object_get_string(json_object_object_get(obj, "url")), "/admin/system/download_conf") << res;
+    json_object_put(obj);
+    EXPECT_EQ(error_code_of(res), 0);
+}
+
+} // namespace
