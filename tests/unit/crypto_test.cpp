@@ -114,4 +114,34 @@ TEST(Des, FileCipherRoundTripsAndRefusesDamage)
     remove(back);
 }
 
+// The file cipher is plain DES-CBC (zero IV, PKCS#7) under the folded key, so
+// the system's openssl, where it still offers DES, must produce the same bytes.
+TEST(Des, FileCipherMatchesOpensslOnRandomInputs)
+{
+    if (system("openssl enc -provider legacy -provider default -des-cbc -K 0123456789abcdef "
+               "-iv 0000000000000000 -in /dev/null >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "openssl without DES";
+    const char *key = "mqwer#!^$KLPZ392";
+    char hexkey[17];
+    for (int i = 0; i < 8; i++)
+        snprintf(hexkey + 2 * i, 3, "%02x", static_cast<unsigned>(static_cast<uint8_t>(key[i] ^ key[i + 8])));
+    char dir[] = "/tmp/dsd-des-ossl-XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    std::string plain = std::string(dir) + "/p", mine = std::string(dir) + "/m", theirs = std::string(dir) + "/t";
+    std::mt19937 rng(7);
+    for (int round = 0; round < 12; round++) {
+        std::string data(rng() % 3000, '\0');
+        for (auto &c : data)
+            c = static_cast<char>(rng());
+        std::ofstream(plain, std::ios::binary) << data;
+        ASSERT_EQ(des_encrypt_file(plain.c_str(), mine.c_str(), key), 0);
+        std::string cmd = "openssl enc -provider legacy -provider default -des-cbc -K " + std::string(hexkey) +
+                          " -iv 0000000000000000 -in " + plain + " -out " + theirs;
+        ASSERT_EQ(system(cmd.c_str()), 0);
+        EXPECT_EQ(slurp(mine.c_str()), slurp(theirs.c_str())) << "length " << data.size();
+    }
+    std::string cmd = "rm -rf " + std::string(dir);
+    EXPECT_EQ(system(cmd.c_str()), 0);
+}
+
 } // namespace
