@@ -165,9 +165,28 @@ bool install_package(const std::string &name, const std::string &body)
     return true;
 }
 
+// Empties and removes the unpack directory. It only ever holds plain files
+// this code wrote, so one level is enough.
+void remove_unpack_dir(void)
+{
+    std::string unpack = dsd_path("/tmp/restore");
+    DIR *dir = opendir(unpack.c_str());
+    if (!dir)
+        return;
+    while (dirent *e = readdir(dir)) {
+        if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0)
+            unlink((unpack + "/" + e->d_name).c_str());
+    }
+    closedir(dir);
+    rmdir(unpack.c_str());
+}
+
+// Every file is unpacked before the first one is installed, so a full
+// /tmp stops the restore with the configuration still whole.
 int restore_files(const std::vector<std::pair<std::string, std::string>> &files)
 {
     std::string unpack = dsd_path("/tmp/restore");
+    remove_unpack_dir();
     mkdir(unpack.c_str(), 0700);
     for (const auto &[name, body] : files) {
         if (!write_all(unpack + "/" + name, body))
@@ -176,9 +195,8 @@ int restore_files(const std::vector<std::pair<std::string, std::string>> &files)
     for (const auto &[name, body] : files) {
         if (!install_package(name, body))
             return ERR_ARG;
-        unlink((unpack + "/" + name).c_str());
     }
-    rmdir(unpack.c_str());
+    remove_unpack_dir();
     shell_run("uc_convert -t 1 >/dev/null 2>&1");
     return 0;
 }
@@ -188,7 +206,7 @@ int fail_restore(int code)
     DS_TRACE_AS("upload_conf_gui", TRACE_ERROR, "parse conf error");
     unlink(dsd_path("/tmp/decrypt_conf").c_str());
     unlink(dsd_path("/tmp/conf_bundle").c_str());
-    unlink((dsd_path("/tmp/restore") + "/tmp_conf_final.bin").c_str());
+    remove_unpack_dir();
     return code;
 }
 
@@ -316,6 +334,9 @@ int download_conf_gui(ds_context *ctx, json_object *arg)
     }
     DS_INFO("<1>url:%s ", dest.c_str());
     DS_INFO("<2>url:%s ", escape_for_trace(dest).c_str());
+    // Like "cp -f": a directory receives the file under its own name.
+    if (stat(dest.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
+        dest += file.substr(file.rfind('/'));
     ok = copy_file(file, dest);
     unlink(file.c_str());
     return ok ? 0 : ERR_ARG;
@@ -339,6 +360,7 @@ int upload_conf_gui(ds_context *ctx, json_object *arg)
     }
     std::string unpack = dsd_path("/tmp/restore"), copy = unpack + "/tmp_conf_final.bin";
     std::string plainf = dsd_path("/tmp/decrypt_conf"), plain, bundle;
+    remove_unpack_dir();
     mkdir(unpack.c_str(), 0700);
     if (!copy_file(url, copy) || des_decrypt_file(copy.c_str(), plainf.c_str(), kKey) != 0) {
         DS_ERR("decrypt error.");

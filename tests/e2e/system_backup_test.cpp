@@ -98,8 +98,35 @@ TEST_F(Backup, TamperingAndForeignDevicesAreRefused)
     std::ofstream(first_line_without_comma) << "0123456789abcdef0123456789abcdef NVR\n" << bundle;
     des_encrypt_file(first_line_without_comma.c_str(), d.path("/tmp/nocomma.bin").c_str(), kKey);
     EXPECT_EQ(upload(d.path("/tmp/nocomma.bin")), -50914);
+    std::string truncated = bundle + "@FILE_START@------------------------------------------\n"
+                                     "@FILE_PATH@=/etc/config/osd\nconfig osd 'cut'\n";
+    EXPECT_EQ(upload(forge(truncated, "NVR", "truncated.bin")), -40102);
     EXPECT_EQ(slurp(d.path("/etc/config/video")), before); // nothing written by refused uploads
     EXPECT_FALSE(std::ifstream(d.path("/passwd")).good());
+    // No work file survives a refused upload.
+    for (const char *work : {"/tmp/decrypt_conf", "/tmp/conf_bundle", "/tmp/restore/tmp_conf_final.bin", "/tmp/restore"}) {
+        struct stat st;
+        EXPECT_NE(stat(d.path(work).c_str(), &st), 0) << work;
+    }
+}
+
+TEST_F(Backup, DirectoryDestinationReceivesTheNamedFile)
+{
+    std::string dir = d.path("/tmp/web");
+    ASSERT_EQ(mkdir(dir.c_str(), 0700), 0);
+    ASSERT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + dir + R"(","name":"NVR1"}}})"), 0)
+        << d.log();
+    std::string listing;
+    FILE *p = popen(("ls " + dir).c_str(), "r");
+    char line[256];
+    while (p && fgets(line, sizeof line, p))
+        listing += line;
+    if (p)
+        pclose(p);
+    EXPECT_EQ(listing.rfind("NVR1_", 0), 0u) << listing;
+    EXPECT_NE(listing.find("_config.bin"), std::string::npos) << listing;
+    // The backup file itself does not stay behind in /tmp.
+    EXPECT_FALSE(std::ifstream(d.path("/tmp/") + listing.substr(0, listing.size() - 1)).good());
 }
 
 TEST_F(Backup, RequestChecks)

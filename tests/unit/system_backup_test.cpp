@@ -1,0 +1,113 @@
+// The backup bundle: what a configuration directory packs into, and what the
+// splitter accepts back.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "modules/system/backup.h"
+
+namespace {
+
+const std::string kDashes(42, '-');
+
+std::string record(const std::string &path, const std::string &body)
+{
+    return "@FILE_START@" + kDashes + "\n@FILE_PATH@=" + path + "\n" + body + "@FILE_END@" + kDashes + "\n";
+}
+
+using Files = std::vector<std::pair<std::string, std::string>>;
+
+class BackupBundle : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        char tmpl[] = "/tmp/dsd-bundle-XXXXXX";
+        ASSERT_NE(mkdtemp(tmpl), nullptr);
+        dir = tmpl;
+    }
+    void TearDown() override
+    {
+        std::string cmd = "rm -rf " + dir;
+        EXPECT_EQ(system(cmd.c_str()), 0);
+    }
+    void put(const std::string &name, const std::string &body)
+    {
+        std::ofstream(dir + "/" + name, std::ios::binary) << body;
+    }
+    std::string dir;
+};
+
+TEST_F(BackupBundle, PacksPlainPackagesAndSplitsBackToTheSameFiles)
+{
+    put("network", "\nconfig interface 'lan'\n\toption proto 'static'\n");
+    put("video", "\nconfig main 'main'\n\toption fps '25'\n\n");
+    put("unterminated", "config x 'y'"); // last line without newline
+    for (const char *secret : {"user_management", "uhttpd", "cloud_config", "cloud_status", "ovddns_status"})
+        put(secret, "config secret 's'\n");
+    put(".hidden", "config h 'h'\n");
+    ASSERT_EQ(mkdir((dir + "/subdir").c_str(), 0700), 0);
+
+    std::string bundle;
+    ASSERT_TRUE(backup_bundle(dir, &bundle));
+    EXPECT_NE(bundle.find(record("/etc/config/network", "\nconfig interface 'lan'\n\toption proto 'static'\n")),
+              std::string::npos);
+    EXPECT_EQ(bundle.find("secret"), std::string::npos);
+    EXPECT_EQ(bundle.find("hidden"), std::string::npos);
+    EXPECT_EQ(bundle.find("subdir"), std::string::npos);
+
+    Files files;
+    ASSERT_TRUE(backup_split(bundle, &files));
+    ASSERT_EQ(files.size(), 3u);
+    for (const auto &[name, body] : files) {
+        if (name == "video")
+            EXPECT_EQ(body, "\nconfig main 'main'\n\toption fps '25'\n\n");
+        else if (name == "unterminated")
+            EXPECT_EQ(body, "config x 'y'\n");
+        else
+            EXPECT_EQ(name, "network");
+    }
+}
+
+TEST_F(BackupBundle, EmptyDirectoryPacksNothing)
+{
+    put("uhttpd", "config x 'y'\n");
+    std::string bundle;
+    EXPECT_FALSE(backup_bundle(dir, &bundle));
+    EXPECT_FALSE(backup_bundle(dir + "/missing", &bundle));
+}
+
+TEST(BackupSplit, HostileNamesRefuseTheWholeBundle)
+{
+    std::string good = record("/etc/config/video", "config main 'm'\n");
+    for (const char *path : {"/etc/config/../../etc/passwd", "/etc/config/", "/etc/config/sub/file", "/etc/passwd",
+                             "../../etc/passwd", "/etc/config/.uci", "/etc/config/a b", "/etc/config/$(reboot)"}) {
+        Files files{{"stale", "x"}};
+        EXPECT_FALSE(backup_split(good + record(path, "root::0:0\n"), &files)) << path;
+        EXPECT_FALSE(backup_split(record(path, "root::0:0\n") + good, &files)) << path;
+        EXPECT_EQ(files.size(), 1u) << "nothing handed back for " << path;
+    }
+}
+
+TEST(BackupSplit, TruncatedOrMalformedBundlesAreRefused)
+{
+    std::string two = record("/etc/config/video", "config main 'm'\n") + record("/etc/config/osd", "config o 'o'\n");
+    Files files;
+    ASSERT_TRUE(backup_split(two, &files));
+    EXPECT_EQ(files.size(), 2u);
+    // Cut anywhere inside the second record: no end line, no path, or a
+    // start line alone.
+    size_t second = two.find("@FILE_START@", 1);
+    size_t last_end = two.rfind("@FILE_END@");
+    for (size_t cut = second + 1; cut < last_end + 10; cut++)
+        EXPECT_FALSE(backup_split(two.substr(0, cut), &files)) << cut;
+    EXPECT_FALSE(backup_split("", &files));
+    EXPECT_FALSE(backup_split("config main 'm'\n" + two, &files));                 // text before a start line
+    EXPECT_FALSE(backup_split("@FILE_START@" + kDashes + "\nconfig x\n", &files)); // path line missing
+}
+
+} // namespace
