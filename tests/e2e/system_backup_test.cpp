@@ -146,6 +146,13 @@ TEST_F(Backup, RequestChecks)
     EXPECT_STREQ(json_object_get_string(json_object_object_get(obj, "url")), "/admin/system/download_conf") << res;
     json_object_put(obj);
     EXPECT_EQ(error_code_of(res), 0);
+    res = d.request(R"({"method":"do","system":{"upload_conf":{}}})");
+    obj = json_tokener_parse(res.c_str());
+    EXPECT_STREQ(json_object_get_string(json_object_object_get(obj, "url")), "/admin/system/upload_conf") << res;
+    json_object_put(obj);
+    std::string records = slurp(d.path("/var/log/msglog/records"));
+    EXPECT_NE(records.find(R"("main_type":3,"sub_type":22)"), std::string::npos) << records;
+    EXPECT_NE(records.find(R"("main_type":3,"sub_type":23)"), std::string::npos) << records;
 }
 
 } // namespace

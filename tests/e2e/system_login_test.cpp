@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 
+#include <sys/stat.h>
+
 #include <fstream>
 #include <iterator>
 
@@ -65,6 +67,20 @@ TEST_F(Login, ThreeWrongPasswordsLockEvenTheRightOne)
     std::ifstream rec(d.path("/tmp/luci-pwderr/admin"));
     std::string line((std::istreambuf_iterator<char>(rec)), std::istreambuf_iterator<char>());
     EXPECT_NE(line.find("/3"), std::string::npos) << line;
+    // Each lock seen is one security record.
+    std::ifstream log(d.path("/var/log/msglog/records"));
+    std::string records((std::istreambuf_iterator<char>(log)), std::istreambuf_iterator<char>());
+    size_t locks = 0;
+    for (size_t at = 0; (at = records.find(R"("main_type":2,"sub_type":1,"text":"用户名: admin\r\n用户已被锁定)", at)) !=
+                        std::string::npos;
+         at++)
+        locks++;
+    EXPECT_EQ(locks, 2u) << records;
+    // The record directories carry the historical decimal 700 mode (octal
+    // 1274: the sticky bit is the tell-tale a umask cannot clear).
+    struct stat st;
+    ASSERT_EQ(stat(d.path("/tmp/luci-pwderr").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07000, 01000u);
     // Another user is not affected, and a good login clears nothing it need not.
     a = check("ops", "pw");
     EXPECT_EQ(a.code, 0);
