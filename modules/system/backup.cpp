@@ -10,6 +10,7 @@
 #include <ctime>
 #include <fstream>
 #include <iterator>
+#include <mutex>
 #include <sstream>
 
 #include "core/context.h"
@@ -220,6 +221,11 @@ bool check_md5_header(const std::string &plain, const std::string &device, std::
         return false;
     }
     std::string first = plain.substr(0, eol);
+    if (device.empty()) {
+        DS_ERR("get device name error");
+        DS_ERR("parse first line error");
+        return false;
+    }
     size_t comma = first.find(',');
     if (comma == std::string::npos || first.substr(comma + 1) != device) {
         DS_ERR("dev name error");
@@ -300,7 +306,7 @@ bool backup_split(const std::string &bundle, std::vector<std::pair<std::string, 
     return !files->empty();
 }
 
-int download_conf_gui(ds_context *ctx, json_object *arg)
+static int make_backup(ds_context *ctx, json_object *arg)
 {
     std::string dest, name;
     if (!ctx || !download_target(arg, &dest, &name))
@@ -342,7 +348,7 @@ int download_conf_gui(ds_context *ctx, json_object *arg)
     return ok ? 0 : ERR_ARG;
 }
 
-int upload_conf_gui(ds_context *ctx, json_object *arg)
+static int restore_backup(ds_context *ctx, json_object *arg)
 {
     const char *url = arg && jso_is_obj(arg) ? jso_obj_get_string_origin(arg, "url") : nullptr;
     if (!ctx || !url) {
@@ -379,6 +385,24 @@ int upload_conf_gui(ds_context *ctx, json_object *arg)
     }
     int rc = restore_files(files);
     return rc == 0 ? 0 : fail_restore(rc);
+}
+
+// The work files and the unpack directory have fixed names, so two requests
+// building or restoring a backup at once would overwrite each other's files
+// (and a restore could install a half-unpacked set). One backup operation at
+// a time; both are rare and short.
+static std::mutex g_backup_files;
+
+int download_conf_gui(ds_context *ctx, json_object *arg)
+{
+    std::lock_guard<std::mutex> hold(g_backup_files);
+    return make_backup(ctx, arg);
+}
+
+int upload_conf_gui(ds_context *ctx, json_object *arg)
+{
+    std::lock_guard<std::mutex> hold(g_backup_files);
+    return restore_backup(ctx, arg);
 }
 
 int download_conf(ds_context *ctx, json_object *)

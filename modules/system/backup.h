@@ -17,8 +17,14 @@ bool backup_bundle(const std::string &confdir, std::string *bundle);
 // when any record is malformed or names a file outside the config directory.
 bool backup_split(const std::string &bundle, std::vector<std::pair<std::string, std::string>> *files);
 
-// Keywords of the system module.
+// Keywords of the system module; any worker thread, ctx owned by the caller.
+// {"url": destination[, "name": text]}: writes the enciphered backup there.
+// 0, -40102 (no destination directory, nothing to pack, I/O), -40209 (path).
+// One backup or restore runs at a time (fixed work file names).
 int download_conf_gui(ds_context *ctx, json_object *arg);
+// {"url": uploaded file}: checks, unpacks and installs a backup. 0, -40209,
+// -40102, -50916 (cannot decipher), -50914 (header: digest or device name).
+// Nothing in the config directory changes unless every check passed.
 int upload_conf_gui(ds_context *ctx, json_object *arg);
 int download_conf(ds_context *ctx, json_object *arg);
 int upload_conf(ds_context *ctx, json_object *arg);

@@ -103,6 +103,9 @@ TEST_F(Backup, TamperingAndForeignDevicesAreRefused)
     EXPECT_EQ(upload(forge(truncated, "NVR", "truncated.bin")), -40102);
     EXPECT_EQ(slurp(d.path("/etc/config/video")), before); // nothing written by refused uploads
     EXPECT_FALSE(std::ifstream(d.path("/passwd")).good());
+    // A device that cannot name itself accepts no backup, not even a nameless one.
+    d.write_package("device_info", "\nconfig info 'info'\n");
+    EXPECT_EQ(upload(forge(bundle, "", "nameless.bin")), -50914);
     // No work file survives a refused upload.
     for (const char *work : {"/tmp/decrypt_conf", "/tmp/conf_bundle", "/tmp/restore/tmp_conf_final.bin", "/tmp/restore"}) {
         struct stat st;
