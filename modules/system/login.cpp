@@ -1,9 +1,12 @@
 #include "modules/system/login.h"
 
+#include <dirent.h>
 #include <json-c/json.h>
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,7 +16,6 @@
 #include "platform/jso.h"
 #include "platform/msglog.h"
 #include "platform/paths.h"
-#include "platform/shell.h"
 #include "platform/trace.h"
 #include "platform/ubus_client.h"
 #include "platform/uci_access.h"
@@ -263,12 +265,35 @@ int check_username_passwd(ds_context *ctx, json_object *arg)
     return 0;
 }
 
+int login_end_sessions(void)
+{
+    std::string dir = dsd_path("/tmp/luci-sessions");
+    DIR *d = opendir(dir.c_str());
+    if (!d)
+        return errno == ENOENT ? 0 : -1;
+    int rc = 0;
+    while (dirent *e = readdir(d)) {
+        if (!strcmp(e->d_name, ".") || !strcmp(e->d_name, ".."))
+            continue;
+        if (unlink((dir + "/" + e->d_name).c_str()) != 0 && errno != ENOENT)
+            rc = -1;
+    }
+    closedir(d);
+    return rc;
+}
+
+int login_forget_failures(const char *user)
+{
+    if (!user || !*user || strchr(user, '/') || !strcmp(user, ".") || !strcmp(user, ".."))
+        return -1;
+    return unlink(record_path(user).c_str()) == 0 || errno == ENOENT ? 0 : -1;
+}
+
 int rm_pwd_err_file(ds_context *, json_object *arg)
 {
     if (!arg)
         return -40101;
-    std::string cmd = "rm -rf " + shell_quote(dsd_path("/tmp/luci-sessions")) + "/*";
-    if (shell_run(cmd) != 0)
+    if (login_end_sessions() != 0)
         DS_ERR("rm SESSION_PATH fail.");
     return 0;
 }

@@ -128,6 +128,79 @@ int check_gesture_passwd(ds_context *ctx, json_object *arg)
     return 0;
 }
 
+// True when the request changes the root account's name or password.
+bool root_credentials_changed(ds_context *ctx)
+{
+    json_object *mod = nullptr, *sec = nullptr;
+    if (!ctx->req_obj || !json_object_object_get_ex(ctx->req_obj, kPackage, &mod) ||
+        !json_object_object_get_ex(mod, "root", &sec) || !json_object_is_type(sec, json_type_object))
+        return ctx->method != DS_METHOD_SET; // add/delete of the account itself
+    return json_object_object_get_ex(sec, "passwd", nullptr) ||
+           json_object_object_get_ex(sec, "username", nullptr);
+}
+
+// Service callback of the root account: once its name or password changed,
+// every web session (opened with the old credentials) ends.
+int set_root(ds_context *ctx)
+{
+    if (!ctx)
+        return -40101;
+    if (root_credentials_changed(ctx) && login_end_sessions() != 0)
+        DS_ERR("rm SESSION_PATH fail.");
+    return 0;
+}
+
+// The failure record of the account held by a section, if any.
+void forget_section_user(ds_context *ctx, const char *section)
+{
+    const char *user = get_opt_value(ctx->uci_ctx, kPackage, section, "username");
+    if (user && *user)
+        login_forget_failures(user);
+}
+
+// Each string of a "name"/"table" value (a string or an array of strings).
+void each_string(json_object *v, void (*fn)(ds_context *, const char *), ds_context *ctx)
+{
+    if (json_object_is_type(v, json_type_string))
+        fn(ctx, json_object_get_string(v));
+    for (size_t i = 0; json_object_is_type(v, json_type_array) && i < json_object_array_length(v); i++) {
+        json_object *item = json_object_array_get_idx(v, i);
+        if (json_object_is_type(item, json_type_string))
+            fn(ctx, json_object_get_string(item));
+    }
+}
+
+void forget_type_users(ds_context *ctx, const char *type)
+{
+    json_object *names = get_sec_names_by_type(ctx->uci_ctx, kPackage, type);
+    each_string(names, forget_section_user, ctx);
+    json_object_put(names);
+}
+
+// Every section a delete request names, by name or by type.
+void forget_deleted(ds_context *ctx, json_object *del)
+{
+    json_object *v = nullptr;
+    if (json_object_object_get_ex(del, "name", &v))
+        each_string(v, forget_section_user, ctx);
+    if (json_object_object_get_ex(del, "table", &v))
+        each_string(v, forget_type_users, ctx);
+}
+
+// Before-save callback of the admin and guest accounts: a deleted account
+// leaves no failure record behind, so a new account of the same name does
+// not inherit a lock. Runs before the save, while the sections still exist.
+int del_user_service(ds_context *ctx)
+{
+    json_object *mod = nullptr;
+    if (!ctx)
+        return -40101;
+    if (ctx->method == DS_METHOD_DELETE && ctx->req_obj &&
+        json_object_object_get_ex(ctx->req_obj, kPackage, &mod) && json_object_is_type(mod, json_type_object))
+        forget_deleted(ctx, mod);
+    return 0;
+}
+
 const ds_action actions[] = {
     {.keyword = "change_user_info", .fn = change_user_info},
     {.keyword = "get_encrypt_info", .fn = get_encrypt_info},
@@ -138,10 +211,10 @@ const ds_action actions[] = {
     {.keyword = nullptr, .fn = nullptr},
 };
 
-constexpr ds_sec uci_row(const char *name, const ds_opt *opts)
+ds_sec uci_row(const char *name, const ds_opt *opts, ds_sec_cb_fn before = nullptr, ds_sec_cb_fn srv = nullptr)
 {
     return ds_sec{.name = name, .data_kind = DS_DATA_UCI, .max_sec = 16, .options = opts,
-                  .beforesavecb = nullptr, .srvcb = nullptr, .dynamic = nullptr};
+                  .beforesavecb = before, .srvcb = srv, .dynamic = nullptr};
 }
 
 // The logged-in user as the request's info record names them.
@@ -154,7 +227,7 @@ json_object *current_user_info(ds_context *ctx, const ds_sec *)
 }
 
 ds_sec sections[] = {
-    uci_row("root", account_opts),
+    uci_row("root", account_opts, nullptr, set_root),
     uci_row("authentication", auth_opts),
     ds_sec{.name = "current_user_info", .data_kind = DS_DATA_DYNAMIC, .max_sec = 0, .options = nullptr,
            .beforesavecb = nullptr, .srvcb = nullptr, .dynamic = current_user_info},
@@ -162,9 +235,9 @@ ds_sec sections[] = {
 };
 
 const ds_sec types[] = {
-    uci_row("root", account_opts),
-    uci_row("admin", account_opts),
-    uci_row("guest", account_opts),
+    uci_row("root", account_opts, nullptr, set_root),
+    uci_row("admin", account_opts, del_user_service),
+    uci_row("guest", account_opts, del_user_service),
     ds_sec{},
 };
 

@@ -103,4 +103,24 @@ TEST_F(Login, UnknownUsersGroupsAndDisabledLocking)
     EXPECT_FALSE(std::ifstream(d.path("/tmp/luci-pwderr/admin")).good());
 }
 
+TEST_F(Login, AccountChangesEndSessionsAndDeletedAccountsLeaveNoLock)
+{
+    for (const char *pass : {"a", "b", "c"})
+        check("ops", pass);
+    ASSERT_TRUE(std::ifstream(d.path("/tmp/luci-pwderr/ops")).good());
+    std::ofstream(d.path("/tmp/luci-sessions/abc123")) << "{}";
+    int rc = error_code_of(d.request(R"({"method":"set","user_management":{"root":{"comment":"desk"}}})"));
+    EXPECT_EQ(rc, 0) << d.log();
+    EXPECT_TRUE(std::ifstream(d.path("/tmp/luci-sessions/abc123")).good()) << "only credentials end sessions";
+    rc = error_code_of(d.request(R"({"method":"set","user_management":{"root":{"passwd":"new-secret"}}})"));
+    EXPECT_EQ(rc, 0) << d.log();
+    EXPECT_FALSE(std::ifstream(d.path("/tmp/luci-sessions/abc123")).good());
+    EXPECT_EQ(check("admin", "new-secret").code, 0);
+
+    rc = error_code_of(d.request(R"({"method":"delete","user_management":{"name":"admin_2"}})"));
+    EXPECT_EQ(rc, 0) << d.log();
+    EXPECT_FALSE(std::ifstream(d.path("/tmp/luci-pwderr/ops")).good());
+    EXPECT_EQ(check("ops", "pw").code, -70302);
+}
+
 } // namespace
