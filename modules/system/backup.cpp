@@ -353,7 +353,7 @@ static int restore_backup(ds_context *ctx, json_object *arg)
     const char *url = arg && jso_is_obj(arg) ? jso_obj_get_string_origin(arg, "url") : nullptr;
     if (!ctx || !url) {
         DS_ERR("valid param");
-        return ERR_PATH;
+        return fail_restore(ERR_PATH);
     }
     struct stat st;
     if (stat(url, &st) != 0 || !S_ISREG(st.st_mode))
