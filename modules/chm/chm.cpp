@@ -185,8 +185,19 @@ int do_chm_get_dev_info(ds_context *ctx, json_object *)
 }
 
 const ds_action chm_actions[] = {
+    {.keyword = "ipc_local_upgrade", .fn = get_ipc_upgrade_url},
+    {.keyword = "ipc_disk_upgrade", .fn = ipc_disk_upgrade},
+    {.keyword = "ipc_device_info", .fn = ipc_device_info},
     {.keyword = "refresh_device_version_info", .fn = refresh_device_version_info},
     {.keyword = "get_device_version_info", .fn = get_device_version_info},
+    {.keyword = "local_update_ipc", .fn = local_update_ipc},
+    {.keyword = "online_update_ipc", .fn = online_update_ipc},
+    {.keyword = "ipc_update_start", .fn = ipc_update_start},
+    {.keyword = "ipc_update_exit", .fn = ipc_update_exit},
+    {.keyword = "online_update_check", .fn = online_update_check},
+    {.keyword = "online_update_check_status", .fn = online_update_check_status},
+    {.keyword = "online_update", .fn = online_update},
+    {.keyword = "online_update_progress", .fn = online_update_progress},
     {.keyword = "chm_auto_refresh", .fn = chm_auto_refresh},
     {.keyword = "chm_manual_refresh", .fn = do_chm_manual_refresh_ex},
     {.keyword = "chm_manual_refresh_ex", .fn = do_chm_manual_refresh_ex},

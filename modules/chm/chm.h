@@ -23,3 +23,16 @@ int do_chm_add_dev_list(ds_context *ctx, json_object *arg);
 int do_chm_del_dev(ds_context *ctx, json_object *arg);
 int chm_get_device_list(ds_context *ctx, int mode);
 int get_chn_info_by_page(ds_context *ctx, json_object *arg);
+
+// Camera web API and firmware upgrade.
+int get_ipc_upgrade_url(ds_context *ctx, json_object *arg);
+int ipc_disk_upgrade(ds_context *ctx, json_object *arg);
+int ipc_device_info(ds_context *ctx, json_object *arg);
+int online_update_check(ds_context *ctx, json_object *arg);
+int online_update_check_status(ds_context *ctx, json_object *arg);
+int online_update(ds_context *ctx, json_object *arg);
+int online_update_progress(ds_context *ctx, json_object *arg);
+int online_update_ipc(ds_context *ctx, json_object *arg);
+int local_update_ipc(ds_context *ctx, json_object *arg);
+int ipc_update_exit(ds_context *ctx, json_object *arg);
+int ipc_update_start(ds_context *ctx, json_object *arg);
