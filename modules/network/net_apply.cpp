@@ -4,6 +4,7 @@
 #include <string>
 
 #include "core/context.h"
+#include "modules/network/net_checkers.h"
 #include "modules/network/network.h"
 #include "platform/paths.h"
 #include "platform/shell.h"
@@ -80,7 +81,12 @@ static void put_pppoe(ds_context *ctx)
 // The WAN link settings shared by every connection type.
 static void put_wan_link(ds_context *ctx, const std::string &type)
 {
-    put(ctx, "wan", "macaddr", stored(ctx, PROTOCOL, "wan", "macaddr"));
+    // Clients may send '-' separators or capitals; netifd wants aa:bb:...
+    std::string mac = stored(ctx, PROTOCOL, "wan", "macaddr");
+    std::string normalised;
+    if (!mac.empty() && net_mac_check(mac.c_str(), &normalised) == 0)
+        mac = normalised;
+    put(ctx, "wan", "macaddr", mac);
     std::string mtu = type == "pppoe" ? stored(ctx, PROTOCOL, "pppoe", "mtu")
                                       : stored(ctx, PROTOCOL, "wan", "mtu");
     put(ctx, "wan", "mtu", mtu);

@@ -221,7 +221,8 @@ TEST_F(Protocol, LinkChangeReleasesThroughTheBridgePidFile)
     // No new type: the flag stays and proto is left alone.
     EXPECT_TRUE(conflict_flag());
     EXPECT_EQ(stored("network", "wan", "mtu"), "1400");
-    EXPECT_EQ(stored("network", "wan", "macaddr"), "02-AA-BB-CC-DD-EE");
+    EXPECT_EQ(stored("protocol", "wan", "macaddr"), "02-AA-BB-CC-DD-EE");
+    EXPECT_EQ(stored("network", "wan", "macaddr"), "02:aa:bb:cc:dd:ee");
 }
 
 TEST_F(Protocol, DhcpSectionsResetSettingsInForceAndReloadFirewall)

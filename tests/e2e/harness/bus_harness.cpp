@@ -3,6 +3,7 @@
 #include <json-c/json.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,6 +15,7 @@
 #include <fstream>
 #include <sstream>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -92,8 +94,19 @@ bool bus_harness::start(const std::string &scenario_json)
         FILE *f = freopen(out.c_str(), "a", stdout);
         if (f)
             dup2(fileno(stdout), STDERR_FILENO);
-        execl(bin.c_str(), "hostbus", "--root", root.c_str(), "--scenario",
-              scenario_path().c_str(), "--log", log_path().c_str(), (char *)nullptr);
+        // Cross-built runs start the tools through the emulator as well.
+        std::vector<std::string> args;
+        std::istringstream wrapper(getenv("DSD_EXEC_WRAPPER") ? getenv("DSD_EXEC_WRAPPER") : "");
+        for (std::string w; wrapper >> w;)
+            args.push_back(w);
+        for (const std::string &a : {bin, std::string("--root"), root, std::string("--scenario"),
+                                     scenario_path(), std::string("--log"), log_path()})
+            args.push_back(a);
+        std::vector<char *> argv;
+        for (auto &a : args)
+            argv.push_back(a.data());
+        argv.push_back(nullptr);
+        execv(argv[0], argv.data());
         _exit(127);
     }
     if (pid < 0)
@@ -184,8 +197,16 @@ std::string bus_harness::install_cli() const
 {
     std::string dir = root + "/hostbus-bin";
     std::system(("mkdir -p " + dir).c_str());
-    unlink((dir + "/ubus").c_str());
-    if (symlink((std::string(DSD_TOOLS_DIR) + "/hostbus").c_str(), (dir + "/ubus").c_str()) != 0)
+    std::string link = dir + "/ubus";
+    std::string bin = std::string(DSD_TOOLS_DIR) + "/hostbus";
+    unlink(link.c_str());
+    const char *wrapper = getenv("DSD_EXEC_WRAPPER");
+    if (wrapper && *wrapper) {
+        // An emulated binary cannot be exec'd by name: a script runs it.
+        std::ofstream(link) << "#!/bin/sh\nexec " << wrapper << " '" << bin << "' \"$@\"\n";
+        return chmod(link.c_str(), 0755) == 0 ? dir : "";
+    }
+    if (symlink(bin.c_str(), link.c_str()) != 0)
         return "";
     return dir;
 }

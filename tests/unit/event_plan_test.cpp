@@ -1,0 +1,135 @@
+// Schedules, push plans and linked-channel lists, with the strings that
+// tell a faithful checker from a plausible one.
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+
+#include <string>
+
+#include "modules/event/plan_checkers.h"
+#include "platform/trace.h"
+
+namespace {
+
+using checker = int32_t (*)(ds_context *, json_object *, json_object *, const void *, int32_t);
+
+int32_t run(checker fn, const std::string &text, const void *arg = nullptr, int32_t code = 0)
+{
+    json_object *v = json_object_new_string(text.c_str());
+    int32_t rc = fn(nullptr, v, nullptr, arg, code);
+    json_object_put(v);
+    return rc;
+}
+
+std::string plan(std::initializer_list<const char *> periods)
+{
+    std::string s = "[";
+    for (const char *p : periods)
+        s += std::string(s.size() > 1 ? "," : "") + "\"" + p + "\"";
+    return s + "]";
+}
+
+const checker kPlain[] = {check_md_plan, check_tamper_plan, check_facecomparison_plan, check_id_plan,
+                          check_ld_plan};
+
+TEST(PlanCheck, WholeDayAndEmptyListsPass)
+{
+    for (checker c : kPlain) {
+        EXPECT_EQ(run(c, plan({"0000-2400"})), 0);
+        EXPECT_EQ(run(c, "[]"), 0);
+        EXPECT_EQ(run(c, ""), 0);
+        EXPECT_EQ(run(c, "no quotes at all"), 0);
+    }
+    EXPECT_EQ(run(check_plan, plan({"0000-2400:1"}), &plan_form_record), 0);
+    EXPECT_EQ(run(check_plan, plan({"0000-2400:1"}), &plan_form_capture), 0);
+    EXPECT_EQ(run(check_plan, plan({"0000-2400:3"}), &plan_form_record), PLAN_ERR_FORMAT);
+    EXPECT_EQ(run(check_plan, plan({"0000-2400"}), &plan_form_record), PLAN_ERR_FORMAT); // no mode
+}
+
+TEST(PlanCheck, PeriodLimits)
+{
+    const char *seven[] = {"0000-0100:1", "0100-0200:1", "0200-0300:1", "0300-0400:1",
+                           "0400-0500:1", "0500-0600:1", "0600-0700:1"};
+    std::string s7 = "[";
+    for (const char *p : seven)
+        s7 += std::string(s7.size() > 1 ? "," : "") + "\"" + p + "\"";
+    s7 += "]";
+    EXPECT_EQ(run(check_plan, s7, &plan_form_capture), PLAN_ERR_FORMAT);
+    EXPECT_EQ(run(check_plan, s7, &plan_form_record), 0);
+    std::string nine = plan({"0000-0100", "0100-0200", "0200-0300", "0300-0400", "0400-0500",
+                             "0500-0600", "0600-0700", "0700-0800", "0800-0900"});
+    for (checker c : kPlain)
+        EXPECT_EQ(run(c, nine), PLAN_ERR_FORMAT);
+    json_object *num = json_object_new_int(5);
+    EXPECT_EQ(check_md_plan(nullptr, num, nullptr, nullptr, 0), PLAN_ERR_PARAM);
+    EXPECT_EQ(check_md_plan(nullptr, nullptr, nullptr, nullptr, 0), PLAN_ERR_PARAM);
+    json_object_put(num);
+}
+
+TEST(PlanCheck, BoundsAndOrderingCodes)
+{
+    EXPECT_EQ(run(check_md_plan, plan({"2401-2400"})), PLAN_ERR_BOUNDARY);
+    EXPECT_EQ(run(check_md_plan, plan({"1200-1100"})), PLAN_ERR_ORDER);
+    EXPECT_EQ(run(check_md_plan, plan({"1230-1200"})), PLAN_ERR_ORDER);
+    EXPECT_EQ(run(check_md_plan, plan({"0000-2430"})), PLAN_ERR_BOUNDARY);
+    EXPECT_EQ(run(check_md_plan, plan({"0000-2500"})), PLAN_ERR_FORMAT);
+    EXPECT_EQ(run(check_md_plan, plan({"0060-0100"})), PLAN_ERR_FORMAT);
+    EXPECT_EQ(run(check_md_plan, plan({"-100-0200"})), PLAN_ERR_FORMAT); // negative, compared unsigned
+    EXPECT_EQ(run(check_md_plan, plan({"0800-0800"})), 0);               // zero length
+    // The typed family reports every fault as a format error.
+    EXPECT_EQ(run(check_plan, plan({"1200-1100:1"}), &plan_form_record), PLAN_ERR_FORMAT);
+    EXPECT_EQ(run(check_plan, plan({"2401-2400:1"}), &plan_form_record), PLAN_ERR_FORMAT);
+}
+
+TEST(PlanCheck, TrailingTextOnlyMattersToStrictMembers)
+{
+    const std::string p = plan({"0800-1200x"});
+    EXPECT_EQ(run(check_md_plan, p), PLAN_ERR_FORMAT);
+    EXPECT_EQ(run(check_tamper_plan, p), PLAN_ERR_FORMAT);
+    EXPECT_EQ(run(check_facecomparison_plan, p), PLAN_ERR_FORMAT);
+    EXPECT_EQ(run(check_id_plan, p), 0);
+    EXPECT_EQ(run(check_ld_plan, p), 0);
+    EXPECT_EQ(run(check_plan, plan({"0800-1200:1x"}), &plan_form_record), PLAN_ERR_FORMAT);
+}
+
+TEST(PlanCheck, OverlapRuleDependsOnOrder)
+{
+    EXPECT_EQ(run(check_md_plan, plan({"0000-2400", "0100-0200"})), 0);
+    EXPECT_EQ(run(check_md_plan, plan({"0100-0200", "0000-2400"})), PLAN_ERR_FORMAT);
+    EXPECT_EQ(run(check_md_plan, plan({"0800-1200", "0800-1200"})), 0);          // identical
+    EXPECT_EQ(run(check_md_plan, plan({"0000-0800", "0800-1200"})), 0);          // touching
+    EXPECT_EQ(run(check_md_plan, plan({"0900-1300", "0800-1200"})), PLAN_ERR_FORMAT);
+    EXPECT_EQ(run(check_md_plan, plan({"0700-0900", "0800-1200"})), PLAN_ERR_FORMAT);
+}
+
+TEST(PushPlan, HoursStopAt23AndNoDigitsPass)
+{
+    EXPECT_EQ(run(check_msg_push_plan_format, "2330-2359,127"), 0);
+    EXPECT_EQ(run(check_msg_push_plan_format, "2400-2400,1"), PUSH_PLAN_ERR);
+    EXPECT_EQ(run(check_msg_push_plan_format, "0000-0100,128"), PUSH_PLAN_ERR);
+    EXPECT_EQ(run(check_msg_push_plan_format, "1200-0100,1"), 0); // start need not precede end
+    EXPECT_EQ(run(check_msg_push_plan_format, "no digits"), 0);
+    json_object *num = json_object_new_int(1);
+    EXPECT_EQ(check_msg_push_plan_format(nullptr, num, nullptr, nullptr, 0), PUSH_PLAN_ERR);
+    json_object_put(num);
+}
+
+TEST(UnionCheck, BoundsAndFormats)
+{
+    set_trace_level(3);
+    EXPECT_EQ(run(check_alarm_output_union, "[1,4]"), 0);
+    EXPECT_EQ(run(check_alarm_output_union, "[5]"), -73710);
+    EXPECT_EQ(run(check_alarm_output_union, "[0]"), -73710);
+    EXPECT_EQ(run(check_alarm_output_union, "[]"), 0);
+    EXPECT_EQ(run(check_alarm_output_union, "[1,1]"), 0);
+    EXPECT_EQ(run(check_alarm_record_union, "1,2"), -73712); // not a JSON array
+    EXPECT_EQ(run(check_alarm_record_union, "{\"a\":1}"), -73712);
+    EXPECT_EQ(run(check_tamper_record_union, "[0]"), -70810);
+    EXPECT_EQ(run(unusual_check_record_union, "[0]", nullptr, -1), -1); // the row code wins
+    EXPECT_EQ(run(check_record_union, "anything"), 0);
+    json_object *num = json_object_new_int(1);
+    EXPECT_EQ(check_record_union(nullptr, num, nullptr, nullptr, -73910), -73910);
+    EXPECT_EQ(check_record_union(nullptr, num, nullptr, nullptr, 0), -70710);
+    json_object_put(num);
+}
+
+} // namespace
