@@ -50,6 +50,13 @@ struct ds_context {
 enum {
     DS_MARK_ALARM_INPUT_BYTE = 1,
     DS_MARK_ALARM_INPUT_BIT = 0x80,
+    // after_apply_notif_list of each detection module
+    DS_MARK_DETECTION_BYTE = 0,
+    DS_MARK_MOTION_NOTIF_BIT = 0x01,
+    DS_MARK_INTRUSION_NOTIF_BIT = 0x02,
+    DS_MARK_LINECROSS_NOTIF_BIT = 0x04,
+    DS_MARK_TAMPER_NOTIF_BIT = 0x08,
+    DS_MARK_FACE_NOTIF_BIT = 0x10,
     DS_MARK_NETWORK_APPLY_BYTE = 2,
     DS_MARK_NETWORK_APPLY_BIT = 0x40,
 };

@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 
 #include "core/context.h"
@@ -18,9 +19,11 @@ enum { WORKERS = 6 };
 
 void sigchld_handler(int)
 {
+    int saved_errno = errno; // the interrupted code may be about to read it
     pid_t pid;
     while ((pid = waitpid(-1, nullptr, WNOHANG)) >= 1)
         DS_TRACE_AS("sigchld_handler", TRACE_INFO, "child (%d) exit.", static_cast<int>(pid));
+    errno = saved_errno;
 }
 
 // SA_RESETHAND makes the SIGCHLD handler one-shot: after the first child the

@@ -1,19 +1,33 @@
-// Module "capture_plan". Descriptor only until its tables are written.
-#include "model/registry.h"
+// Module "capture_plan": when each channel takes snapshots, as a weekly plan
+// of at most six typed periods.
+#include "modules/event/detection_tables.h"
 #include "modules/modules.h"
 
-static ds_module capture_plan_module = {
+namespace {
+
+constexpr auto plan_opts = plan_week_options(&plan_form_capture, plan_days_lower);
+
+const ds_sec types[] = {
+    det_type_row("channel", plan_opts.data(), nullptr, nullptr),
+    ds_sec{},
+};
+
+ds_module capture_plan_module = {
     .next = nullptr,
     .prev = nullptr,
     .name = "capture_plan",
     .package = "capture_plan",
     .sections = nullptr,
-    .sec_types = nullptr,
+    .sec_types = types,
     .actions = nullptr,
     .ch = 0,
 };
 
+} // namespace
+
 int capture_plan_module_init(void)
 {
+    if (plan_build_rows(&capture_plan_module, "chn%d_channel", plan_opts.data(), nullptr) != 0)
+        return -1;
     return add_module_node(&capture_plan_module);
 }

@@ -1,19 +1,94 @@
-// Module "face_comparison". Descriptor only until its tables are written.
-#include "model/registry.h"
+// Module "face_comparison": faces matched against the white and black
+// galleries; the gallery sections carry the notification switches.
+#include "core/context.h"
+#include "modules/event/detection.h"
+#include "modules/event/detection_tables.h"
 #include "modules/modules.h"
 
-static ds_module face_comparison_module = {
+namespace {
+
+constexpr int32_t kBase = 741;
+
+constexpr auto switch_opts = det_switch_options(kBase);
+constexpr auto notif_opts = det_notif_options(kBase, check_record_union);
+constexpr auto plan_opts = det_plan_options(check_facecomparison_plan);
+
+constexpr det_default switch_defaults[] = {
+    {"enabled", "off"}, {"sensitivity", "medium"}, {nullptr, nullptr},
+};
+
+const det_member member = {
+    .module = "face_comparison",
+    .kind = "face",
+    .switch_fmt = "chn%d_face_comparison",
+    .notif_fmt = "chn%d_group_info_white",
+    .plan_fmt = "chn%d_alarm_setting",
+    .restart_method = "chm_face_comparison_restart",
+    .schedule_method = nullptr,
+    .record_method = "event_face_comparison_reconfig",
+    .region = DET_REGION_NONE,
+    .max_regions = 0,
+    .channels_by_count = false,
+    .region_code = -70202,
+    .mark_byte = DS_MARK_DETECTION_BYTE,
+    .mark_bit = DS_MARK_FACE_NOTIF_BIT,
+    .switch_defaults = switch_defaults,
+    .switch_opts = switch_opts.data(),
+    .notif_opts = notif_opts.data(),
+    .plan_opts = plan_opts.data(),
+    .region_opts = nullptr,
+};
+
+int after_apply_notif_list(ds_context *ctx)
+{
+    return det_after_apply_notif_list(ctx, &member);
+}
+
+int chn_set_facecomparison_alarm(ds_context *ctx, json_object *arg)
+{
+    return det_set_alarm(ctx, &member, arg);
+}
+
+int chn_set_face_comparison_notif(ds_context *ctx, json_object *arg)
+{
+    return det_set_notif(ctx, &member, arg);
+}
+
+int set_default_facecomparison(ds_context *ctx, json_object *arg)
+{
+    return det_set_default(ctx, &member, arg);
+}
+
+
+const ds_action actions[] = {
+    {.keyword = "chn_set_facecomparison_alarm", .fn = chn_set_facecomparison_alarm},
+    {.keyword = "chn_set_face_comparison_notif", .fn = chn_set_face_comparison_notif},
+    {.keyword = "set_default_facecomparison", .fn = set_default_facecomparison},
+    {.keyword = nullptr, .fn = nullptr},
+};
+
+const ds_sec types[] = {
+    det_type_row("group_info", notif_opts.data(), det_nothing_before_save, nullptr),
+    det_type_row("plan", plan_opts.data(), det_nothing_before_save, nullptr),
+    ds_sec{},
+};
+
+ds_module face_comparison_module = {
     .next = nullptr,
     .prev = nullptr,
     .name = "face_comparison",
     .package = "face_comparison",
     .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
+    .sec_types = types,
+    .actions = actions,
     .ch = 1,
 };
 
+} // namespace
+
 int face_comparison_module_init(void)
 {
+    if (det_build_rows(&face_comparison_module, &member, after_apply_notif_list) != 0)
+        return -1;
     return add_module_node(&face_comparison_module);
 }

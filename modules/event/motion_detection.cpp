@@ -1,19 +1,119 @@
-// Module "motion_detection". Descriptor only until its tables are written.
-#include "model/registry.h"
+// Module "motion_detection": per-channel switch, notification and schedule
+// sections, rectangles on the 10000 grid, and the family's keywords.
+#include "core/context.h"
+#include "modules/event/detection.h"
+#include "modules/event/detection_tables.h"
 #include "modules/modules.h"
 
-static ds_module motion_detection_module = {
+namespace {
+
+constexpr int32_t kBase = 707;
+
+constexpr ds_opt md_switch_opts[] = {
+    det_on_off("enabled", -70702),
+    ds_opt{.name = "sensitivity", .checker = check_enum_type, .arg = det_enum_sensitivity, .err_code = -70703},
+    ds_opt{.name = "digital_sensitivity", .checker = check_int_type, .arg = &det_percent_range, .err_code = -70703},
+    det_on_off("people_enabled", -70702),
+    det_on_off("vehicle_enabled", -70702),
+    det_end(),
+};
+constexpr auto md_notif_opts = det_notif_options(kBase, check_record_union);
+constexpr auto md_plan_opts = det_plan_options(check_md_plan);
+constexpr ds_opt md_region_opts[] = {
+    det_grid("x_coor", -70710), det_grid("y_coor", -70710), det_grid("width", -70710),
+    det_grid("height", -70710), det_end(),
+};
+
+constexpr det_default md_switch_defaults[] = {
+    {"enabled", "off"}, {"sensitivity", "medium"}, {"digital_sensitivity", "50"},
+    {"people_enabled", "off"}, {"vehicle_enabled", "off"}, {nullptr, nullptr},
+};
+
+const det_member md = {
+    .module = "motion_detection",
+    .kind = "motion",
+    .switch_fmt = "chn%d_motion_det",
+    .notif_fmt = "chn%d_motion_notif_list",
+    .plan_fmt = "chn%d_alarm_setting",
+    .restart_method = "chm_motion_detect_restart",
+    .schedule_method = nullptr,
+    .record_method = "event_motion_reconfig",
+    .region = DET_REGION_RECT,
+    .max_regions = DET_MAX_REGIONS,
+    .channels_by_count = false,
+    .region_code = -70202,
+    .mark_byte = DS_MARK_DETECTION_BYTE,
+    .mark_bit = DS_MARK_MOTION_NOTIF_BIT,
+    .switch_defaults = md_switch_defaults,
+    .switch_opts = md_switch_opts,
+    .notif_opts = md_notif_opts.data(),
+    .plan_opts = md_plan_opts.data(),
+    .region_opts = md_region_opts,
+};
+
+int md_after_apply_notif_list(ds_context *ctx)
+{
+    return det_after_apply_notif_list(ctx, &md);
+}
+
+int chn_add_md_regions(ds_context *ctx, json_object *arg)
+{
+    return det_add_regions(ctx, &md, arg);
+}
+
+int chn_get_md_regions(ds_context *ctx, json_object *arg)
+{
+    return det_get_regions(ctx, &md, arg);
+}
+
+int set_default_motion(ds_context *ctx, json_object *arg)
+{
+    return det_set_default(ctx, &md, arg);
+}
+
+int chn_set_md_alarm(ds_context *ctx, json_object *arg)
+{
+    return det_set_alarm(ctx, &md, arg);
+}
+
+int chn_set_md_notif(ds_context *ctx, json_object *arg)
+{
+    return det_set_notif(ctx, &md, arg);
+}
+
+const ds_action md_actions[] = {
+    {.keyword = "chn_add_md_regions", .fn = chn_add_md_regions},
+    {.keyword = "chn_get_md_regions", .fn = chn_get_md_regions},
+    {.keyword = "set_default_motion", .fn = set_default_motion},
+    {.keyword = "chn_set_md_alarm", .fn = chn_set_md_alarm},
+    {.keyword = "chn_set_md_notif", .fn = chn_set_md_notif},
+    {.keyword = nullptr, .fn = nullptr},
+};
+
+const ds_sec md_types[] = {
+    det_type_row("on_off", md_switch_opts, nullptr, nullptr),
+    det_type_row("notif_list", md_notif_opts.data(), det_nothing_before_save, md_after_apply_notif_list),
+    det_type_row("plan", md_plan_opts.data(), det_nothing_before_save, nullptr),
+    det_type_row("region_info", md_region_opts, nullptr, nullptr),
+    ds_sec{},
+};
+
+ds_module motion_detection_module = {
     .next = nullptr,
     .prev = nullptr,
     .name = "motion_detection",
     .package = "motion_detection",
     .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
+    .sec_types = md_types,
+    .actions = md_actions,
     .ch = 1,
 };
 
+} // namespace
+
 int motion_detection_module_init(void)
 {
+    if (det_build_rows(&motion_detection_module, &md, md_after_apply_notif_list) != 0)
+        return -1;
     return add_module_node(&motion_detection_module);
 }

@@ -1,19 +1,109 @@
-// Module "tamper_detection". Descriptor only until its tables are written.
-#include "model/registry.h"
+// Module "tamper_detection": camera occlusion, at most one region per
+// channel, channels bounded by the configured count.
+#include "core/context.h"
+#include "modules/event/detection.h"
+#include "modules/event/detection_tables.h"
 #include "modules/modules.h"
 
-static ds_module tamper_detection_module = {
+namespace {
+
+constexpr int32_t kBase = 708;
+
+constexpr auto switch_opts = det_switch_options(kBase);
+constexpr auto notif_opts = det_notif_options(kBase, check_tamper_record_union);
+constexpr auto plan_opts = det_plan_options(check_tamper_plan);
+constexpr ds_opt region_opts[] = {
+    det_grid("x_coor", det_code(kBase, 10)), det_grid("y_coor", det_code(kBase, 10)),
+    det_grid("width", det_code(kBase, 10)), det_grid("height", det_code(kBase, 10)), det_end(),
+};
+
+constexpr det_default switch_defaults[] = {
+    {"enabled", "off"}, {"sensitivity", "medium"}, {nullptr, nullptr},
+};
+
+const det_member member = {
+    .module = "tamper_detection",
+    .kind = "tamper",
+    .switch_fmt = "chn%d_tamper_det",
+    .notif_fmt = "chn%d_tamper_notif_list",
+    .plan_fmt = "chn%d_alarm_setting",
+    .restart_method = "chm_tamper_detect_restart",
+    .schedule_method = nullptr,
+    .record_method = "event_occlusion_reconfig",
+    .region = DET_REGION_RECT,
+    .max_regions = 1,
+    .channels_by_count = true,
+    .region_code = -70202,
+    .mark_byte = DS_MARK_DETECTION_BYTE,
+    .mark_bit = DS_MARK_TAMPER_NOTIF_BIT,
+    .switch_defaults = switch_defaults,
+    .switch_opts = switch_opts.data(),
+    .notif_opts = notif_opts.data(),
+    .plan_opts = plan_opts.data(),
+    .region_opts = region_opts,
+};
+
+int after_apply_notif_list(ds_context *ctx)
+{
+    return det_after_apply_notif_list(ctx, &member);
+}
+
+int chn_add_td_regions(ds_context *ctx, json_object *arg)
+{
+    return det_add_regions(ctx, &member, arg);
+}
+
+int set_default_tamper(ds_context *ctx, json_object *arg)
+{
+    return det_set_default(ctx, &member, arg);
+}
+
+int set_all_ch_default_tamper(ds_context *ctx, json_object *arg)
+{
+    return det_set_default(ctx, &member, arg);
+}
+
+int chn_set_td_alarm(ds_context *ctx, json_object *arg)
+{
+    return det_set_alarm(ctx, &member, arg);
+}
+
+int chn_set_td_notif(ds_context *ctx, json_object *arg)
+{
+    return det_set_notif(ctx, &member, arg);
+}
+
+
+const ds_action actions[] = {
+    {.keyword = "chn_add_td_regions", .fn = chn_add_td_regions},
+    {.keyword = "set_default_tamper", .fn = set_default_tamper},
+    {.keyword = "set_all_ch_default_tamper", .fn = set_all_ch_default_tamper},
+    {.keyword = "chn_set_td_alarm", .fn = chn_set_td_alarm},
+    {.keyword = "chn_set_td_notif", .fn = chn_set_td_notif},
+    {.keyword = nullptr, .fn = nullptr},
+};
+
+const ds_sec types[] = {
+    det_type_row("region_info", region_opts, nullptr, nullptr),
+    ds_sec{},
+};
+
+ds_module tamper_detection_module = {
     .next = nullptr,
     .prev = nullptr,
     .name = "tamper_detection",
     .package = "tamper_detection",
     .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
+    .sec_types = types,
+    .actions = actions,
     .ch = 1,
 };
 
+} // namespace
+
 int tamper_detection_module_init(void)
 {
+    if (det_build_rows(&tamper_detection_module, &member, after_apply_notif_list) != 0)
+        return -1;
     return add_module_node(&tamper_detection_module);
 }

@@ -258,6 +258,19 @@ TEST_F(Protocol, OneApplyPerRequestAndBondInterface)
     EXPECT_EQ(stored("network", "wan", "gateway"), "10.9.0.254");
     EXPECT_EQ(stored("protocol", "smart_network", "gateway"), "10.9.0.254");
     EXPECT_FALSE(conflict_flag());
+
+    // Switching the bond to DHCP with manual DNS.
+    unlink(log_path().c_str());
+    ASSERT_EQ(set(R"({"protocol":{"wan":{"wan_type":"dhcp_bond"},)"
+                  R"("dhcp_bond":{"dns_mode":"manual","pri_dns":"9.9.9.9"}}})"),
+              0);
+    EXPECT_EQ(calls(), "upnpc_stop\nnetwork reload\n");
+    EXPECT_EQ(stored("protocol", "wan", "proto"), "dhcp");
+    EXPECT_EQ(stored("protocol", "smart_network", "ipaddr"), "0.0.0.0");
+    EXPECT_EQ(stored("network", "wan", "proto"), "dhcp");
+    EXPECT_EQ(stored("network", "wan", "ipaddr"), "<none>");
+    EXPECT_EQ(stored("network", "wan", "peerdns"), "0");
+    EXPECT_EQ(stored("network", "wan", "dns"), "9.9.9.9");
 }
 
 TEST_F(Protocol, ChecksRefuseBeforeAnythingRuns)

@@ -1,0 +1,169 @@
+#include "modules/event/detection.h"
+
+#include <json-c/json.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "core/context.h"
+#include "platform/jso.h"
+#include "platform/trace.h"
+#include "platform/ubus_client.h"
+#include "platform/uci_access.h"
+
+const char *const det_enum_sensitivity[] = {"high", "medium", "low", nullptr};
+const char *const det_enum_direction[] = {"AtoB", "BtoA", "both", nullptr};
+
+namespace {
+
+enum {
+    ERR_PARAM = -40101,
+    ERR_NO_BUS = -70101,
+    ERR_BUS = -70102,
+    ERR_ALARM_LIST = -10000,
+};
+
+struct conn_holder {
+    ubus_context *conn = ubus_create_connection();
+    ~conn_holder() { ubus_free_connection(conn); }
+};
+
+struct json_holder {
+    json_object *obj = nullptr;
+    ~json_holder() { json_object_put(obj); }
+};
+
+std::string section_name(const char *fmt, int channel)
+{
+    char buf[32];
+    snprintf(buf, sizeof buf, fmt, channel);
+    return buf;
+}
+
+int light_sound_value(const char *v)
+{
+    if (v && !strcmp(v, "on"))
+        return 1;
+    if (v && !strcmp(v, "off"))
+        return 0;
+    return -1;
+}
+
+} // namespace
+
+// Reads the stored switches of one notification section and tells the
+// event-detection service. 0 or -10000.
+int det_tell_switches(ds_context *ctx, const det_member *m, int channel)
+{
+    std::string sec = section_name(m->notif_fmt, channel);
+    const char *light = get_opt_value(ctx->uci_ctx, m->module, sec.c_str(), "light_alarm_enabled");
+    std::string light_s = light ? light : "";
+    const char *sound = get_opt_value(ctx->uci_ctx, m->module, sec.c_str(), "sound_alarm_enabled");
+    std::string sound_s = sound ? sound : "";
+    DS_INFO("light_on_off:%s sound_on_off:%s\n", light_s.c_str(), sound_s.c_str());
+    return set_channel_alarm_list(channel - 1, light_sound_value(light_s.c_str()),
+                                  light_sound_value(sound_s.c_str()), m->kind);
+}
+
+void det_mask_clear(char mask[DS_MAX_CHANNELS + 1])
+{
+    memset(mask, '0', DS_MAX_CHANNELS);
+    mask[DS_MAX_CHANNELS] = 0;
+}
+
+void det_mask_set(char mask[DS_MAX_CHANNELS + 1], int channel)
+{
+    if (channel >= 1 && channel <= DS_MAX_CHANNELS)
+        mask[channel - 1] = '1';
+}
+
+int det_notify(ds_context *ctx, const det_member *m, const char *mask)
+{
+    conn_holder bus;
+    if (!bus.conn)
+        return ERR_NO_BUS;
+    json_holder reply;
+    ubus_req record{.object = "record", .method = m->record_method, .message = nullptr, .timeout = 0};
+    if (ubus_call(bus.conn, &record, &reply.obj) != 0)
+        return ERR_BUS;
+    json_object_put(reply.obj);
+    reply.obj = nullptr;
+    char msg[DS_MAX_CHANNELS + 32];
+    snprintf(msg, sizeof msg, "{\"channel\": \"%s\"}", mask);
+    ubus_req restart{.object = "chm_event_detect", .method = m->restart_method, .message = msg, .timeout = 0};
+    if (ubus_call(bus.conn, &restart, &reply.obj) != 0)
+        return ERR_BUS;
+    if (reply.obj && ctx) {
+        json_object_put(ctx->res_obj);
+        ctx->res_obj = reply.obj;
+        reply.obj = nullptr;
+    }
+    return 0;
+}
+
+// Message: {"channel": index, "light_alarm": l, "sound_alarm": s, "type": kind}.
+int set_channel_alarm_list(int index, int light, int sound, const char *kind)
+{
+    conn_holder bus;
+    if (!bus.conn)
+        return ERR_ALARM_LIST;
+    char msg[160];
+    snprintf(msg, sizeof msg, "{\"channel\": %d, \"light_alarm\": %d, \"sound_alarm\": %d, \"type\": \"%s\"}",
+             index, light, sound, kind);
+    json_holder reply;
+    ubus_req req{.object = "chm_event_detect", .method = "chm_set_channel_alarm", .message = msg, .timeout = 0};
+    return ubus_call(bus.conn, &req, &reply.obj) == 0 ? 0 : ERR_ALARM_LIST;
+}
+
+int det_build_rows(ds_module *mod, const det_member *m, ds_sec_cb_fn notif_cb)
+{
+    if (mod->sections)
+        return 0; // built by an earlier registration in this process
+    const char *patterns[] = {m->switch_fmt, m->notif_fmt, m->plan_fmt};
+    const ds_opt *options[] = {m->switch_opts, m->notif_opts, m->plan_opts};
+    int count = model_channel_amount();
+    size_t cap = 3 * static_cast<size_t>(count) + 1;
+    auto *table = static_cast<ds_sec *>(calloc(cap, sizeof(ds_sec)));
+    size_t pos = 0;
+    if (!table || model_fill_channel_rows(table, cap, &pos, patterns, options, 3, count) != 0) {
+        free(table);
+        return -1;
+    }
+    for (size_t i = 1; i < pos; i += 3)
+        table[i].srvcb = notif_cb; // the notification row of each channel
+    mod->sections = table;
+    return 0;
+}
+
+int det_nothing_before_save(ds_context *)
+{
+    return 0;
+}
+
+int det_after_apply_notif_list(ds_context *ctx, const det_member *m)
+{
+    if (!ctx) {
+        DS_ERR("Invalid params.");
+        return ERR_PARAM;
+    }
+    if (context_test_mark(ctx, m->mark_byte, m->mark_bit)) {
+        DS_INFO("already after_apply_notif_list");
+        return 0;
+    }
+    json_object *mod = jso_obj_get(ctx->req_obj, m->module);
+    if (mod && jso_is_obj(mod)) {
+        json_object_object_foreach(mod, name, sec) {
+            (void)sec;
+            int ch = 0;
+            if (sscanf(name, "chn%d", &ch) != 1 || section_name(m->notif_fmt, ch) != name)
+                continue;
+            if (det_tell_switches(ctx, m, ch) != 0)
+                return ERR_ALARM_LIST;
+        }
+    }
+    context_set_mark(ctx, m->mark_byte, m->mark_bit);
+    return 0;
+}
