@@ -1,17 +1,185 @@
-// Module "user_management". Descriptor only until its tables are written.
-#include "model/registry.h"
-#include "modules/modules.h"
+// Module "user_management": the accounts (one section per account; the
+// section's name carries its group), the web login check with its lock, and
+// the account keywords.
+#include <json-c/json.h>
 
-static ds_module user_management_module = {
+#include <cstring>
+#include <string>
+
+#include "core/context.h"
+#include "model/checkers.h"
+#include "modules/modules.h"
+#include "modules/system/login.h"
+#include "platform/jso.h"
+#include "platform/trace.h"
+#include "platform/uci_access.h"
+
+namespace {
+
+const char kPackage[] = "user_management";
+constexpr ds_len_range kTextLen{0, 64};
+constexpr ds_int_range kBasicRange{0, 1};
+const char *const kAuthorities[] = {"0", "1", "2", "3", nullptr};
+
+constexpr ds_opt account_opts[] = {
+    {.name = "username", .checker = check_string_type, .arg = &kTextLen, .err_code = -70301},
+    {.name = "passwd", .checker = check_string_type, .arg = &kTextLen, .err_code = -70303},
+    {.name = "gesture_passwd", .checker = check_string_type, .arg = &kTextLen, .err_code = -70304},
+    {.name = "comment", .checker = check_string_type, .arg = &kTextLen, .err_code = -70305},
+    {.name = "authority", .checker = check_mixed_enum_type, .arg = kAuthorities, .err_code = -70306},
+    {.name = nullptr, .checker = nullptr, .arg = nullptr, .err_code = 0},
+};
+constexpr ds_opt auth_opts[] = {
+    {.name = "basic_enabled", .checker = check_int_type, .arg = &kBasicRange, .err_code = -70307},
+    {.name = nullptr, .checker = nullptr, .arg = nullptr, .err_code = 0},
+};
+
+json_object *response(ds_context *ctx)
+{
+    if (!ctx->res_obj)
+        ctx->res_obj = jso_new_obj();
+    return ctx->res_obj;
+}
+
+// The section holding an account, or "" when no account has that name.
+std::string account_section(ds_context *ctx, const char *user)
+{
+    std::string found;
+    json_object *pkg = get_uci_package(ctx->uci_ctx, kPackage);
+    json_object_object_foreach(pkg, name, sec) {
+        const char *u = jso_obj_get_string_origin(sec, "username");
+        if (found.empty() && user && u && !strcmp(u, user))
+            found = name;
+    }
+    json_object_put(pkg);
+    return found;
+}
+
+// {"username", "passwd", "new_passwd"}: the old password must match.
+int change_user_info(ds_context *ctx, json_object *arg)
+{
+    if (!ctx || !arg || !jso_is_obj(arg))
+        return -40209;
+    const char *user = jso_obj_get_string_origin(arg, "username");
+    const char *old = jso_obj_get_string_origin(arg, "passwd");
+    const char *fresh = jso_obj_get_string_origin(arg, "new_passwd");
+    if (!user || !old || !fresh || !strlen_in_range(fresh, 1, 64))
+        return -40209;
+    std::string sec = account_section(ctx, user);
+    if (sec.empty())
+        return -70302;
+    const char *stored = get_opt_value(ctx->uci_ctx, kPackage, sec.c_str(), "passwd");
+    if (!stored || strcmp(stored, old) != 0)
+        return -70312;
+    if (set_opt_value(ctx->uci_ctx, kPackage, sec.c_str(), "passwd", fresh) != 0 ||
+        commit_package(ctx->uci_ctx, kPackage) != 0)
+        return -40101;
+    return 0;
+}
+
+int get_encrypt_info(ds_context *ctx, json_object *)
+{
+    if (!ctx)
+        return -40101;
+    const char *type = get_opt_value(ctx->uci_ctx, kPackage, "authentication", "encrypt_type");
+    jso_obj_add_string(response(ctx), "encrypt_type", type ? type : "");
+    return 0;
+}
+
+// The accounts without their secrets.
+int check_user_info(ds_context *ctx, json_object *)
+{
+    if (!ctx)
+        return -40101;
+    json_object *pkg = get_uci_package(ctx->uci_ctx, kPackage);
+    if (!pkg)
+        return -40101;
+    json_object *list = jso_new_array();
+    json_object_object_foreach(pkg, name, sec) {
+        const char *u = jso_obj_get_string_origin(sec, "username");
+        if (!u)
+            continue;
+        json_object *item = jso_new_obj();
+        jso_obj_add_string(item, "username", u);
+        jso_obj_add_string(item, "section", name);
+        const char *a = jso_obj_get_string_origin(sec, "authority");
+        jso_obj_add_string(item, "authority", a ? a : "");
+        json_object_array_add(list, item);
+    }
+    json_object_put(pkg);
+    jso_obj_add(response(ctx), "user_list", list);
+    return 0;
+}
+
+// The gesture password opens no lock and counts no failures.
+int check_gesture_passwd(ds_context *ctx, json_object *arg)
+{
+    if (!ctx || !arg || !jso_is_obj(arg))
+        return -40209;
+    const char *user = jso_obj_get_string_origin(arg, "username");
+    const char *gesture = jso_obj_get_string_origin(arg, "gesture_passwd");
+    std::string sec = account_section(ctx, user);
+    int code = -70302;
+    if (!sec.empty()) {
+        const char *stored = get_opt_value(ctx->uci_ctx, kPackage, sec.c_str(), "gesture_passwd");
+        code = gesture && stored && *stored && !strcmp(gesture, stored) ? 0 : -70312;
+    }
+    jso_obj_add_int(response(ctx), "real_error_code", code);
+    return 0;
+}
+
+const ds_action actions[] = {
+    {.keyword = "change_user_info", .fn = change_user_info},
+    {.keyword = "get_encrypt_info", .fn = get_encrypt_info},
+    {.keyword = "check_user_info", .fn = check_user_info},
+    {.keyword = "check_user", .fn = check_username_passwd},
+    {.keyword = "check_gesture_pswd", .fn = check_gesture_passwd},
+    {.keyword = "rm_pwd_err", .fn = rm_pwd_err_file},
+    {.keyword = nullptr, .fn = nullptr},
+};
+
+constexpr ds_sec uci_row(const char *name, const ds_opt *opts)
+{
+    return ds_sec{.name = name, .data_kind = DS_DATA_UCI, .max_sec = 16, .options = opts,
+                  .beforesavecb = nullptr, .srvcb = nullptr, .dynamic = nullptr};
+}
+
+// The logged-in user as the request's info record names them.
+json_object *current_user_info(ds_context *ctx, const ds_sec *)
+{
+    json_object *obj = jso_new_obj();
+    jso_obj_add_string(obj, "username", ctx && ctx->user ? ctx->user : "");
+    jso_obj_add_int(obj, "group", ctx ? ctx->group : 0);
+    return obj;
+}
+
+ds_sec sections[] = {
+    uci_row("root", account_opts),
+    uci_row("authentication", auth_opts),
+    ds_sec{.name = "current_user_info", .data_kind = DS_DATA_DYNAMIC, .max_sec = 0, .options = nullptr,
+           .beforesavecb = nullptr, .srvcb = nullptr, .dynamic = current_user_info},
+    ds_sec{},
+};
+
+const ds_sec types[] = {
+    uci_row("root", account_opts),
+    uci_row("admin", account_opts),
+    uci_row("guest", account_opts),
+    ds_sec{},
+};
+
+ds_module user_management_module = {
     .next = nullptr,
     .prev = nullptr,
     .name = "user_management",
     .package = "user_management",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
+    .sections = sections,
+    .sec_types = types,
+    .actions = actions,
     .ch = 0,
 };
+
+} // namespace
 
 int user_management_module_init(void)
 {

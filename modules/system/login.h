@@ -1,0 +1,23 @@
+// Login check and lock of the "user_management" module: failure records per
+// user under "/tmp/luci-pwderr", a 30-minute lock once the configured
+// maximum is reached, and the report of the lock to the recorder.
+#pragma once
+
+struct ds_context;
+struct json_object;
+
+// Seconds since boot; tests substitute their own clock. Main thread only.
+using login_clock_fn = long (*)(void);
+void login_set_clock(login_clock_fn fn);
+
+// Non-zero (the record's size) when user is locked; *code is then -40404.
+int is_locked(const char *user, int max, int *code);
+// One more failure, capped at max; the new count in *count. 0, or -1.
+int log_errinfo(const char *user, int *count, int max);
+// Reports a lock to the recorder and the operation log: 0, -70101, -70102, -72211.
+int call_login_error(const char *user);
+
+// Keyword "check_user": always 0; the outcome is in the response members.
+int check_username_passwd(ds_context *ctx, json_object *arg);
+// Keyword "rm_pwd_err": ends every web session. -40101 for a null argument, else 0.
+int rm_pwd_err_file(ds_context *ctx, json_object *arg);

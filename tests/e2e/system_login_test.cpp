@@ -1,0 +1,90 @@
+// The web login check against the real daemon: attempts left, the lock, the
+// report to the recorder and the operation log, groups by section name.
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+
+#include <fstream>
+#include <iterator>
+
+#include "harness/bus_harness.h"
+#include "harness/dsd_harness.h"
+
+namespace {
+
+struct answer {
+    int time = -1, code = 1;
+    std::string group;
+};
+
+class Login : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(d.make_config(2));
+        d.write_package("user_management",
+                        "\nconfig root 'root'\n\toption username 'admin'\n\toption passwd 'secret'\n"
+                        "\toption authority '0'\n"
+                        "\nconfig admin 'admin_2'\n\toption username 'ops'\n\toption passwd 'pw'\n"
+                        "\nconfig other 'viewer'\n\toption username 'view'\n\toption passwd 'v'\n");
+        ASSERT_TRUE(bus.start(R"({"objects":{"record":{"methods":{"login_error":{"reply":{"result":0}}}}}})"));
+        ASSERT_TRUE(d.start()) << d.log();
+    }
+    answer check(const char *user, const char *pass)
+    {
+        std::string res = d.request(std::string(R"({"method":"do","user_management":{"check_user":{"username":")") +
+                                    user + R"(","passwd":")" + pass + "\"}}}");
+        answer a;
+        json_object *obj = json_tokener_parse(res.c_str());
+        json_object *v = nullptr;
+        if (json_object_object_get_ex(obj, "time", &v))
+            a.time = json_object_get_int(v);
+        if (json_object_object_get_ex(obj, "real_error_code", &v))
+            a.code = json_object_get_int(v);
+        if (json_object_object_get_ex(obj, "group", &v))
+            a.group = json_object_get_string(v);
+        EXPECT_EQ(error_code_of(res), 0) << res;
+        json_object_put(obj);
+        return a;
+    }
+    dsd_harness d;
+    bus_harness bus{d.root};
+};
+
+TEST_F(Login, ThreeWrongPasswordsLockEvenTheRightOne)
+{
+    answer a = check("admin", "x");
+    EXPECT_EQ(a.code, -70312);
+    EXPECT_EQ(a.time, 2);
+    EXPECT_EQ(check("admin", "y").time, 1);
+    a = check("admin", "z");
+    EXPECT_EQ(a.code, -40404);
+    EXPECT_EQ(a.time, 0);
+    a = check("admin", "secret");
+    EXPECT_EQ(a.code, -40404);
+    EXPECT_EQ(bus.calls_to("record", "login_error").size(), 2u);
+    std::ifstream rec(d.path("/tmp/luci-pwderr/admin"));
+    std::string line((std::istreambuf_iterator<char>(rec)), std::istreambuf_iterator<char>());
+    EXPECT_NE(line.find("/3"), std::string::npos) << line;
+    // Another user is not affected, and a good login clears nothing it need not.
+    a = check("ops", "pw");
+    EXPECT_EQ(a.code, 0);
+    EXPECT_EQ(a.group, "admin");
+}
+
+TEST_F(Login, UnknownUsersGroupsAndDisabledLocking)
+{
+    answer a = check("nobody", "x");
+    EXPECT_EQ(a.code, -70302);
+    EXPECT_EQ(a.time, 0);
+    EXPECT_EQ(check("view", "v").group, "viewer");
+    d.write_package("unusual_detection", "\nconfig login_error 'login_error'\n\toption enabled 'off'\n"
+                                         "\toption max_times '3'\n");
+    for (int i = 0; i < 5; i++) {
+        a = check("admin", "bad");
+        EXPECT_EQ(a.code, -70312);
+        EXPECT_EQ(a.time, 999);
+    }
+    EXPECT_FALSE(std::ifstream(d.path("/tmp/luci-pwderr/admin")).good());
+}
+
+} // namespace

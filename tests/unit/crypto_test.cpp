@@ -1,0 +1,117 @@
+// MD5 and DES against published vectors and, where the openssl command is
+// installed, against it on random inputs.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+
+#include "crypto/des.h"
+#include "crypto/md5.h"
+
+namespace {
+
+std::string md5_of(const std::string &s)
+{
+    md5_ctx ctx;
+    md5_init(&ctx);
+    md5_update(&ctx, s.data(), s.size());
+    uint8_t d[16];
+    md5_final(&ctx, d);
+    char hex[33];
+    md5_hex(d, hex);
+    return hex;
+}
+
+TEST(Md5, Rfc1321Vectors)
+{
+    EXPECT_EQ(md5_of(""), "d41d8cd98f00b204e9800998ecf8427e");
+    EXPECT_EQ(md5_of("a"), "0cc175b9c0f1b6a831c399e269772661");
+    EXPECT_EQ(md5_of("abc"), "900150983cd24fb0d6963f7d28e17f72");
+    EXPECT_EQ(md5_of("message digest"), "f96b697d7cb7938d525a2f31aaf161d0");
+    EXPECT_EQ(md5_of("abcdefghijklmnopqrstuvwxyz"), "c3fcd3d76192e4007dfb496cca67e13b");
+    EXPECT_EQ(md5_of(std::string("1234567890", 10) + "1234567890123456789012345678901234567890123456789012345678901234567890"),
+              "57edf4a22be3c955ac49da2e2107b67a");
+}
+
+TEST(Md5, PiecewiseEqualsWholeAndFilesMatchTheSystemTool)
+{
+    std::mt19937 rng(1);
+    std::string data(100000, '\0');
+    for (auto &c : data)
+        c = static_cast<char>(rng());
+    md5_ctx ctx;
+    md5_init(&ctx);
+    for (size_t off = 0; off < data.size(); off += 777)
+        md5_update(&ctx, data.data() + off, std::min<size_t>(777, data.size() - off));
+    uint8_t d[16];
+    md5_final(&ctx, d);
+    char hex[33];
+    md5_hex(d, hex);
+    EXPECT_EQ(hex, md5_of(data));
+
+    const char *path = "/tmp/dsd-md5-test.bin";
+    std::ofstream(path, std::ios::binary) << data;
+    char file_hex[33];
+    ASSERT_EQ(md5_file_hex(path, file_hex), 0);
+    EXPECT_STREQ(file_hex, hex);
+    FILE *p = popen("md5sum /tmp/dsd-md5-test.bin 2>/dev/null", "r");
+    char out[64] = {0};
+    if (p && fgets(out, sizeof out, p)) {
+        EXPECT_EQ(std::string(out, 32), hex);
+    }
+    if (p)
+        pclose(p);
+    remove(path);
+    EXPECT_EQ(md5_file_hex("/nonexistent/file", file_hex), -1);
+}
+
+TEST(Des, PublishedVectors)
+{
+    // The textbook example and a FIPS 81 vector.
+    const uint8_t k1[8] = {0x13, 0x34, 0x57, 0x79, 0x9B, 0xBC, 0xDF, 0xF1};
+    des_schedule ks;
+    des_set_key(k1, &ks);
+    EXPECT_EQ(des_encrypt_block(0x0123456789ABCDEFull, &ks), 0x85E813540F0AB405ull);
+    EXPECT_EQ(des_decrypt_block(0x85E813540F0AB405ull, &ks), 0x0123456789ABCDEFull);
+    const uint8_t k2[8] = {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF};
+    des_set_key(k2, &ks);
+    EXPECT_EQ(des_encrypt_block(0x4E6F772069732074ull, &ks), 0x3FA40E8A984D4815ull);
+}
+
+std::string slurp(const char *path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+TEST(Des, FileCipherRoundTripsAndRefusesDamage)
+{
+    const char *plain = "/tmp/dsd-des-plain", *enc = "/tmp/dsd-des-enc", *back = "/tmp/dsd-des-back";
+    const char *key = "mqwer#!^$KLPZ392";
+    for (size_t len : {0u, 1u, 7u, 8u, 9u, 4096u}) {
+        std::string data(len, 'x');
+        for (size_t i = 0; i < len; i++)
+            data[i] = static_cast<char>(i * 31 + 7);
+        std::ofstream(plain, std::ios::binary) << data;
+        ASSERT_EQ(des_encrypt_file(plain, enc, key), 0);
+        std::string cipher = slurp(enc);
+        EXPECT_EQ(cipher.size(), (len / 8 + 1) * 8);
+        ASSERT_EQ(des_decrypt_file(enc, back, key), 0);
+        EXPECT_EQ(slurp(back), data) << len;
+    }
+    EXPECT_NE(des_decrypt_file(enc, back, "another key 1234"), 0); // padding check fails
+    std::string cut = slurp(enc).substr(0, 4095);
+    std::ofstream(enc, std::ios::binary) << cut;
+    EXPECT_EQ(des_decrypt_file(enc, back, key), -1);
+    remove(plain);
+    remove(enc);
+    remove(back);
+}
+
+} // namespace
