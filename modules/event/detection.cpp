@@ -167,3 +167,10 @@ int det_after_apply_notif_list(ds_context *ctx, const det_member *m)
     context_set_mark(ctx, m->mark_byte, m->mark_bit);
     return 0;
 }
+
+int det_register(ds_module *mod, const det_member *m, ds_sec_cb_fn notif_cb)
+{
+    if (det_build_rows(mod, m, notif_cb) != 0)
+        return -1;
+    return add_module_node(mod);
+}

@@ -80,3 +80,15 @@ int det_nothing_before_save(ds_context *ctx);
 // Shared option argument tables.
 extern const char *const det_enum_sensitivity[];
 extern const char *const det_enum_direction[];
+
+// One-line bindings of the shared handlers to a member, for its keyword and
+// section tables: det_kw_add_regions<&member> and so on.
+template <const det_member *M> int det_kw_add_regions(ds_context *c, json_object *a) { return det_add_regions(c, M, a); }
+template <const det_member *M> int det_kw_get_regions(ds_context *c, json_object *a) { return det_get_regions(c, M, a); }
+template <const det_member *M> int det_kw_set_default(ds_context *c, json_object *a) { return det_set_default(c, M, a); }
+template <const det_member *M> int det_kw_set_alarm(ds_context *c, json_object *a) { return det_set_alarm(c, M, a); }
+template <const det_member *M> int det_kw_set_notif(ds_context *c, json_object *a) { return det_set_notif(c, M, a); }
+template <const det_member *M> int det_notif_cb(ds_context *c) { return det_after_apply_notif_list(c, M); }
+
+// Registers a member's module: its per-channel rows, then the node. 0 or -1.
+int det_register(ds_module *mod, const det_member *m, ds_sec_cb_fn notif_cb);

@@ -100,3 +100,8 @@ inline constexpr const char *plan_days_capital[] = {"Monday", "Tuesday", "Wednes
 // Per-channel rows of one pattern with the given options and service
 // callback, for the configured channel count. 0 or -1. Start-up only.
 int plan_build_rows(ds_module *mod, const char *pattern, const ds_opt *options, ds_sec_cb_fn srvcb);
+
+// The push-plan modules' one option ("HHMM-HHMM,D") and the push service's
+// reload after a change.
+extern const ds_opt push_plan_opts[];
+int msg_push_plan_reconfig(ds_context *ctx);

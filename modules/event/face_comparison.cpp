@@ -39,31 +39,11 @@ const det_member member = {
     .region_opts = nullptr,
 };
 
-int after_apply_notif_list(ds_context *ctx)
-{
-    return det_after_apply_notif_list(ctx, &member);
-}
-
-int chn_set_facecomparison_alarm(ds_context *ctx, json_object *arg)
-{
-    return det_set_alarm(ctx, &member, arg);
-}
-
-int chn_set_face_comparison_notif(ds_context *ctx, json_object *arg)
-{
-    return det_set_notif(ctx, &member, arg);
-}
-
-int set_default_facecomparison(ds_context *ctx, json_object *arg)
-{
-    return det_set_default(ctx, &member, arg);
-}
-
 
 const ds_action actions[] = {
-    {.keyword = "chn_set_facecomparison_alarm", .fn = chn_set_facecomparison_alarm},
-    {.keyword = "chn_set_face_comparison_notif", .fn = chn_set_face_comparison_notif},
-    {.keyword = "set_default_facecomparison", .fn = set_default_facecomparison},
+    {.keyword = "chn_set_facecomparison_alarm", .fn = det_kw_set_alarm<&member>},
+    {.keyword = "chn_set_face_comparison_notif", .fn = det_kw_set_notif<&member>},
+    {.keyword = "set_default_facecomparison", .fn = det_kw_set_default<&member>},
     {.keyword = nullptr, .fn = nullptr},
 };
 
@@ -88,7 +68,5 @@ ds_module face_comparison_module = {
 
 int face_comparison_module_init(void)
 {
-    if (det_build_rows(&face_comparison_module, &member, after_apply_notif_list) != 0)
-        return -1;
-    return add_module_node(&face_comparison_module);
+    return det_register(&face_comparison_module, &member, det_notif_cb<&member>);
 }

@@ -45,49 +45,19 @@ const det_member member = {
     .region_opts = region_opts,
 };
 
-int after_apply_notif_list(ds_context *ctx)
-{
-    return det_after_apply_notif_list(ctx, &member);
-}
-
-int chn_add_ld_regions(ds_context *ctx, json_object *arg)
-{
-    return det_add_regions(ctx, &member, arg);
-}
-
-int chn_get_ld_regions(ds_context *ctx, json_object *arg)
-{
-    return det_get_regions(ctx, &member, arg);
-}
-
-int set_default_linecross(ds_context *ctx, json_object *arg)
-{
-    return det_set_default(ctx, &member, arg);
-}
-
-int chn_set_ld_alarm(ds_context *ctx, json_object *arg)
-{
-    return det_set_alarm(ctx, &member, arg);
-}
-
-int chn_set_ld_notif(ds_context *ctx, json_object *arg)
-{
-    return det_set_notif(ctx, &member, arg);
-}
-
 
 const ds_action actions[] = {
-    {.keyword = "chn_add_ld_regions", .fn = chn_add_ld_regions},
-    {.keyword = "chn_get_ld_regions", .fn = chn_get_ld_regions},
-    {.keyword = "set_default_linecross", .fn = set_default_linecross},
-    {.keyword = "chn_set_ld_alarm", .fn = chn_set_ld_alarm},
-    {.keyword = "chn_set_ld_notif", .fn = chn_set_ld_notif},
+    {.keyword = "chn_add_ld_regions", .fn = det_kw_add_regions<&member>},
+    {.keyword = "chn_get_ld_regions", .fn = det_kw_get_regions<&member>},
+    {.keyword = "set_default_linecross", .fn = det_kw_set_default<&member>},
+    {.keyword = "chn_set_ld_alarm", .fn = det_kw_set_alarm<&member>},
+    {.keyword = "chn_set_ld_notif", .fn = det_kw_set_notif<&member>},
     {.keyword = nullptr, .fn = nullptr},
 };
 
 const ds_sec types[] = {
     det_type_row("on_off", switch_opts.data(), nullptr, nullptr),
-    det_type_row("notif_list", notif_opts.data(), det_nothing_before_save, after_apply_notif_list),
+    det_type_row("notif_list", notif_opts.data(), det_nothing_before_save, det_notif_cb<&member>),
     det_type_row("plan", plan_opts.data(), det_nothing_before_save, nullptr),
     det_type_row("region_info", region_opts, nullptr, nullptr),
     ds_sec{},
@@ -108,7 +78,5 @@ ds_module linecross_detection_module = {
 
 int linecross_detection_module_init(void)
 {
-    if (det_build_rows(&linecross_detection_module, &member, after_apply_notif_list) != 0)
-        return -1;
-    return add_module_node(&linecross_detection_module);
+    return det_register(&linecross_detection_module, &member, det_notif_cb<&member>);
 }

@@ -51,48 +51,18 @@ const det_member md = {
     .region_opts = md_region_opts,
 };
 
-int md_after_apply_notif_list(ds_context *ctx)
-{
-    return det_after_apply_notif_list(ctx, &md);
-}
-
-int chn_add_md_regions(ds_context *ctx, json_object *arg)
-{
-    return det_add_regions(ctx, &md, arg);
-}
-
-int chn_get_md_regions(ds_context *ctx, json_object *arg)
-{
-    return det_get_regions(ctx, &md, arg);
-}
-
-int set_default_motion(ds_context *ctx, json_object *arg)
-{
-    return det_set_default(ctx, &md, arg);
-}
-
-int chn_set_md_alarm(ds_context *ctx, json_object *arg)
-{
-    return det_set_alarm(ctx, &md, arg);
-}
-
-int chn_set_md_notif(ds_context *ctx, json_object *arg)
-{
-    return det_set_notif(ctx, &md, arg);
-}
-
 const ds_action md_actions[] = {
-    {.keyword = "chn_add_md_regions", .fn = chn_add_md_regions},
-    {.keyword = "chn_get_md_regions", .fn = chn_get_md_regions},
-    {.keyword = "set_default_motion", .fn = set_default_motion},
-    {.keyword = "chn_set_md_alarm", .fn = chn_set_md_alarm},
-    {.keyword = "chn_set_md_notif", .fn = chn_set_md_notif},
+    {.keyword = "chn_add_md_regions", .fn = det_kw_add_regions<&md>},
+    {.keyword = "chn_get_md_regions", .fn = det_kw_get_regions<&md>},
+    {.keyword = "set_default_motion", .fn = det_kw_set_default<&md>},
+    {.keyword = "chn_set_md_alarm", .fn = det_kw_set_alarm<&md>},
+    {.keyword = "chn_set_md_notif", .fn = det_kw_set_notif<&md>},
     {.keyword = nullptr, .fn = nullptr},
 };
 
 const ds_sec md_types[] = {
     det_type_row("on_off", md_switch_opts, nullptr, nullptr),
-    det_type_row("notif_list", md_notif_opts.data(), det_nothing_before_save, md_after_apply_notif_list),
+    det_type_row("notif_list", md_notif_opts.data(), det_nothing_before_save, det_notif_cb<&md>),
     det_type_row("plan", md_plan_opts.data(), det_nothing_before_save, nullptr),
     det_type_row("region_info", md_region_opts, nullptr, nullptr),
     ds_sec{},
@@ -113,7 +83,5 @@ ds_module motion_detection_module = {
 
 int motion_detection_module_init(void)
 {
-    if (det_build_rows(&motion_detection_module, &md, md_after_apply_notif_list) != 0)
-        return -1;
-    return add_module_node(&motion_detection_module);
+    return det_register(&motion_detection_module, &md, det_notif_cb<&md>);
 }

@@ -43,43 +43,13 @@ const det_member member = {
     .region_opts = region_opts,
 };
 
-int after_apply_notif_list(ds_context *ctx)
-{
-    return det_after_apply_notif_list(ctx, &member);
-}
-
-int chn_add_td_regions(ds_context *ctx, json_object *arg)
-{
-    return det_add_regions(ctx, &member, arg);
-}
-
-int set_default_tamper(ds_context *ctx, json_object *arg)
-{
-    return det_set_default(ctx, &member, arg);
-}
-
-int set_all_ch_default_tamper(ds_context *ctx, json_object *arg)
-{
-    return det_set_default(ctx, &member, arg);
-}
-
-int chn_set_td_alarm(ds_context *ctx, json_object *arg)
-{
-    return det_set_alarm(ctx, &member, arg);
-}
-
-int chn_set_td_notif(ds_context *ctx, json_object *arg)
-{
-    return det_set_notif(ctx, &member, arg);
-}
-
 
 const ds_action actions[] = {
-    {.keyword = "chn_add_td_regions", .fn = chn_add_td_regions},
-    {.keyword = "set_default_tamper", .fn = set_default_tamper},
-    {.keyword = "set_all_ch_default_tamper", .fn = set_all_ch_default_tamper},
-    {.keyword = "chn_set_td_alarm", .fn = chn_set_td_alarm},
-    {.keyword = "chn_set_td_notif", .fn = chn_set_td_notif},
+    {.keyword = "chn_add_td_regions", .fn = det_kw_add_regions<&member>},
+    {.keyword = "set_default_tamper", .fn = det_kw_set_default<&member>},
+    {.keyword = "set_all_ch_default_tamper", .fn = det_kw_set_default<&member>},
+    {.keyword = "chn_set_td_alarm", .fn = det_kw_set_alarm<&member>},
+    {.keyword = "chn_set_td_notif", .fn = det_kw_set_notif<&member>},
     {.keyword = nullptr, .fn = nullptr},
 };
 
@@ -103,7 +73,5 @@ ds_module tamper_detection_module = {
 
 int tamper_detection_module_init(void)
 {
-    if (det_build_rows(&tamper_detection_module, &member, after_apply_notif_list) != 0)
-        return -1;
-    return add_module_node(&tamper_detection_module);
+    return det_register(&tamper_detection_module, &member, det_notif_cb<&member>);
 }

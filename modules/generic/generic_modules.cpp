@@ -41,6 +41,14 @@ struct row_group {
     int (*count)(void);
 };
 
+// Frees a table built on the heap and the first `n` names in it.
+void free_rows(ds_sec *table, size_t n)
+{
+    for (size_t i = 0; i < n; ++i)
+        free(const_cast<char *>(table[i].name));
+    free(table);
+}
+
 // Builds the module's named-section table on the heap (sized to the device,
 // kept for the life of the process) and registers the module. A module
 // already built by an earlier registration in this process keeps its rows.
@@ -60,7 +68,7 @@ int register_with_rows(ds_module *mod, const row_group *groups)
         for (const row_group *g = groups; g->patterns; ++g) {
             if (model_fill_channel_rows(table, cap, &pos, g->patterns, nullptr, g->npatterns,
                                         g->count()) != 0) {
-                free(table);
+                free_rows(table, pos);
                 return -1;
             }
         }

@@ -350,10 +350,14 @@ TEST_F(BusCall, FireAndForgetCallsGoThroughTheCommandLineTool)
         seen.push_back(c.method + " " + c.message);
     std::sort(seen.begin(), seen.end()); // the two threads race
     EXPECT_EQ((std::vector<std::string>{R"(bind {"a":"b c"})", "status {}"}), seen);
-    // The detached threads free their command copies on the way out.
+    // The detached threads end (and free their command copies) on their own.
+    // ThreadSanitizer starts a background thread of its own meanwhile.
+#if defined(__SANITIZE_THREAD__)
+    threads_before += 1;
+#endif
     for (int waited = 0; waited < 10000 && thread_count() > threads_before; waited += 10)
         bus_sleep_ms(10);
-    EXPECT_EQ(threads_before, thread_count());
+    EXPECT_GE(threads_before, thread_count());
 }
 
 TEST_F(BusCall, ScenarioCasesChooseByMessage)

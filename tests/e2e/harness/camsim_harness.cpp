@@ -1,0 +1,80 @@
+#include "harness/camsim_harness.h"
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <thread>
+
+#include "harness/dsd_harness.h"
+
+camsim_harness::camsim_harness()
+{
+    char tmpl[] = "/tmp/dsd-camsim-XXXXXX";
+    dir = mkdtemp(tmpl);
+}
+
+camsim_harness::~camsim_harness()
+{
+    stop();
+    std::string cmd = "rm -rf " + dir;
+    if (system(cmd.c_str()) != 0) {
+    }
+}
+
+bool camsim_harness::start(const std::vector<std::string> &flags)
+{
+    std::vector<std::string> args;
+    std::istringstream wrapper(getenv("DSD_EXEC_WRAPPER") ? getenv("DSD_EXEC_WRAPPER") : "");
+    for (std::string w; wrapper >> w;)
+        args.push_back(w);
+    args.push_back(std::string(DSD_TOOLS_DIR) + "/camsim");
+    for (const char *a : {"--port-file", "--store", "--log"})
+        args.push_back(a), args.push_back(dir + (std::string(a) == "--port-file" ? "/port" : a == std::string("--store") ? "/image" : "/requests"));
+    args.insert(args.end(), flags.begin(), flags.end());
+    pid = fork();
+    if (pid == 0) {
+        std::vector<char *> argv;
+        for (auto &a : args)
+            argv.push_back(a.data());
+        argv.push_back(nullptr);
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    for (int waited = 0; pid > 0 && waited < 10000 * harness_slowdown(); waited += 10) {
+        std::ifstream in(dir + "/port");
+        if (in >> port)
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+}
+
+void camsim_harness::stop()
+{
+    if (pid > 0) {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+        pid = -1;
+    }
+}
+
+std::string camsim_harness::stored() const
+{
+    std::ifstream in(dir + "/image", std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::vector<std::string> camsim_harness::requests() const
+{
+    std::vector<std::string> out;
+    std::ifstream in(dir + "/requests");
+    for (std::string line; std::getline(in, line);)
+        out.push_back(line);
+    return out;
+}
