@@ -33,10 +33,26 @@ long system_uptime(void)
 // Written only by tests, before any request runs.
 login_clock_fn g_clock = system_uptime;
 
+// The record's file name is the user name itself, unless the name could
+// leave the directory ('/', ".", ".."); such names are stored hex-encoded so
+// they still count and lock like any other.
+std::string record_name(const char *user)
+{
+    if (!strchr(user, '/') && strcmp(user, ".") != 0 && strcmp(user, "..") != 0)
+        return user;
+    std::string out = "hex-";
+    char byte[3];
+    for (const char *p = user; *p; p++) {
+        snprintf(byte, sizeof byte, "%02x", static_cast<unsigned>(static_cast<unsigned char>(*p)));
+        out += byte;
+    }
+    return out;
+}
+
 std::string record_path(const char *user)
 {
     char buf[512];
-    snprintf(buf, sizeof buf, "%s/%s", dsd_path("/tmp/luci-pwderr").c_str(), user);
+    snprintf(buf, sizeof buf, "%s/%s", dsd_path("/tmp/luci-pwderr").c_str(), record_name(user).c_str());
     return buf;
 }
 
@@ -284,7 +300,7 @@ int login_end_sessions(void)
 
 int login_forget_failures(const char *user)
 {
-    if (!user || !*user || strchr(user, '/') || !strcmp(user, ".") || !strcmp(user, ".."))
+    if (!user || !*user)
         return -1;
     return unlink(record_path(user).c_str()) == 0 || errno == ENOENT ? 0 : -1;
 }

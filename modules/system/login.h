@@ -22,8 +22,8 @@ int check_username_passwd(ds_context *ctx, json_object *arg);
 // Removes every web session file; 0, or -1 when one could not be removed.
 // Any thread.
 int login_end_sessions(void);
-// Drops user's failure record (no file is fine); -1 for a name that is not
-// a plain file name or a record that could not be removed. Any thread.
+// Drops user's failure record (no file is fine); -1 for an empty name or a
+// record that could not be removed. Any thread.
 int login_forget_failures(const char *user);
 
 // Keyword "rm_pwd_err": ends every web session. -40101 for a null argument, else 0.

@@ -75,4 +75,19 @@ TEST_F(LoginLock, MalformedRecordsCountAsNone)
     EXPECT_EQ(is_locked("u3", 0, &code), 0);
 }
 
+TEST_F(LoginLock, NamesThatCouldClimbStayInTheDirectory)
+{
+    int count = 0, code = 0;
+    g_now = 50000;
+    for (const char *user : {"../../escape", ".", "..", "a/b"}) {
+        for (int i = 0; i < 2; i++)
+            ASSERT_EQ(log_errinfo(user, &count, 2), 0) << user;
+        EXPECT_EQ(count, 2);
+        EXPECT_NE(is_locked(user, 2, &code), 0) << user;
+    }
+    EXPECT_FALSE(std::ifstream(root + "/escape").good());
+    EXPECT_FALSE(std::ifstream(root + "/tmp/escape").good());
+    EXPECT_TRUE(std::ifstream(root + "/tmp/luci-pwderr/hex-2e2e2f2e2e2f657363617065").good());
+}
+
 } // namespace
