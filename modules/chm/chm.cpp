@@ -34,7 +34,6 @@ const chm_forward kForwards[] = {
     {"chm_manual_refresh_ex", "chm_dev_manager", "chm_ubus_device_discovery"},
     {"chm_async_refresh", "chm_dev_manager", "chm_ubus_device_discovery"},
     {"chm_device_discovery", "chm_dev_manager", "chm_ubus_device_discovery"},
-    {"chm_edit_dev_url", "chm_dev_manager", "chm_ubus_edit_device_url"},
     {"chm_get_dev_url", "chm_dev_manager", "chm_ubus_get_device_url"},
     {"chm_mod_dev_passwd", "chm_dev_manager", "chm_ubus_change_password"},
     {"chm_edit_dev", "chm_dev_manager", "chm_ubus_edit_device"},
@@ -117,7 +116,6 @@ CHM_FORWARD(get_device_version_info, "get_device_version_info")
 CHM_FORWARD(do_chm_manual_refresh_ex, "chm_manual_refresh_ex")
 CHM_FORWARD(do_chm_async_refresh, "chm_async_refresh")
 CHM_FORWARD(do_chm_device_discovery, "chm_device_discovery")
-CHM_FORWARD(do_chm_edit_dev_url, "chm_edit_dev_url")
 CHM_FORWARD(do_chm_get_dev_url, "chm_get_dev_url")
 CHM_FORWARD(do_mod_dev_passwd, "chm_mod_dev_passwd")
 CHM_FORWARD(do_chm_edit_dev, "chm_edit_dev")
@@ -184,14 +182,17 @@ int do_chm_get_dev_info(ds_context *ctx, json_object *)
     return chm_get_device_list(ctx, 0);
 }
 
+// In the order the keywords have always been searched.
 const ds_action chm_actions[] = {
     {.keyword = "ipc_local_upgrade", .fn = get_ipc_upgrade_url},
     {.keyword = "ipc_disk_upgrade", .fn = ipc_disk_upgrade},
+    {.keyword = "save_chn_conf", .fn = save_chn_conf},
     {.keyword = "ipc_device_info", .fn = ipc_device_info},
     {.keyword = "refresh_device_version_info", .fn = refresh_device_version_info},
     {.keyword = "get_device_version_info", .fn = get_device_version_info},
     {.keyword = "local_update_ipc", .fn = local_update_ipc},
     {.keyword = "online_update_ipc", .fn = online_update_ipc},
+    {.keyword = "get_update_status", .fn = get_update_status},
     {.keyword = "ipc_update_start", .fn = ipc_update_start},
     {.keyword = "ipc_update_exit", .fn = ipc_update_exit},
     {.keyword = "online_update_check", .fn = online_update_check},
@@ -207,6 +208,7 @@ const ds_action chm_actions[] = {
     {.keyword = "get_chn_info_by_page", .fn = get_chn_info_by_page},
     {.keyword = "chm_add_dev", .fn = do_chm_add_dev},
     {.keyword = "chm_add_dev_list", .fn = do_chm_add_dev_list},
+    {.keyword = "chm_add_dev_list_zuma", .fn = do_chm_add_dev_list_zuma},
     {.keyword = "chm_edit_dev_url", .fn = do_chm_edit_dev_url},
     {.keyword = "chm_del_dev", .fn = do_chm_del_dev},
     {.keyword = "chm_get_dev_url", .fn = do_chm_get_dev_url},

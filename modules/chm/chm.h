@@ -36,3 +36,7 @@ int online_update_ipc(ds_context *ctx, json_object *arg);
 int local_update_ipc(ds_context *ctx, json_object *arg);
 int ipc_update_exit(ds_context *ctx, json_object *arg);
 int ipc_update_start(ds_context *ctx, json_object *arg);
+int get_update_status(ds_context *ctx, json_object *arg);
+int do_chm_add_dev_list_zuma(ds_context *ctx, json_object *arg);
+int do_chm_edit_dev_url(ds_context *ctx, json_object *arg);
+int save_chn_conf(ds_context *ctx, json_object *arg);

@@ -340,3 +340,15 @@ int ipc_update_start(ds_context *ctx, json_object *)
         shell_run(shell_quote(updater) + " &");
     return 0;
 }
+
+// The updater's progress, as it reports it.
+int get_update_status(ds_context *ctx, json_object *arg)
+{
+    if (!ctx)
+        return -40101;
+    json_ptr reply = call_updater("get_update_status", arg && jso_is_obj(arg) ? arg : nullptr);
+    if (!reply)
+        return -70102;
+    set_response(ctx, std::move(reply));
+    return 0;
+}
