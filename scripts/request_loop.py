@@ -29,7 +29,7 @@ def request(path, body):
 
 def main():
     path, count = sys.argv[1], int(sys.argv[2])
-    body = {"method": "get", "system": {"name": "sys"}}
+    body = {"method": "get", "video": {"name": ["chn1_main", "chn2_minor"]}}
     for i in range(count):
         request(path, body)
     print(f"{count} requests answered")
