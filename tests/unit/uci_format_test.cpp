@@ -133,6 +133,30 @@ TEST(UciFormat, ExportIsCanonicalAndReadsBackUnchanged)
     EXPECT_STREQ(opt(ctx2.get(), "copy.main.multi"), "line1\nline2");
 }
 
+// Found by the uci_parser fuzz target: as in uci, a named section whose name
+// is an anonymous section's generated name is that section. Since generated
+// names hang on contents, the same text can merge differently once exported,
+// which the fuzz target now allows for; the merge itself must hold.
+TEST(UciFormat, NamedSectionWithAGeneratedNameMergesIntoTheAnonymousOne)
+{
+    uci_dirs d;
+    d.write("first", "config a\n\toption x 1\n");
+    ctx_ptr probe(d.context());
+    uci_package *p = nullptr;
+    ASSERT_EQ(uci_load(probe.get(), "first", &p), UCI_OK);
+    std::string generated = list_to_element(p->sections.next)->name;
+
+    d.write("merged", "config a\n\toption x 1\nconfig b '" + generated + "'\n\toption y 2\n");
+    ctx_ptr ctx(d.context());
+    uci_package *m = nullptr;
+    ASSERT_EQ(uci_load(ctx.get(), "merged", &m), UCI_OK);
+    std::string one = "merged." + generated;
+    EXPECT_STREQ(opt(ctx.get(), (one + ".x").c_str()), "1");
+    EXPECT_STREQ(opt(ctx.get(), (one + ".y").c_str()), "2");
+    EXPECT_STREQ(opt(ctx.get(), "merged.@b[0].y"), "2");
+    EXPECT_EQ(export_of(ctx.get(), m), "\nconfig b\n\toption x '1'\n\toption y '2'\n\n");
+}
+
 TEST(UciFormat, BigChannelPackageRoundTrips)
 {
     std::string text;
