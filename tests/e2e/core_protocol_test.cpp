@@ -128,7 +128,7 @@ TEST(CoreStart, ClientToolPrintsTheResponse)
 {
     dsd_harness h;
     ASSERT_TRUE(h.start({})) << h.log();
-    std::string cmd = "DSD_ROOT='" + h.root + "' '" DSD_TOOLS_DIR "/dsdc' '" + kServed + "'";
+    std::string cmd = "DSD_ROOT='" + h.root + "' " + tool_command("dsdc") + " '" + kServed + "'";
     FILE *p = popen(cmd.c_str(), "r");
     ASSERT_NE(p, nullptr);
     char buf[256] = {0};
@@ -137,7 +137,7 @@ TEST(CoreStart, ClientToolPrintsTheResponse)
     // The handler's partial response object, with the code added last.
     EXPECT_EQ(std::string(buf, n), "{ \"no_such_module\": { }, \"error_code\": -40106 }\n");
 
-    std::string down = "'" DSD_TOOLS_DIR "/dsdc' -s '" + h.root + "/none.sock' '{}' 2>/dev/null";
+    std::string down = tool_command("dsdc") + " -s '" + h.root + "/none.sock' '{}' 2>/dev/null";
     EXPECT_NE(system(down.c_str()), 0);
 }
 

@@ -106,7 +106,7 @@ bool bus_harness::start(const std::string &scenario_json)
         for (auto &a : args)
             argv.push_back(a.data());
         argv.push_back(nullptr);
-        execv(argv[0], argv.data());
+        execvp(argv[0], argv.data());
         _exit(127);
     }
     if (pid < 0)

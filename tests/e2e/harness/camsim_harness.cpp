@@ -43,7 +43,7 @@ bool camsim_harness::start(const std::vector<std::string> &flags)
         for (auto &a : args)
             argv.push_back(a.data());
         argv.push_back(nullptr);
-        execv(argv[0], argv.data());
+        execvp(argv[0], argv.data());
         _exit(127);
     }
     for (int waited = 0; pid > 0 && waited < 10000 * harness_slowdown(); waited += 10) {

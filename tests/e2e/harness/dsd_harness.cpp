@@ -75,6 +75,12 @@ int harness_slowdown(void)
     return w && *w ? 10 : 1;
 }
 
+std::string tool_command(const std::string &name)
+{
+    const char *w = getenv("DSD_EXEC_WRAPPER");
+    return std::string(w ? w : "") + " '" + DSD_TOOLS_DIR + "/" + name + "'";
+}
+
 dsd_harness::dsd_harness()
 {
     char tmpl[] = "/tmp/dsd-e2e-XXXXXX";
@@ -107,9 +113,8 @@ bool dsd_harness::make_config(int channels) const
     std::string tool = std::string(DSD_TOOLS_DIR) + "/mkconfig";
     if (access(tool.c_str(), X_OK) != 0)
         return false;
-    std::string wrap = getenv("DSD_EXEC_WRAPPER") ? getenv("DSD_EXEC_WRAPPER") : "";
-    return run_quiet(wrap + " " + tool + " " + root + "/etc/config " + std::to_string(channels) +
-                     " >/dev/null");
+    return run_quiet(tool_command("mkconfig") + " " + root + "/etc/config " +
+                     std::to_string(channels) + " >/dev/null");
 }
 
 std::string dsd_harness::path(const std::string &rel) const
@@ -147,7 +152,7 @@ bool dsd_harness::start(const std::vector<std::string> &args)
         for (auto &a : argv)
             cargv.push_back(a.data());
         cargv.push_back(nullptr);
-        execv(cargv[0], cargv.data());
+        execvp(cargv[0], cargv.data());
         _exit(127);
     }
     for (int waited = 0; waited < 20000 * harness_slowdown(); waited += 10) {
@@ -156,8 +161,12 @@ bool dsd_harness::start(const std::vector<std::string> &args)
             close(fd); // an empty connection: the daemon answers it -40101 and moves on
             return true;
         }
-        if (!running())
+        // A child that died (a failed exec too) is a zombie kill() still sees.
+        int status = 0;
+        if (waitpid(pid, &status, WNOHANG) == pid) {
+            pid = -1;
             return false;
+        }
         sleep_ms(10);
     }
     return false;

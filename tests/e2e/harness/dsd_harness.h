@@ -59,3 +59,6 @@ std::string tlv_header(uint32_t type, uint32_t len);
 int error_code_of(const std::string &response);
 // Multiplier for time-outs when tests run under an emulator or sanitizer.
 int harness_slowdown(void);
+// A shell command line that runs a tool of this build, quoted, through
+// DSD_EXEC_WRAPPER when set (cross-built tools cannot be exec'd directly).
+std::string tool_command(const std::string &name);
