@@ -72,9 +72,9 @@ int hb_load_scenario(hb_state *st)
 
 static bool object_present(hb_state *st, const char *name)
 {
-    json_object *spec = member(member(st->scenario, "objects"), name);
-    if (spec)
-        return !flag(spec, "absent");
+    json_object *entry = member(member(st->scenario, "objects"), name);
+    if (entry)
+        return !flag(entry, "absent");
     for (const char *const *b = kBuiltinObjects; *b; b++) {
         if (!strcmp(*b, name))
             return true;
@@ -132,13 +132,13 @@ static bool message_matches(json_object *want, json_object *msg)
     return true;
 }
 
-// The first of spec's "cases" whose "when" matches the message, else spec.
+// The first of the rule's "cases" whose "when" matches the message, else the rule.
 // *tag names the choice for the sequence counters.
-static json_object *pick_case(json_object *spec, json_object *msg, std::string *tag)
+static json_object *pick_case(json_object *rule, json_object *msg, std::string *tag)
 {
-    json_object *cases = member(spec, "cases");
+    json_object *cases = member(rule, "cases");
     if (!cases || !json_object_is_type(cases, json_type_array))
-        return spec;
+        return rule;
     for (size_t i = 0; i < json_object_array_length(cases); i++) {
         json_object *c = json_object_array_get_idx(cases, i);
         if (message_matches(member(c, "when"), msg)) {
@@ -146,28 +146,28 @@ static json_object *pick_case(json_object *spec, json_object *msg, std::string *
             return c;
         }
     }
-    return spec;
+    return rule;
 }
 
-// The step for this call: method spec, object default, scenario default, or
+// The step for this call: the method's rule, object default, scenario default, or
 // {"reply": {}}; "cases" choose by message; a "sequence" advances one element
 // per call and then repeats its last. A new reference. Caller holds st->mu.
 static json_object *pick_step(hb_state *st, const std::string &object, const char *method,
                               json_object *msg)
 {
     json_object *obj = member(member(st->scenario, "objects"), object.c_str());
-    json_object *spec = member(member(obj, "methods"), method);
-    if (!spec)
-        spec = member(obj, "default");
-    if (!spec)
-        spec = member(st->scenario, "default");
-    if (!spec)
+    json_object *rule = member(member(obj, "methods"), method);
+    if (!rule)
+        rule = member(obj, "default");
+    if (!rule)
+        rule = member(st->scenario, "default");
+    if (!rule)
         return json_tokener_parse("{\"reply\":{}}");
     std::string tag;
-    spec = pick_case(spec, msg, &tag);
-    json_object *seq = member(spec, "sequence");
+    rule = pick_case(rule, msg, &tag);
+    json_object *seq = member(rule, "sequence");
     if (!seq || !json_object_is_type(seq, json_type_array) || json_object_array_length(seq) == 0)
-        return json_object_get(spec);
+        return json_object_get(rule);
     size_t turn = st->turns[object + "/" + method + tag]++;
     size_t n = json_object_array_length(seq);
     return json_object_get(json_object_array_get_idx(seq, turn < n ? turn : n - 1));
