@@ -9,9 +9,14 @@
 #include "modules/system/backup.h"
 #include "platform/trace.h"
 
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    set_trace_level(3); // silent
+    return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    set_trace_level(3);
     std::string text(reinterpret_cast<const char *>(data), size);
     std::vector<std::pair<std::string, std::string>> files;
     if (backup_split(text, &files)) {

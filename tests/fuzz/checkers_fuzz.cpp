@@ -123,9 +123,14 @@ static void check_address_rules(const std::string &text)
         abort();
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
     set_trace_level(3); // silent: the checkers trace every refusal
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
     std::string in(reinterpret_cast<const char *>(data), size);
     std::string text = in.substr(0, in.find('\0'));
     const char *t = text.c_str();
