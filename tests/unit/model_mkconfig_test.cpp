@@ -11,24 +11,18 @@
 
 #include "model/registry.h"
 #include "model_test_util.h"
+#include "../e2e/harness/exec_wrapper.h"
 #include "platform/uci_access.h"
 
 namespace {
 
 model_scratch_root scratch;
 
-// Cross-built tools run through the emulator the test run names.
-std::string mkconfig_command()
-{
-    const char *w = getenv("DSD_EXEC_WRAPPER");
-    return std::string(w ? w : "") + " '" DSD_TOOLS_DIR "/mkconfig'";
-}
-
 TEST(Mkconfig, EveryRegisteredNamedSectionIsStored)
 {
     std::string tool = std::string(DSD_TOOLS_DIR) + "/mkconfig";
     ASSERT_EQ(access(tool.c_str(), X_OK), 0) << "build the mkconfig target first";
-    std::string cmd = mkconfig_command() + " '" + scratch.root + "/etc/config' 128 >/dev/null";
+    std::string cmd = tool_command("mkconfig") + " '" + scratch.root + "/etc/config' 128 >/dev/null";
     ASSERT_EQ(system(cmd.c_str()), 0);
     EXPECT_NE(scratch.read("basic_info").find("option chan_amount '128'"), std::string::npos);
     EXPECT_NE(scratch.read("system").find("config system 'sys'"), std::string::npos);
@@ -65,11 +59,11 @@ TEST(Mkconfig, EveryRegisteredNamedSectionIsStored)
 
 TEST(Mkconfig, RefusesBadChannelCounts)
 {
-    std::string tool = mkconfig_command() + " '" + scratch.root + "/x' ";
+    std::string tool = tool_command("mkconfig") + " '" + scratch.root + "/x' ";
     EXPECT_NE(system((tool + "0 2>/dev/null").c_str()), 0);
     EXPECT_NE(system((tool + "129 2>/dev/null").c_str()), 0);
     EXPECT_NE(system((tool + "12x 2>/dev/null").c_str()), 0);
-    EXPECT_NE(system((mkconfig_command() + " 2>/dev/null").c_str()), 0);
+    EXPECT_NE(system((tool_command("mkconfig") + " 2>/dev/null").c_str()), 0);
 }
 
 } // namespace

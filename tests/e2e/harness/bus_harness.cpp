@@ -1,4 +1,5 @@
 #include "bus_harness.h"
+#include "exec_wrapper.h"
 
 #include <json-c/json.h>
 #include <signal.h>
@@ -13,7 +14,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -22,13 +22,6 @@ namespace {
 void bus_sleep_ms(int ms)
 {
     std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-}
-
-// Emulated or sanitized runs are slower; mirrors dsd_harness's rule.
-int bus_slowdown(void)
-{
-    const char *w = getenv("DSD_EXEC_WRAPPER");
-    return w && *w ? 10 : 1;
 }
 
 bool socket_accepts(const std::string &path)
@@ -94,11 +87,7 @@ bool bus_harness::start(const std::string &scenario_json)
         FILE *f = freopen(out.c_str(), "a", stdout);
         if (f)
             dup2(fileno(stdout), STDERR_FILENO);
-        // Cross-built runs start the tools through the emulator as well.
-        std::vector<std::string> args;
-        std::istringstream wrapper(getenv("DSD_EXEC_WRAPPER") ? getenv("DSD_EXEC_WRAPPER") : "");
-        for (std::string w; wrapper >> w;)
-            args.push_back(w);
+        std::vector<std::string> args = exec_wrapper_words();
         for (const std::string &a : {bin, std::string("--root"), root, std::string("--scenario"),
                                      scenario_path(), std::string("--log"), log_path()})
             args.push_back(a);
@@ -111,7 +100,7 @@ bool bus_harness::start(const std::string &scenario_json)
     }
     if (pid < 0)
         return false;
-    for (int waited = 0; waited < 10000 * bus_slowdown(); waited += 10) {
+    for (int waited = 0; waited < 10000 * harness_slowdown(); waited += 10) {
         if (socket_accepts(socket_path()))
             return true;
         int status = 0;
@@ -179,7 +168,7 @@ int bus_harness::wait_calls(const std::string &object, const std::string &method
                             int timeout_ms) const
 {
     int seen = 0;
-    for (int waited = 0; waited <= timeout_ms * bus_slowdown(); waited += 10) {
+    for (int waited = 0; waited <= timeout_ms * harness_slowdown(); waited += 10) {
         seen = (int)calls_to(object, method).size();
         if (seen >= n)
             return seen;
@@ -203,7 +192,7 @@ std::string bus_harness::install_cli() const
     const char *wrapper = getenv("DSD_EXEC_WRAPPER");
     if (wrapper && *wrapper) {
         // An emulated binary cannot be exec'd by name: a script runs it.
-        std::ofstream(link) << "#!/bin/sh\nexec " << wrapper << " '" << bin << "' \"$@\"\n";
+        std::ofstream(link) << "#!/bin/sh\nexec " << tool_command("hostbus") << " \"$@\"\n";
         return chmod(link.c_str(), 0755) == 0 ? dir : "";
     }
     if (symlink(bin.c_str(), link.c_str()) != 0)

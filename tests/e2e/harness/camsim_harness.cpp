@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <sstream>
 #include <thread>
 
 #include "harness/dsd_harness.h"
@@ -29,10 +28,7 @@ camsim_harness::~camsim_harness()
 
 bool camsim_harness::start(const std::vector<std::string> &flags)
 {
-    std::vector<std::string> args;
-    std::istringstream wrapper(getenv("DSD_EXEC_WRAPPER") ? getenv("DSD_EXEC_WRAPPER") : "");
-    for (std::string w; wrapper >> w;)
-        args.push_back(w);
+    std::vector<std::string> args = exec_wrapper_words();
     args.push_back(std::string(DSD_TOOLS_DIR) + "/camsim");
     for (const char *a : {"--port-file", "--store", "--log"})
         args.push_back(a), args.push_back(dir + (std::string(a) == "--port-file" ? "/port" : a == std::string("--store") ? "/image" : "/requests"));

@@ -21,16 +21,6 @@
 
 namespace {
 
-std::vector<std::string> split_words(const char *s)
-{
-    std::vector<std::string> out;
-    std::istringstream in(s ? s : "");
-    std::string w;
-    while (in >> w)
-        out.push_back(w);
-    return out;
-}
-
 bool run_quiet(const std::string &cmd)
 {
     return system(cmd.c_str()) == 0;
@@ -68,18 +58,6 @@ void write_stand_ins(const std::string &root)
 }
 
 } // namespace
-
-int harness_slowdown(void)
-{
-    const char *w = getenv("DSD_EXEC_WRAPPER");
-    return w && *w ? 10 : 1;
-}
-
-std::string tool_command(const std::string &name)
-{
-    const char *w = getenv("DSD_EXEC_WRAPPER");
-    return std::string(w ? w : "") + " '" + DSD_TOOLS_DIR + "/" + name + "'";
-}
 
 dsd_harness::dsd_harness()
 {
@@ -134,7 +112,7 @@ bool dsd_harness::running() const
 
 bool dsd_harness::start(const std::vector<std::string> &args)
 {
-    std::vector<std::string> argv = split_words(getenv("DSD_EXEC_WRAPPER"));
+    std::vector<std::string> argv = exec_wrapper_words();
     argv.push_back(DSD_BIN);
     argv.insert(argv.end(), args.begin(), args.end());
     std::string log_path = root + "/dsd.log";

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "client/dsd_client.h"
+#include "harness/exec_wrapper.h"
 
 struct dsd_harness {
     std::string root; // temporary directory standing in for "/"
@@ -57,8 +58,3 @@ std::string tlv(uint32_t type, const std::string &value);
 std::string tlv_header(uint32_t type, uint32_t len);
 // The integer "error_code" of a response text, or a sentinel (1) when absent.
 int error_code_of(const std::string &response);
-// Multiplier for time-outs when tests run under an emulator or sanitizer.
-int harness_slowdown(void);
-// A shell command line that runs a tool of this build, quoted, through
-// DSD_EXEC_WRAPPER when set (cross-built tools cannot be exec'd directly).
-std::string tool_command(const std::string &name);
