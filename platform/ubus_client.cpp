@@ -8,6 +8,7 @@
 #include <json-c/json.h>
 #include <pthread.h>
 #include <sys/prctl.h>
+#include <unistd.h>
 
 #include <climits>
 #include <cstdint>
@@ -49,11 +50,15 @@ using conn_ptr = std::unique_ptr<ubus_context, conn_free>;
 } // namespace
 
 // A new bus connection on "/var/run/ubus.sock" (under DSD_ROOT), owned by the
-// caller (ubus_free_connection), or null with a trace. Any thread.
+// caller (ubus_free_connection), or null with a trace. When nothing exists at
+// that path the library's own default socket is used: current OpenWrt
+// releases run ubusd on "/var/run/ubus/ubus.sock" and keep no link at the
+// old place. Any thread.
 ubus_context *ubus_create_connection(void)
 {
     std::string path = dsd_path("/var/run/ubus.sock");
-    ubus_context *conn = ubus_connect(path.c_str());
+    bool present = access(path.c_str(), F_OK) == 0;
+    ubus_context *conn = ubus_connect(present ? path.c_str() : nullptr);
     if (!conn)
         DS_ERR("connect ubus error.");
     return conn;

@@ -15,7 +15,8 @@ struct ubus_req {
     int32_t timeout;      // seconds; below 1 means 30 (updated in place)
 };
 
-// Connects to the bus socket ("/var/run/ubus.sock" under DSD_ROOT). Null on failure.
+// Connects to the bus socket ("/var/run/ubus.sock" under DSD_ROOT, or the
+// library's default socket when that path does not exist). Null on failure.
 ubus_context *ubus_create_connection(void);
 void ubus_free_connection(ubus_context *conn);
 // 0 and *reply (new reference, may be null when nothing came back), or -1.

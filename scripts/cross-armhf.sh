@@ -49,7 +49,7 @@ build() {
   export PKG_CONFIG_PATH=
   mkdir -p "$OUT"
   cmake -S "$ROOT" -B "$OUT" -DCMAKE_TOOLCHAIN_FILE="$ROOT/cmake/armhf-toolchain.cmake" \
-        -DDSD_ARMHF_SYSROOT="$SYSROOT" -DCMAKE_BUILD_TYPE=MinSizeRel -DDSD_BUILD_BENCH=OFF \
+        -DDSD_ARMHF_SYSROOT="$SYSROOT" -DCMAKE_BUILD_TYPE=MinSizeRel -DDSD_BUILD_BENCH=OFF -DDSD_WERROR=ON \
         >"$OUT.configure.log" 2>&1 || { cat "$OUT.configure.log"; exit 1; }
   grep 'dsd: platform libraries' "$OUT.configure.log" || true
   cmake --build "$OUT" -j"$JOBS"

@@ -1,21 +1,38 @@
 #!/usr/bin/env bash
 # Builds dsd and starts it on this machine against a sample configuration
 # root, beside the host bus with its simulated peer daemons, then shows one
-# request answered. dsd and the bus keep running; stop them with
-#   kill $(cat "$DSD_ROOT"/run.pids)
+# request answered and how to go on. dsd and the bus keep running until
+# `scripts/run-host.sh stop [root-dir]`.
 # Usage: scripts/run-host.sh [root-dir] [channels]
+#        scripts/run-host.sh stop [root-dir]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 SRC=$PWD
-export DSD_ROOT=${1:-$SRC/build/host-root}
-CHANNELS=${2:-16}
 BUILD=$SRC/build/native
 
+# Stops what an earlier start recorded in <root>/run.pids; quiet when nothing runs.
+stop_all() {
+  local pids=$1/run.pids
+  [ -f "$pids" ] || return 0
+  kill $(cat "$pids") 2>/dev/null || true
+  rm -f "$pids"
+}
+
+if [ "${1:-}" = stop ]; then
+  root=${2:-$SRC/build/host-root}
+  stop_all "$root"
+  echo "stopped dsd and the host bus of $root"
+  exit 0
+fi
+
+export DSD_ROOT=${1:-$SRC/build/host-root}
+CHANNELS=${2:-16}
+
 [ -n "${DSD_SKIP_INSTALL:-}" ] || scripts/install-deps.sh
-cmake -S "$SRC" -B "$BUILD" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake -S "$SRC" -B "$BUILD" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DDSD_WERROR=ON >/dev/null
 cmake --build "$BUILD" -j"$(nproc)"
 
-if [ -f "$DSD_ROOT/run.pids" ]; then kill $(cat "$DSD_ROOT/run.pids") 2>/dev/null || true; fi
+stop_all "$DSD_ROOT"
 mkdir -p "$DSD_ROOT"/{etc/config,tmp,var/run,var/log,usr/bin}
 touch "$DSD_ROOT/usr/bin/dsd"   # the shared-memory key is made from this file
 if [ -x "$BUILD/tools/mkconfig" ]; then
@@ -38,6 +55,17 @@ for _ in $(seq 100); do
   [ -S "$DSD_ROOT/tmp/dsd_server.sock" ] && break
   sleep 0.05
 done
+DSDC="DSD_ROOT=$DSD_ROOT $BUILD/tools/dsdc"
 echo "dsd running with DSD_ROOT=$DSD_ROOT (log: $DSD_ROOT/dsd.log)"
-echo '> {"method":"get","video":{"name":["chn1_main","chn2_minor"]}}'
-"$BUILD/tools/dsdc" -s "$DSD_ROOT/tmp/dsd_server.sock" '{"method":"get","video":{"name":["chn1_main","chn2_minor"]}}'
+echo "\$ $DSDC get video chn1_main chn2_minor"
+"$BUILD/tools/dsdc" get video chn1_main chn2_minor || true
+cat <<MSG
+
+Talk to it (dsdc finds the socket through DSD_ROOT; '$BUILD/tools/dsdc --help' lists all):
+  $DSDC get video chn1_main
+  $DSDC set video.chn1_main.bitrate=2048
+  $DSDC do diagnose start '{"ip":"127.0.0.1"}'
+  $DSDC '{"method":"get","video":{"name":"chn1_main"}}'
+Stop dsd and the host bus:
+  scripts/run-host.sh stop${1:+ $DSD_ROOT}
+MSG

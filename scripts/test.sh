@@ -19,7 +19,7 @@ banner() { printf '\n==== %s ====\n' "$*"; }
 configure_build() {  # dir, extra cmake args...
   local dir=$1; shift
   mkdir -p "$(dirname "$dir")"
-  cmake -S "$ROOT" -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >"$dir.configure.log" 2>&1 \
+  cmake -S "$ROOT" -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DDSD_WERROR=ON "$@" >"$dir.configure.log" 2>&1 \
     || { cat "$dir.configure.log"; return 1; }
   grep 'dsd: platform libraries' "$dir.configure.log" || true
   cmake --build "$dir" -j"$JOBS"

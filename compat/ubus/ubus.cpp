@@ -158,12 +158,13 @@ static int frame_status(json_object *frame)
     return json_object_get_int(s);
 }
 
-// Connects to the broker at path (default "/var/run/ubus.sock"); the caller
+// Connects to the broker at path (default "/var/run/ubus/ubus.sock", libubus's
+// UBUS_UNIX_SOCKET of current OpenWrt releases); the caller
 // owns the context (ubus_free). NULL when nothing listens there.
 extern "C" struct ubus_context *ubus_connect(const char *path)
 {
     if (!path)
-        path = "/var/run/ubus.sock";
+        path = "/var/run/ubus/ubus.sock";
     struct sockaddr_un sun;
     memset(&sun, 0, sizeof sun);
     sun.sun_family = AF_UNIX;

@@ -50,7 +50,7 @@ struct ubus_request {
     void *priv;
 };
 
-// Connects to the bus socket at path (NULL: "/var/run/ubus.sock"). NULL on failure.
+// Connects to the bus socket at path (NULL: "/var/run/ubus/ubus.sock"). NULL on failure.
 struct ubus_context *ubus_connect(const char *path);
 // Closes and frees ctx. NULL is ignored.
 void ubus_free(struct ubus_context *ctx);
