@@ -63,8 +63,8 @@ cat <<MSG
 
 Talk to it (dsdc finds the socket through DSD_ROOT; '$BUILD/tools/dsdc --help' lists all):
   $DSDC get video chn1_main
-  $DSDC set video.chn1_main.bitrate=2048
-  $DSDC do diagnose start '{"ip":"127.0.0.1"}'
+  $DSDC set motion_detection.chn1_motion_det.enabled=on
+  $DSDC do motion_detection chn_get_md_regions '{"channel":1}'
   $DSDC '{"method":"get","video":{"name":"chn1_main"}}'
 Stop dsd and the host bus:
   scripts/run-host.sh stop${1:+ $DSD_ROOT}

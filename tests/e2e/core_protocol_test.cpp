@@ -124,21 +124,4 @@ TEST(CoreStart, StaleSocketFileIsReplaced)
     EXPECT_GE(h.wait_log("SIGCHLD capture."), 1);
 }
 
-TEST(CoreStart, ClientToolPrintsTheResponse)
-{
-    dsd_harness h;
-    ASSERT_TRUE(h.start({})) << h.log();
-    std::string cmd = "DSD_ROOT='" + h.root + "' " + tool_command("dsdc") + " '" + kServed + "'";
-    FILE *p = popen(cmd.c_str(), "r");
-    ASSERT_NE(p, nullptr);
-    char buf[256] = {0};
-    size_t n = fread(buf, 1, sizeof(buf) - 1, p);
-    EXPECT_EQ(pclose(p), 0);
-    // The handler's partial response object, with the code added last.
-    EXPECT_EQ(std::string(buf, n), "{ \"no_such_module\": { }, \"error_code\": -40106 }\n");
-
-    std::string down = tool_command("dsdc") + " -s '" + h.root + "/none.sock' '{}' 2>/dev/null";
-    EXPECT_NE(system(down.c_str()), 0);
-}
-
 } // namespace

@@ -1,0 +1,179 @@
+// dsdc against a running dsd: each uci-like command sends the request its
+// words describe, the exit status follows "error_code", and the model that
+// `dsdc schema` prints is the one the set pipeline enforces.
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include "harness/bus_harness.h"
+#include "harness/dsd_harness.h"
+
+namespace {
+
+struct json_put {
+    void operator()(json_object *o) const { json_object_put(o); }
+};
+using json_ptr = std::unique_ptr<json_object, json_put>;
+
+struct run_result {
+    int status = -1;  // exit status
+    std::string out, err;
+};
+
+class ToolDsdc : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(d.make_config(2));
+        ASSERT_TRUE(bus.start());
+        ASSERT_TRUE(d.start()) << d.log();
+    }
+    // Runs dsdc with the words (shell-quoted by the caller) on this root.
+    run_result dsdc(const std::string &words) const
+    {
+        std::string err_file = d.path("/dsdc.err");
+        std::string cmd = "DSD_ROOT='" + d.root + "' " + tool_command("dsdc") + " " + words +
+                          " 2>'" + err_file + "'";
+        run_result r;
+        FILE *p = popen(cmd.c_str(), "r");
+        if (!p)
+            return r;
+        char buf[4096];
+        for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;)
+            r.out.append(buf, n);
+        int st = pclose(p);
+        r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+        std::ifstream in(err_file);
+        std::stringstream ss;
+        ss << in.rdbuf();
+        r.err = ss.str();
+        return r;
+    }
+    // The request dsd logged (its -d trace), as sent.
+    bool received(const std::string &request) const
+    {
+        return d.wait_log("Request: " + request + ".", 1, 5000 * harness_slowdown()) >= 1;
+    }
+    dsd_harness d;
+    bus_harness bus{d.root};
+};
+
+json_object *at(json_object *o, const char *key)
+{
+    json_object *v = nullptr;
+    return json_object_object_get_ex(o, key, &v) ? v : nullptr;
+}
+
+TEST_F(ToolDsdc, CommandsSendTheirRequestAndExitByErrorCode)
+{
+    struct {
+        const char *words, *request;
+        int status;
+    } cases[] = {
+        {"get system sys", R"({"method":"get","system":{"name":"sys"}})", 0},
+        {"get system sys --type nosuch", R"({"method":"get","system":{"name":"sys","table":"nosuch"}})", 1},
+        {"set system.sys.debug_mode=2 system.sys.dsd_trace=1",
+         R"({"method":"set","system":{"sys":{"debug_mode":"2","dsd_trace":"1"}}})", 0},
+        {"set system.sys.debug_mode=9", R"({"method":"set","system":{"sys":{"debug_mode":"9"}}})", 1},
+        {"add user_management guest guest_7 username=bob authority=2",
+         R"({"method":"add","user_management":{"table":"guest","name":"guest_7","para":{"username":"bob","authority":"2"}}})",
+         0},
+        {"delete user_management guest_7", R"({"method":"delete","user_management":{"name":"guest_7"}})", 0},
+        {"delete user_management guest_7", R"({"method":"delete","user_management":{"name":"guest_7"}})", 1},
+        {"do nosuch start '{\"a\":[1]}'", R"({"method":"do","nosuch":{"start":{"a":[1]}}})", 1},
+        {"'{\"method\":\"get\",\"system\":{\"name\":[\"sys\"]}}'", R"({"method":"get","system":{"name":["sys"]}})", 0},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.words);
+        run_result r = dsdc(c.words);
+        EXPECT_EQ(r.status, c.status) << r.out << r.err;
+        EXPECT_TRUE(received(c.request));
+        json_ptr res(json_tokener_parse(r.out.c_str()));
+        ASSERT_NE(res, nullptr) << r.out;
+        json_object *code = at(res.get(), "error_code");
+        ASSERT_TRUE(code && json_object_is_type(code, json_type_int)) << r.out;
+        // Not a terminal: one line; a failure names its code and meaning.
+        EXPECT_EQ(r.out.find('\n'), r.out.size() - 1) << r.out;
+        if (c.status == 0)
+            EXPECT_EQ(json_object_get_int(code), 0);
+        else
+            EXPECT_NE(r.err.find("error_code " + std::to_string(json_object_get_int(code)) + ": "),
+                      std::string::npos) << r.err;
+    }
+    json_ptr got(json_tokener_parse(dsdc("get system sys").out.c_str()));
+    json_object *level = at(at(at(got.get(), "system"), "sys"), "debug_mode");
+    ASSERT_TRUE(level && json_object_is_type(level, json_type_string));
+    EXPECT_STREQ(json_object_get_string(level), "2");
+    std::string pretty = dsdc("--pretty get system sys").out;
+    EXPECT_GT(std::count(pretty.begin(), pretty.end(), '\n'), 3) << pretty;
+}
+
+TEST_F(ToolDsdc, BadWordsAndNoDaemonHaveTheirOwnStatus)
+{
+    EXPECT_EQ(dsdc("frobnicate").status, 2);
+    EXPECT_EQ(dsdc("set system.sys=1").status, 2);
+    EXPECT_EQ(dsdc("do system").status, 2);
+    EXPECT_EQ(dsdc("do system x 'not json'").status, 2);
+    run_result help = dsdc("--help");
+    EXPECT_EQ(help.status, 0);
+    for (const char *word : {"get ", "set ", "add ", "delete ", "do ", "schema ", "codes ", "--type"})
+        EXPECT_NE(help.out.find(word), std::string::npos) << word;
+    EXPECT_EQ(dsdc("-s '" + d.root + "/none.sock' get system sys").status, 3);
+}
+
+// For each checked option of a few modules: a value just outside the range
+// (or outside the enum list) is refused with the code the schema names, and
+// the boundary values are accepted. A few options per module keep it short.
+TEST_F(ToolDsdc, SchemaRowsAreWhatTheSetPipelineEnforces)
+{
+    int probed = 0;
+    enum { PER_MODULE = 4 };
+    for (const char *module : {"system", "user_management", "motion_detection"}) {
+        run_result r = dsdc(std::string("schema ") + module);
+        ASSERT_EQ(r.status, 0) << r.err;
+        json_ptr schema(json_tokener_parse(r.out.c_str()));
+        json_object *mod = json_object_array_get_idx(at(schema.get(), "modules"), 0);
+        ASSERT_NE(mod, nullptr) << r.out;
+        json_object *secs = at(mod, "sections");
+        int in_module = 0;
+        for (size_t i = 0; i < json_object_array_length(secs) && in_module < PER_MODULE; ++i) {
+            json_object *sec = json_object_array_get_idx(secs, i);
+            char name[64];
+            snprintf(name, sizeof name, json_object_get_string(at(sec, "name")), 1, 1);
+            json_object *opts = at(sec, "options");
+            for (size_t j = 0; j < json_object_array_length(opts) && in_module < PER_MODULE; ++j) {
+                json_object *o = json_object_array_get_idx(opts, j);
+                std::string key = std::string(module) + "." + name + "." +
+                                  json_object_get_string(at(o, "name"));
+                int code = json_object_get_int(at(o, "code"));
+                json_object *range = at(o, "range"), *list = at(o, "enum");
+                SCOPED_TRACE(key);
+                if (range && json_object_get_int64(json_object_array_get_idx(range, 1)) < INT_MAX) {
+                    int64_t lo = json_object_get_int64(json_object_array_get_idx(range, 0));
+                    int64_t hi = json_object_get_int64(json_object_array_get_idx(range, 1));
+                    EXPECT_EQ(error_code_of(dsdc("--compact set " + key + "=" + std::to_string(hi + 1)).out), code);
+                    EXPECT_EQ(error_code_of(dsdc("--compact set " + key + "=" + std::to_string(lo - 1)).out), code);
+                    EXPECT_EQ(dsdc("set " + key + "=" + std::to_string(lo)).status, 0);
+                    EXPECT_EQ(dsdc("set " + key + "=" + std::to_string(hi)).status, 0);
+                    ++probed, ++in_module;
+                } else if (list && code != 0) {
+                    EXPECT_EQ(error_code_of(dsdc("set " + key + "=no-such-value").out), code);
+                    std::string first = json_object_get_string(json_object_array_get_idx(list, 0));
+                    EXPECT_EQ(dsdc("set " + key + "=" + first).status, 0);
+                    ++probed, ++in_module;
+                }
+            }
+        }
+    }
+    EXPECT_GE(probed, 8);
+}
+
+} // namespace
