@@ -17,7 +17,7 @@ bool split_sections(int argc, char **argv, section_words *out, std::string *erro
 {
     for (int i = 0; i < argc; ++i) {
         const char *w = argv[i];
-        if (strcmp(w, "--type") == 0 || strcmp(w, "-T") == 0) {
+        if (strcmp(w, "--type") == 0) {
             if (i + 1 >= argc) {
                 *error = "--type needs a section type";
                 return false;
