@@ -97,6 +97,18 @@ void det_mask_set(char mask[DS_MAX_CHANNELS + 1], int channel)
         mask[channel - 1] = '1';
 }
 
+namespace {
+
+// The restart failures are traced under the member's own notifier name
+// where the member has one (tamper).
+void restart_failed(const det_member *m, const char *fmt)
+{
+    if (!strcmp(m->module, "tamper_detection"))
+        DS_TRACE_AS("set_tamper_detection_info", TRACE_ERROR, fmt, m->restart_method);
+}
+
+} // namespace
+
 int det_notify(ds_context *ctx, const det_member *m, const char *mask)
 {
     conn_holder bus;
@@ -111,8 +123,15 @@ int det_notify(ds_context *ctx, const det_member *m, const char *mask)
     char msg[DS_MAX_CHANNELS + 32];
     snprintf(msg, sizeof msg, "{\"channel\": \"%s\"}", mask);
     ubus_req restart{.object = "chm_event_detect", .method = m->restart_method, .message = msg, .timeout = 0};
-    if (ubus_call(bus.conn, &restart, &reply.obj) != 0)
+    if (ubus_call(bus.conn, &restart, &reply.obj) != 0) {
+        restart_failed(m, "ubus call chm_event_detect %s fail");
         return ERR_BUS;
+    }
+    // The kept reply goes to the client, whose numbers are text.
+    if (reply.obj && jso_foreach_modify_int_to_string(reply.obj) != 0) {
+        DS_TRACE_AS("det_notify", TRACE_ERROR, "number_to_string error");
+        restart_failed(m, "ubus call chm_event_detect.%s result is wrong");
+    }
     if (reply.obj && ctx) {
         json_object_put(ctx->res_obj);
         ctx->res_obj = reply.obj;
