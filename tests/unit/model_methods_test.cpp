@@ -250,12 +250,6 @@ TEST_F(Methods, SetRefusals)
     EXPECT_EQ(stored("fixture", "chn1_cam", "enabled"), "off");
 }
 
-TEST_F(Methods, SetOfChannelModuleIsVisibleToReaders)
-{
-    ASSERT_EQ(run(DS_METHOD_SET, R"({"chfix":{"chn2_cam":{"enabled":"off"}}})"), 0);
-    EXPECT_EQ(stored("chfix", "chn2_cam", "enabled"), "off");
-}
-
 TEST_F(Methods, AddChecksNameRoomAndOptions)
 {
     ASSERT_EQ(run(DS_METHOD_ADD,
