@@ -360,20 +360,3 @@ TEST_F(BusCall, FireAndForgetCallsGoThroughTheCommandLineTool)
     EXPECT_GE(threads_before, thread_count());
 }
 
-TEST_F(BusCall, ScenarioCasesChooseByMessage)
-{
-    start(R"({"objects":{"peer":{"methods":{"m":{
-        "reply":{"who":"any"},
-        "cases":[{"when":{"chn":2},"sequence":[{"reply":{"who":"two-a"}},{"reply":{"who":"two-b"}}]},
-                 {"when":{"chn":3,"tag":"x"},"status":5}]}}}}})");
-    std::string reply;
-    EXPECT_EQ(0, call("peer", "m", R"({"chn":1})", &reply));
-    EXPECT_EQ(R"({"who":"any"})", reply);
-    EXPECT_EQ(0, call("peer", "m", R"({"chn":2,"more":1})", &reply));
-    EXPECT_EQ(R"({"who":"two-a"})", reply);
-    EXPECT_EQ(0, call("peer", "m", R"({"chn":2})", &reply));
-    EXPECT_EQ(R"({"who":"two-b"})", reply);
-    EXPECT_EQ(0, call("peer", "m", R"({"chn":3})", &reply));
-    EXPECT_EQ(R"({"who":"any"})", reply);
-    EXPECT_EQ(-1, call("peer", "m", R"({"chn":3,"tag":"x"})", &reply));
-}
