@@ -50,25 +50,6 @@ TEST_F(CoreProtocol, NegativeOrShortRequestLengths)
     EXPECT_GE(d.wait_log("Socket read TLV value failed. read_len : 0, len : 14"), 1);
 }
 
-TEST_F(CoreProtocol, InfoRecordChecks)
-{
-    // Sent second, the info record decides the outcome.
-    for (const char *bad : {R"({"group": 1, "client": 3})", R"({"user": "a", "client": 3})",
-                            R"({"user": "a", "group": "1", "client": 3})", R"({"user": "a", "group": 1})",
-                            R"({"user": 1, "group": 1, "client": 3})", "[1]", "{"}) {
-        EXPECT_EQ(error_code_of(d.raw(tlv(2, kServed) + tlv(1, bad))), -40101) << bad;
-    }
-    EXPECT_EQ(error_code_of(d.raw(tlv(2, kServed) + tlv(1, info_json(1, 3, "%4")))), -40102);
-    EXPECT_GE(d.wait_log("Lack of user field."), 2);
-    EXPECT_GE(d.wait_log("Lack of group field."), 2);
-    EXPECT_GE(d.wait_log("Lack of client field."), 1);
-    EXPECT_GE(d.wait_log("Transform json request info to object failed."), 1);
-    // Out-of-range identity is replaced, not refused.
-    EXPECT_EQ(error_code_of(d.raw(tlv(1, info_json(9, 99)) + tlv(2, kServed))), kServedCode);
-    EXPECT_EQ(d.wait_log("Unknown user group."), 1);
-    EXPECT_EQ(d.wait_log("Unknown client."), 1);
-}
-
 TEST_F(CoreProtocol, TracesNameTheirSteps)
 {
     d.raw(tlv(1, info_json(1, 8)) + tlv(2, R"({"method": "GET"})"));
