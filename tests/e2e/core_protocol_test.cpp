@@ -2,6 +2,8 @@
 // lengths, identity checks, start-up over a stale socket, and the client CLI.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -97,6 +99,18 @@ TEST(CoreStart, StaleSocketFileIsReplaced)
     EXPECT_EQ(error_code_of(h.request(kServed)), kServedCode);
     EXPECT_GE(h.wait_log("SIGPIPE ignore."), 1);
     EXPECT_GE(h.wait_log("SIGCHLD capture."), 1);
+}
+
+// A start-up step that fails ends the process, reported under its entry's name.
+TEST(CoreStart, FailedStartIsTracedUnderMain)
+{
+    dsd_harness h;
+    ASSERT_EQ(0, mkdir(h.socket_path().c_str(), 0755)); // nothing can be bound there
+    EXPECT_FALSE(h.start());
+    std::string log = h.log();
+    size_t at = log.find("Init Unix domain socket failed.");
+    ASSERT_NE(std::string::npos, at);
+    EXPECT_NE(std::string::npos, log.substr(log.rfind('\n', at) + 1, at).find("main(")) << log;
 }
 
 TEST(CoreStart, ClientToolPrintsTheResponse)
