@@ -18,25 +18,9 @@ extern "C" {
 #include <libubus.h>
 }
 
-// The unit targets do not link the end-to-end harness library; the broker
-// control code is compiled in here instead.
-#include "../e2e/harness/bus_harness.cpp"
+#include "bus_test_root.h"
 
 namespace {
-
-// dsd_path reads DSD_ROOT once per process, so every test shares one root.
-const std::string &test_root()
-{
-    static const std::string root = [] {
-        char tmpl[] = "/tmp/dsd-busunit-XXXXXX";
-        std::string r = mkdtemp(tmpl);
-        setenv("DSD_ROOT", r.c_str(), 1);
-        set_trace_level(1);
-        atexit([] { std::system(("rm -rf " + std::string(getenv("DSD_ROOT"))).c_str()); });
-        return r;
-    }();
-    return root;
-}
 
 struct reply_holder {
     json_object *obj = nullptr;

@@ -13,23 +13,9 @@
 #include "model/registry.h"
 #include "platform/trace.h"
 
-// The unit targets do not link the end-to-end harness library.
-#include "../e2e/harness/bus_harness.cpp"
+#include "bus_test_root.h"
 
 namespace {
-
-const std::string &test_root()
-{
-    static const std::string root = [] {
-        char tmpl[] = "/tmp/dsd-busdo-XXXXXX";
-        std::string r = mkdtemp(tmpl);
-        setenv("DSD_ROOT", r.c_str(), 1);
-        set_trace_level(1);
-        atexit([] { std::system(("rm -rf " + std::string(getenv("DSD_ROOT"))).c_str()); });
-        return r;
-    }();
-    return root;
-}
 
 // What the test handlers saw, in call order. Tests run one at a time.
 std::vector<std::string> g_seen;
