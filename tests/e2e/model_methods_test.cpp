@@ -106,13 +106,6 @@ TEST_F(ModelE2E, DeleteByNameReachesTheFile)
     EXPECT_EQ(pkg("record_control"), before);
 }
 
-TEST_F(ModelE2E, DeleteOfChannelModuleIsSeenByTheNextGet)
-{
-    EXPECT_EQ(code(R"({"method":"delete","image":{"name":["chn3_day","chn3_night"]}})"), 0);
-    EXPECT_EQ(code(R"({"method":"get","image":{"name":"chn3_day"}})"), -40101);
-    EXPECT_EQ(code(R"({"method":"get","image":{"name":"chn4_day"}})"), 0);
-}
-
 TEST_F(ModelE2E, ConcurrentDeletesAcrossChannelsAllLand)
 {
     // Six clients, each deleting its own channels' sections of one package,

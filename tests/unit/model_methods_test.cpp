@@ -282,25 +282,6 @@ TEST_F(Methods, AddChecksNameRoomAndOptions)
     EXPECT_EQ(section_exist(ctx.uci_ctx, "fixture", "zone_2"), 1);
 }
 
-TEST_F(Methods, DeleteByTypeAndName)
-{
-    EXPECT_EQ(run(DS_METHOD_DELETE, R"({"fixture":{"table":"zone"}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40205);
-    EXPECT_EQ(run(DS_METHOD_DELETE, R"({"fixture":{"name":"rule_9"}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40205);
-    EXPECT_EQ(run(DS_METHOD_DELETE, R"({"fixture":{"names":"rule_1"}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40210);
-    EXPECT_EQ(run(DS_METHOD_DELETE, R"({"fixture":{"name":["rule_1",2]}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40210);
-    EXPECT_EQ(section_exist(ctx.uci_ctx, "fixture", "rule_1"), 1);
-    ASSERT_EQ(run(DS_METHOD_DELETE, R"({"fixture":{"name":"chn2_cam"}})"), 0);
-    EXPECT_EQ(section_exist(ctx.uci_ctx, "fixture", "chn2_cam"), 0);
-    ASSERT_EQ(run(DS_METHOD_DELETE, R"({"fixture":{"table":["rule"]}})"), 0);
-    EXPECT_EQ(srv_calls, 1);
-    EXPECT_EQ(get_sec_type_num(ctx.uci_ctx, "fixture", "rule"), 0);
-    EXPECT_EQ(section_exist(ctx.uci_ctx, "fixture", "chn1_cam"), 1);
-}
-
 TEST_F(Methods, UnsupportedMethodCode)
 {
     EXPECT_EQ(run(DS_METHOD_DO, R"({"fixture":{"chn1_cam":{"enabled":"on"}}})"), -1);
