@@ -59,33 +59,37 @@ void set_threshold(int argc, char **argv)
     }
 }
 
+// Start-up failures are reported under the name of the process entry,
+// whichever helper found them.
+#define START_FAIL(msg) DS_TRACE_AS("main", TRACE_ERROR, msg)
+
 // Runs steps 5 to 12; returns when a step fails or the accept loop ends.
 void serve(ds_model_root **root, thd_pool **pool)
 {
     if (signal_init() != 0) {
-        DS_ERR("Signal handler init failed.");
+        START_FAIL("Signal handler init failed.");
         return;
     }
     if (!(*root = model_init())) {
-        DS_ERR("Init ds model failed.");
+        START_FAIL("Init ds model failed.");
         return;
     }
     if (model_register(*root) != 0) {
-        DS_ERR("Register ds model failed.");
+        START_FAIL("Register ds model failed.");
         return;
     }
     if (!context_init()) {
-        DS_ERR("Init context failed.");
+        START_FAIL("Init context failed.");
         return;
     }
     if (!(*pool = thd_pool_init(WORKERS))) {
-        DS_ERR("Init thread pool failed.");
+        START_FAIL("Init thread pool failed.");
         return;
     }
     dsd_shm_init();
     int fd = unix_socket_init();
     if (fd < 0) {
-        DS_ERR("Init Unix domain socket failed.");
+        START_FAIL("Init Unix domain socket failed.");
         return;
     }
     socket_accept_loop(fd, *pool);

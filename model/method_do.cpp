@@ -127,15 +127,19 @@ static json_object *forward_message(int32_t channel, json_object *content)
     return msg.release();
 }
 
-// The camera's answer: reply "result"[0]."command" parsed and URL-decoded; null when absent.
-static json_object *forward_answer(json_object *reply)
+// The camera's answer: reply "result"[0]."command" parsed and URL-decoded;
+// null when absent or not JSON. *answered tells whether the command string
+// was there at all: a camera that answered with text still answered.
+static json_object *forward_answer(json_object *reply, bool *answered)
 {
+    *answered = false;
     json_object *result = jso_obj_get(reply, "result");
     if (!jso_is_array(result) || json_object_array_length(result) == 0)
         return nullptr;
     const char *text = jso_obj_get_string_origin(json_object_array_get_idx(result, 0), "command");
     if (!text)
         return nullptr;
+    *answered = true;
     jso_ptr content(jso_from_string(text));
     if (!content) {
         DS_ERR("Parse command of channel answer failed.");
@@ -185,8 +189,9 @@ static int forward_call(ds_context *ctx, int32_t channel, json_object *content)
         ctx->error_code = -40101;
         return -1;
     }
-    json_object *answer = forward_answer(reply.get());
-    ctx->error_code = answer ? 0 : -40108;
+    bool answered = false;
+    json_object *answer = forward_answer(reply.get(), &answered);
+    ctx->error_code = answered ? 0 : -40108;
     if (answer)
         jso_obj_add(ctx->res_obj, "content", answer);
     jso_obj_add_int(ctx->res_obj, "channel", channel);

@@ -190,21 +190,53 @@ int jso_obj_url_coding(json_object *obj, int mode)
 }
 
 
+namespace {
+
+// The decimal text of an integer exactly as parsed: json-c keeps values
+// wider than 32 bits, and the text must not clamp them.
+json_object *int_text(json_object *v)
+{
+    return json_object_new_string(json_object_to_json_string_ext(v, JSON_C_TO_STRING_PLAIN));
+}
+
+void ints_to_text(json_object *v);
+
+void array_ints_to_text(json_object *arr)
+{
+    size_t n = json_object_array_length(arr);
+    for (size_t i = 0; i < n; i++) {
+        json_object *e = json_object_array_get_idx(arr, i);
+        if (jso_is_int(e))
+            json_object_array_put_idx(arr, i, int_text(e));
+        else
+            ints_to_text(e);
+    }
+}
+
+// Objects and arrays at any depth: device lists and per-camera results are
+// nested, and their numbers are text for the clients too.
+void ints_to_text(json_object *v)
+{
+    if (jso_is_array(v)) {
+        array_ints_to_text(v);
+        return;
+    }
+    if (!jso_is_obj(v))
+        return;
+    json_object_object_foreach(v, key, val) {
+        if (jso_is_int(val))
+            json_object_object_add(v, key, int_text(val));
+        else
+            ints_to_text(val);
+    }
+}
+
+} // namespace
+
 int jso_foreach_modify_int_to_string(json_object *obj)
 {
     if (!jso_is_obj(obj))
         return -1;
-    json_object_object_foreach(obj, key, val) {
-        if (jso_is_int(val)) {
-            json_object_object_add(obj, key, json_object_new_string(std::to_string(json_object_get_int(val)).c_str()));
-        } else if (jso_is_array(val)) {
-            size_t n = json_object_array_length(val);
-            for (size_t i = 0; i < n; i++) {
-                json_object *e = json_object_array_get_idx(val, i);
-                if (jso_is_int(e))
-                    json_object_array_put_idx(val, i, json_object_new_string(std::to_string(json_object_get_int(e)).c_str()));
-            }
-        }
-    }
+    ints_to_text(obj);
     return 0;
 }

@@ -51,6 +51,7 @@ int jso_obj_url_coding(json_object *obj, int mode);
 bool jso_url_encode(const char *in, std::string *out);
 bool jso_url_decode(const char *in, std::string *out);
 
-// Turns every integer member of obj (and integer elements of its arrays) into
-// its decimal string in place. 0, or -1 when obj is not an object.
+// Turns every integer of obj, at any depth of objects and arrays, into its
+// decimal string in place (values wider than 32 bits keep every digit).
+// 0, or -1 when obj is not an object.
 int jso_foreach_modify_int_to_string(json_object *obj);

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "core/context.h"
+#include "model/checkers.h"
 #include "model/registry.h"
 #include "modules/chm/chm.h"
 #include "modules/modules.h"
@@ -74,6 +75,70 @@ const chm_forward *forward_of(const char *keyword)
     return nullptr;
 }
 
+// Which request fields a forwarded keyword carries and must check first.
+enum : unsigned { FIELD_NAME = 1, FIELD_USER = 2 };
+
+struct chm_field_rule {
+    const char *keyword;
+    unsigned fields;
+};
+
+const chm_field_rule kFieldRules[] = {
+    {"chm_edit_dev", FIELD_NAME | FIELD_USER},
+    {"chm_mod_dev_passwd", FIELD_USER},
+    {"chm_password_reset", FIELD_USER},
+    {"chm_set_factory_dev_password", FIELD_USER},
+    {nullptr, 0},
+};
+
+unsigned fields_of(const char *keyword)
+{
+    for (const chm_field_rule *r = kFieldRules; r->keyword; r++) {
+        if (!strcmp(r->keyword, keyword))
+            return r->fields;
+    }
+    return 0;
+}
+
+// One device's fields: "name" where the keyword carries one, "username"
+// and "uuid" wherever they are sent. 0 or the field's code.
+int32_t check_device_fields(const char *keyword, unsigned fields, json_object *dev)
+{
+    json_object *user = jso_obj_get(dev, "username");
+    json_object *uuid = jso_obj_get(dev, "uuid");
+    if ((fields & FIELD_NAME) && !chm_check_name(jso_obj_get_string_origin(dev, "name"))) {
+        DS_TRACE_AS(keyword, TRACE_ERROR, "Invalid name.");
+        return -71522;
+    }
+    if ((fields & FIELD_USER) && user && !chm_check_len(jso_get_string_origin(user), 1, 32)) {
+        DS_TRACE_AS(keyword, TRACE_ERROR, "Invalid username.");
+        return -71509;
+    }
+    if (uuid && !chm_check_len(jso_get_string_origin(uuid), 1, 32)) {
+        DS_TRACE_AS(keyword, TRACE_ERROR, "Invalid uuid.");
+        return -71520;
+    }
+    return 0;
+}
+
+// The request object itself and each entry of its "device_list".
+int32_t check_fields(const char *keyword, json_object *arg)
+{
+    if (!arg)
+        return 0;
+    unsigned fields = fields_of(keyword);
+    json_object *list = jso_obj_get(arg, "device_list");
+    if (!jso_is_array(list))
+        return check_device_fields(keyword, fields, arg);
+    for (size_t i = 0; i < json_object_array_length(list); i++) {
+        json_object *dev = json_object_array_get_idx(list, i);
+        int32_t rc = jso_is_obj(dev) ? check_device_fields(keyword, fields, dev) : -70107;
+        if (rc != 0)
+            return rc;
+    }
+    return 0;
+}
+
 // The object request to the table's method; the answer (status mapped,
 // numbers as text) becomes the response.
 int forward(ds_context *ctx, const char *keyword, json_object *arg)
@@ -83,6 +148,9 @@ int forward(ds_context *ctx, const char *keyword, json_object *arg)
         DS_TRACE_AS(keyword, TRACE_ERROR, "Invalid params.");
         return -70107;
     }
+    int32_t field_rc = check_fields(keyword, arg);
+    if (field_rc != 0)
+        return field_rc;
     ubus_context *conn = ubus_create_connection();
     if (!conn) {
         DS_TRACE_AS(keyword, TRACE_ERROR, "ubus connection error.");
@@ -99,8 +167,8 @@ int forward(ds_context *ctx, const char *keyword, json_object *arg)
         ctx->res_obj = jso_new_obj();
         rc = -70102;
     } else {
-        // Peers other than the device manager answer without a status.
-        rc = jso_obj_get(ctx->res_obj, "error_code") ? map_status(ctx->res_obj) : 0;
+        // A reply without a status is not an answer the client can trust.
+        rc = map_status(ctx->res_obj);
         json_object_object_del(ctx->res_obj, "error_code");
         jso_foreach_modify_int_to_string(ctx->res_obj);
     }
@@ -255,18 +323,34 @@ ds_module chm_module = {
     .ch = 0,
 };
 
+constexpr ds_len_range kUserLen{1, 32};
+constexpr ds_len_range kPasswordLen{5, 32};
+
+// The camera's stored credentials; the other options of a channel belong to
+// the device manager, which writes them itself.
+constexpr ds_opt channel_opts[] = {
+    {.name = "username", .checker = check_string_type, .arg = &kUserLen, .err_code = -71509},
+    {.name = "password", .checker = check_string_type, .arg = &kPasswordLen, .err_code = -71501},
+    {.name = nullptr, .checker = nullptr, .arg = nullptr, .err_code = 0},
+};
+
+// Rows for every channel and stream slot the device manager may fill,
+// whatever the configured amount: it keeps all 128 channel sections and 64
+// URL sections in the package.
 int build_rows(void)
 {
     if (chm_module.sections)
         return 0;
-    int count = model_channel_amount();
-    size_t cap = 2 * static_cast<size_t>(count) + 64 + 1;
+    enum { URL_SLOTS = 64 };
+    size_t cap = 2 * DS_MAX_CHANNELS + URL_SLOTS + 1;
     auto *table = static_cast<ds_sec *>(calloc(cap, sizeof(ds_sec)));
     size_t pos = 0;
     const char *per_channel[] = {"chn%d_channel", "chn%d_video_recover"};
+    const ds_opt *per_channel_opts[] = {channel_opts, nullptr};
     const char *urls[] = {"rtsp_url_%d"};
-    if (!table || model_fill_channel_rows(table, cap, &pos, per_channel, nullptr, 2, count) != 0 ||
-        model_fill_channel_rows(table, cap, &pos, urls, nullptr, 1, 64) != 0) {
+    if (!table ||
+        model_fill_channel_rows(table, cap, &pos, per_channel, per_channel_opts, 2, DS_MAX_CHANNELS) != 0 ||
+        model_fill_channel_rows(table, cap, &pos, urls, nullptr, 1, URL_SLOTS) != 0) {
         free(table);
         return -1;
     }

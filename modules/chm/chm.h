@@ -2,6 +2,7 @@
 // manager, checked first, and its answers translated.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 struct ds_context;
@@ -16,6 +17,10 @@ bool chm_check_prot(const char *v);
 bool chm_check_port(const char *v);
 bool chm_check_ci(const char *v);
 bool chm_check_id(const char *v);
+// Text present with lo <= strlen <= hi.
+bool chm_check_len(const char *v, size_t lo, size_t hi);
+// A device name: present, at most 64 bytes.
+bool chm_check_name(const char *v);
 
 // Keyword handlers with a shape of their own.
 int do_chm_add_dev(ds_context *ctx, json_object *arg);

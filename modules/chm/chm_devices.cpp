@@ -32,11 +32,6 @@ struct bus {
     ~bus() { ubus_free_connection(conn); }
 };
 
-bool len_in(const char *v, size_t lo, size_t hi)
-{
-    return v && strlen(v) >= lo && strlen(v) <= hi;
-}
-
 // One camera's fields, in the order the device manager's errors are reported.
 int32_t check_camera(json_object *cam)
 {
@@ -54,7 +49,7 @@ int32_t check_camera(json_object *cam)
         DS_TRACE_AS("do_chm_add_dev", TRACE_ERROR, "Invalid port.");
         return -71508;
     }
-    if (!len_in(jso_obj_get_string_origin(cam, "username"), 1, 32)) {
+    if (!chm_check_len(jso_obj_get_string_origin(cam, "username"), 1, 32)) {
         DS_TRACE_AS("do_chm_add_dev", TRACE_ERROR, "Invalid username.");
         return -71509;
     }
@@ -62,7 +57,7 @@ int32_t check_camera(json_object *cam)
         DS_TRACE_AS("do_chm_add_dev", TRACE_ERROR, "Invalid ciphertext.");
         return -71519;
     }
-    if (!len_in(jso_obj_get_string_origin(cam, "uuid"), 1, 32)) {
+    if (!chm_check_len(jso_obj_get_string_origin(cam, "uuid"), 1, 32)) {
         DS_TRACE_AS("do_chm_add_dev", TRACE_ERROR, "Invalid uuid.");
         return -71520;
     }
@@ -121,15 +116,20 @@ int call_quiet(ubus_context *conn, const char *object, const char *method, const
     return rc;
 }
 
-// What a freed channel goes back to: balanced preview bandwidth, no
-// recording events, a plain (not fisheye) lens.
-int release_channel(ds_context *ctx, ubus_context *conn, int id)
+// A freed channel's preview bandwidth goes back to balanced.
+int release_strategy(ds_context *ctx, ubus_context *conn, int id)
 {
     if (call_quiet(conn, "preview", "strategy_set", "{\"chn_num\": " + std::to_string(id) + "}") != 0)
         return -1;
     char sec[32];
     snprintf(sec, sizeof sec, "chn%d_info", id);
     set_opt_value(ctx->uci_ctx, "preview", sec, "strategy", "balance");
+    return 0;
+}
+
+// A freed channel has no recording events left.
+int release_events(ubus_context *conn, int id)
+{
     for (int type : {3, 4}) {
         std::string msg = "{\"chn\": " + std::to_string(id - 1) + ", \"type\": " + std::to_string(type) +
                           ", \"status\": 0}";
@@ -240,9 +240,19 @@ bool chm_check_port(const char *v)
     return port >= 1 && port <= 65535;
 }
 
+bool chm_check_len(const char *v, size_t lo, size_t hi)
+{
+    return v && strlen(v) >= lo && strlen(v) <= hi;
+}
+
+bool chm_check_name(const char *v)
+{
+    return chm_check_len(v, 0, 64);
+}
+
 bool chm_check_ci(const char *v)
 {
-    return v && (!strcmp(v, "null") || len_in(v, 120, 240));
+    return v && (!strcmp(v, "null") || chm_check_len(v, 120, 240));
 }
 
 bool chm_check_id(const char *v)
@@ -314,13 +324,22 @@ int do_chm_del_dev(ds_context *ctx, json_object *arg)
     ctx->res_obj = reply ? reply : jso_new_obj();
     if (rc != 0)
         return rc;
+    // Every channel's bandwidth first, then every channel's events, then
+    // the lenses: the peers expect the phases in this order.
     for (int id : ids) {
-        if (release_channel(ctx, b.conn, id) != 0) {
-            DS_ERR("release channel %d failed.", id);
+        if (release_strategy(ctx, b.conn, id) != 0) {
+            DS_ERR("ubus call preview strategy_set failed, chn %d.", id);
             break;
         }
-        reset_fisheye(ctx, id);
     }
+    for (int id : ids) {
+        if (release_events(b.conn, id) != 0) {
+            DS_ERR("ubus call record event_change failed, chn %d.", id);
+            break;
+        }
+    }
+    for (int id : ids)
+        reset_fisheye(ctx, id);
     commit_package(ctx->uci_ctx, "preview");
     return 0;
 }
@@ -473,14 +492,24 @@ void split_rtsp_credentials(json_object *cam, const char *key)
         jso_obj_add_string(cam, "password", pass);
 }
 
-bool name_ok(json_object *cam)
+// The name and, where sent, the credentials and uuid of one RTSP camera.
+int32_t check_rtsp_camera(const char *keyword, json_object *cam)
 {
-    const char *name = jso_obj_get_string_origin(cam, "name");
-    if (!name || strlen(name) > 64) {
-        DS_TRACE_AS("do_chm_add_dev_list_zuma", TRACE_ERROR, "Invalid name.");
-        return false;
+    if (!chm_check_name(jso_obj_get_string_origin(cam, "name"))) {
+        DS_TRACE_AS(keyword, TRACE_ERROR, "Invalid name.");
+        return -71522;
     }
-    return true;
+    json_object *user = jso_obj_get(cam, "username");
+    if (user && !chm_check_len(jso_get_string_origin(user), 1, 32)) {
+        DS_TRACE_AS(keyword, TRACE_ERROR, "Invalid username.");
+        return -71509;
+    }
+    json_object *uuid = jso_obj_get(cam, "uuid");
+    if (uuid && !chm_check_len(jso_get_string_origin(uuid), 1, 32)) {
+        DS_TRACE_AS(keyword, TRACE_ERROR, "Invalid uuid.");
+        return -71520;
+    }
+    return 0;
 }
 
 // Sends one device-manager method a {"device_list": cams} message and
@@ -520,8 +549,9 @@ int rtsp_cameras(ds_context *ctx, json_object *arg, const char *method)
         json_object *cam = json_object_array_get_idx(cams, i);
         if (!cam || !jso_is_obj(cam))
             return ERR_REQUEST;
-        if (!name_ok(cam))
-            return -71522;
+        int32_t rc = check_rtsp_camera(method, cam);
+        if (rc != 0)
+            return rc;
         split_rtsp_credentials(cam, "rtsp_url_main");
         split_rtsp_credentials(cam, "rtsp_url_sub");
     }

@@ -19,14 +19,13 @@
 namespace {
 
 const char kPackage[] = "alarm_input_output";
-const char *const kContactTypes[] = {"NO", "NC", nullptr};
-constexpr ds_len_range kNameLen{0, 63};
+constexpr ds_len_range kNameLen{0, 64};
 constexpr ds_int_range kDelayRange{0, 600};
 
 constexpr ds_opt input_opts[] = {
     det_on_off("enabled", -73701),
     ds_opt{.name = "alarm_name", .checker = check_string_type, .arg = &kNameLen, .err_code = -73702},
-    ds_opt{.name = "alarm_type", .checker = check_enum_type, .arg = kContactTypes, .err_code = -73703},
+    ds_opt{.name = "alarm_type", .checker = check_enum_type, .arg = ds_enum_on_off, .err_code = -73703},
     det_end(),
 };
 constexpr ds_opt input_notif_opts[] = {
@@ -113,7 +112,7 @@ int set_default_alarm_input(ds_context *ctx, json_object *arg)
                                  {"alarm_output_union", "[]"},   {nullptr, nullptr}};
     for (int n = first; n <= last; n++) {
         std::string name = "Alarm In " + std::to_string(n);
-        const det_default input[] = {{"alarm_name", name.c_str()}, {"alarm_type", "NO"}, {nullptr, nullptr}};
+        const det_default input[] = {{"alarm_name", name.c_str()}, {"alarm_type", "off"}, {nullptr, nullptr}};
         if (write_all(ctx, port_name("alarm%d_input_set", n), input) != 0 ||
             write_all(ctx, port_name("alarm%d_input_notif_list", n), notif) != 0)
             return -40101;

@@ -36,10 +36,12 @@ struct json_holder {
     ~json_holder() { json_object_put(obj); }
 };
 
+// The channel is passed twice for the patterns that number a per-channel
+// section by its channel again ("chn%d_group_info_black_%d").
 std::string section_name(const char *fmt, int channel)
 {
     char buf[32];
-    snprintf(buf, sizeof buf, fmt, channel);
+    snprintf(buf, sizeof buf, fmt, channel, channel);
     return buf;
 }
 
@@ -52,13 +54,21 @@ int light_sound_value(const char *v)
     return -1;
 }
 
-} // namespace
+// The notification section of the channel that `name` is, or null.
+const char *notif_fmt_of(const det_member *m, const char *name, int channel)
+{
+    if (section_name(m->notif_fmt, channel) == name)
+        return m->notif_fmt;
+    if (m->notif_extra_fmt && section_name(m->notif_extra_fmt, channel) == name)
+        return m->notif_extra_fmt;
+    return nullptr;
+}
 
 // Reads the stored switches of one notification section and tells the
 // event-detection service. 0 or -10000.
-int det_tell_switches(ds_context *ctx, const det_member *m, int channel)
+int tell_section_switches(ds_context *ctx, const det_member *m, const char *fmt, int channel)
 {
-    std::string sec = section_name(m->notif_fmt, channel);
+    std::string sec = section_name(fmt, channel);
     const char *light = get_opt_value(ctx->uci_ctx, m->module, sec.c_str(), "light_alarm_enabled");
     std::string light_s = light ? light : "";
     const char *sound = get_opt_value(ctx->uci_ctx, m->module, sec.c_str(), "sound_alarm_enabled");
@@ -66,6 +76,13 @@ int det_tell_switches(ds_context *ctx, const det_member *m, int channel)
     DS_INFO("light_on_off:%s sound_on_off:%s\n", light_s.c_str(), sound_s.c_str());
     return set_channel_alarm_list(channel - 1, light_sound_value(light_s.c_str()),
                                   light_sound_value(sound_s.c_str()), m->kind);
+}
+
+} // namespace
+
+int det_tell_switches(ds_context *ctx, const det_member *m, int channel)
+{
+    return tell_section_switches(ctx, m, m->notif_fmt, channel);
 }
 
 void det_mask_clear(char mask[DS_MAX_CHANNELS + 1])
@@ -79,6 +96,18 @@ void det_mask_set(char mask[DS_MAX_CHANNELS + 1], int channel)
     if (channel >= 1 && channel <= DS_MAX_CHANNELS)
         mask[channel - 1] = '1';
 }
+
+namespace {
+
+// The restart failures are traced under the member's own notifier name
+// where the member has one (tamper).
+void restart_failed(const det_member *m, const char *fmt)
+{
+    if (!strcmp(m->module, "tamper_detection"))
+        DS_TRACE_AS("set_tamper_detection_info", TRACE_ERROR, fmt, m->restart_method);
+}
+
+} // namespace
 
 int det_notify(ds_context *ctx, const det_member *m, const char *mask)
 {
@@ -94,8 +123,15 @@ int det_notify(ds_context *ctx, const det_member *m, const char *mask)
     char msg[DS_MAX_CHANNELS + 32];
     snprintf(msg, sizeof msg, "{\"channel\": \"%s\"}", mask);
     ubus_req restart{.object = "chm_event_detect", .method = m->restart_method, .message = msg, .timeout = 0};
-    if (ubus_call(bus.conn, &restart, &reply.obj) != 0)
+    if (ubus_call(bus.conn, &restart, &reply.obj) != 0) {
+        restart_failed(m, "ubus call chm_event_detect %s fail");
         return ERR_BUS;
+    }
+    // The kept reply goes to the client, whose numbers are text.
+    if (reply.obj && jso_foreach_modify_int_to_string(reply.obj) != 0) {
+        DS_TRACE_AS("det_notify", TRACE_ERROR, "number_to_string error");
+        restart_failed(m, "ubus call chm_event_detect.%s result is wrong");
+    }
     if (reply.obj && ctx) {
         json_object_put(ctx->res_obj);
         ctx->res_obj = reply.obj;
@@ -122,18 +158,21 @@ int det_build_rows(ds_module *mod, const det_member *m, ds_sec_cb_fn notif_cb)
 {
     if (mod->sections)
         return 0; // built by an earlier registration in this process
-    const char *patterns[] = {m->switch_fmt, m->notif_fmt, m->plan_fmt};
-    const ds_opt *options[] = {m->switch_opts, m->notif_opts, m->plan_opts};
+    const char *patterns[] = {m->switch_fmt, m->notif_fmt, m->plan_fmt, m->notif_extra_fmt};
+    const ds_opt *options[] = {m->switch_opts, m->notif_opts, m->plan_opts, m->notif_opts};
+    size_t per_channel = m->notif_extra_fmt ? 4 : 3;
     int count = model_channel_amount();
-    size_t cap = 3 * static_cast<size_t>(count) + 1;
+    size_t cap = per_channel * static_cast<size_t>(count) + 1;
     auto *table = static_cast<ds_sec *>(calloc(cap, sizeof(ds_sec)));
     size_t pos = 0;
-    if (!table || model_fill_channel_rows(table, cap, &pos, patterns, options, 3, count) != 0) {
+    if (!table || model_fill_channel_rows(table, cap, &pos, patterns, options, per_channel, count) != 0) {
         free(table);
         return -1;
     }
-    for (size_t i = 1; i < pos; i += 3)
-        table[i].srvcb = notif_cb; // the notification row of each channel
+    for (size_t i = 0; i < pos; i++) {
+        if (i % per_channel == 1 || i % per_channel == 3)
+            table[i].srvcb = notif_cb; // the notification rows of each channel
+    }
     mod->sections = table;
     return 0;
 }
@@ -158,9 +197,10 @@ int det_after_apply_notif_list(ds_context *ctx, const det_member *m)
         json_object_object_foreach(mod, name, sec) {
             (void)sec;
             int ch = 0;
-            if (sscanf(name, "chn%d", &ch) != 1 || section_name(m->notif_fmt, ch) != name)
+            const char *fmt = sscanf(name, "chn%d", &ch) == 1 ? notif_fmt_of(m, name, ch) : nullptr;
+            if (!fmt)
                 continue;
-            if (det_tell_switches(ctx, m, ch) != 0)
+            if (tell_section_switches(ctx, m, fmt, ch) != 0)
                 return ERR_ALARM_LIST;
         }
     }

@@ -26,6 +26,8 @@ struct det_member {
     const char *kind;            // event kind told to the channel manager
     const char *switch_fmt;      // "chn%d_motion_det"
     const char *notif_fmt;       // "chn%d_motion_notif_list"
+    const char *notif_extra_fmt; // a second notification section per channel,
+                                 // named with the channel twice; or null
     const char *plan_fmt;        // "chn%d_alarm_setting"
     const char *restart_method;  // of "chm_event_detect"
     const char *schedule_method; // of "chm_event_detect" after schedule writes, or null
@@ -62,9 +64,10 @@ int set_channel_alarm_list(int index, int light, int sound, const char *kind);
 // set_channel_alarm_list. 0 or -10000.
 int det_tell_switches(ds_context *ctx, const det_member *m, int channel);
 
-// Section builder: the three per-channel rows in order (switch,
-// notification, schedule) for the configured channel count, with `notif_cb`
-// as the notification rows' service callback. 0 or -1. Start-up only.
+// Section builder: the per-channel rows in order (switch, notification,
+// schedule, then the extra notification section where the member has one)
+// for the configured channel count, with `notif_cb` as the notification rows'
+// service callback. 0 or -1. Start-up only.
 int det_build_rows(ds_module *mod, const det_member *m, ds_sec_cb_fn notif_cb);
 
 // Keyword handlers and the service callback, parameterised by member.

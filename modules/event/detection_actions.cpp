@@ -319,8 +319,11 @@ bool channel_at_defaults(ds_context *ctx, const det_member *m, int ch)
         if (!at_defaults(ctx, m, region_name(ch, k), region_defaults(m->region)))
             return false;
     }
-    if (regions && section_exist(ctx->uci_ctx, m->module, region_name(ch, regions + 1).c_str()))
-        return false;
+    // Any extra region, also one after a gap, makes the reset needed.
+    for (int k = regions + 1; regions && k <= DET_MAX_REGIONS; k++) {
+        if (section_exist(ctx->uci_ctx, m->module, region_name(ch, k).c_str()))
+            return false;
+    }
     return at_defaults(ctx, m, name_of(m->switch_fmt, ch), m->switch_defaults) &&
            at_defaults(ctx, m, name_of(m->notif_fmt, ch), kNotifDefaults);
 }

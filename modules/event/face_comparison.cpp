@@ -22,6 +22,7 @@ const det_member member = {
     .kind = "face",
     .switch_fmt = "chn%d_face_comparison",
     .notif_fmt = "chn%d_group_info_white",
+    .notif_extra_fmt = "chn%d_group_info_black_%d",
     .plan_fmt = "chn%d_alarm_setting",
     .restart_method = "chm_face_comparison_restart",
     .schedule_method = nullptr,

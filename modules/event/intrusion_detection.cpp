@@ -29,6 +29,7 @@ const det_member member = {
     .kind = "intrusion",
     .switch_fmt = "chn%d_detection",
     .notif_fmt = "chn%d_notif_list",
+    .notif_extra_fmt = nullptr,
     .plan_fmt = "chn%d_alarm_setting",
     .restart_method = "chm_intrusion_detect_restart",
     .schedule_method = "chm_set_intrusion_detect_arming_schedule",

@@ -28,6 +28,7 @@ const det_member member = {
     .kind = "linecross",
     .switch_fmt = "chn%d_detection",
     .notif_fmt = "chn%d_notif_list",
+    .notif_extra_fmt = nullptr,
     .plan_fmt = "chn%d_alarm_setting",
     .restart_method = "chm_linecross_detect_restart",
     .schedule_method = "chm_set_linecross_detect_arming_schedule",

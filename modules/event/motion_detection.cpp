@@ -34,6 +34,7 @@ const det_member md = {
     .kind = "motion",
     .switch_fmt = "chn%d_motion_det",
     .notif_fmt = "chn%d_motion_notif_list",
+    .notif_extra_fmt = nullptr,
     .plan_fmt = "chn%d_alarm_setting",
     .restart_method = "chm_motion_detect_restart",
     .schedule_method = nullptr,

@@ -26,6 +26,7 @@ const det_member member = {
     .kind = "tamper",
     .switch_fmt = "chn%d_tamper_det",
     .notif_fmt = "chn%d_tamper_notif_list",
+    .notif_extra_fmt = nullptr,
     .plan_fmt = "chn%d_alarm_setting",
     .restart_method = "chm_tamper_detect_restart",
     .schedule_method = nullptr,

@@ -1,8 +1,12 @@
 // The modules whose behaviour is not modelled beyond their registration:
 // name, package, channel flag, and the per-channel (or per-port, per-disk)
-// section rows their constructors build at start-up. They carry no option
+// section rows their constructors build at start-up. Most carry no option
 // rows, so "set" drops every option sent to them (nothing unchecked is ever
 // written) while "get", "add" limits and "delete" work on their sections.
+// The few options other daemons depend on are checked on their per-channel
+// rows: the main-stream encoder limits ("chn%d_main"), the privacy-mask
+// rectangles ("chn%d_cover"), the GB28181 identities ("v_chn%d") and the
+// linked recording channels of the exception events.
 //
 // Counts: channel rows follow the configured channel amount; disk rows
 // ("harddisk_%d", "ud_%d", "md_%d") use the eight drive slots of the largest
@@ -10,7 +14,9 @@
 // most sixteen (the largest PoE switch fitted).
 #include <cstdlib>
 
+#include "model/checkers.h"
 #include "model/registry.h"
+#include "modules/event/plan_checkers.h"
 #include "modules/modules.h"
 #include "platform/trace.h"
 
@@ -35,11 +41,27 @@ int port_count(void)
 }
 
 // One family of rows: every pattern is instantiated for 1..count().
+// `options` has one entry per pattern (null: no options), or is null.
 struct row_group {
     const char *const *patterns;
     size_t npatterns;
     int (*count)(void);
+    const ds_opt *const *options;
 };
+
+constexpr ds_opt opt_end{.name = nullptr, .checker = nullptr, .arg = nullptr, .err_code = 0};
+
+constexpr ds_int_range grid_range{0, 10000};
+
+constexpr ds_opt grid_opt(const char *name)
+{
+    return ds_opt{.name = name, .checker = check_int_type, .arg = &grid_range, .err_code = -70202};
+}
+
+constexpr ds_opt any_opt(const char *name)
+{
+    return ds_opt{.name = name, .checker = check_any_type, .arg = nullptr, .err_code = 0};
+}
 
 // Frees a table built on the heap and the first `n` names in it.
 void free_rows(ds_sec *table, size_t n)
@@ -66,7 +88,7 @@ int register_with_rows(ds_module *mod, const row_group *groups)
         }
         size_t pos = 0;
         for (const row_group *g = groups; g->patterns; ++g) {
-            if (model_fill_channel_rows(table, cap, &pos, g->patterns, nullptr, g->npatterns,
+            if (model_fill_channel_rows(table, cap, &pos, g->patterns, g->options, g->npatterns,
                                         g->count()) != 0) {
                 free_rows(table, pos);
                 return -1;
@@ -129,9 +151,15 @@ const char *const cover_chn_patterns[] = {
     "chn%d_cover",
 };
 
+// A privacy mask is a rectangle on the 10000 grid.
+constexpr ds_opt cover_opts[] = {
+    grid_opt("x_coor"), grid_opt("y_coor"), grid_opt("width"), grid_opt("height"), opt_end,
+};
+const ds_opt *const cover_chn_options[] = {cover_opts};
+
 const row_group cover_rows[] = {
-    {.patterns = cover_chn_patterns, .npatterns = 1, .count = channel_count},
-    {.patterns = nullptr, .npatterns = 0, .count = nullptr},
+    {.patterns = cover_chn_patterns, .npatterns = 1, .count = channel_count, .options = cover_chn_options},
+    {.patterns = nullptr, .npatterns = 0, .count = nullptr, .options = nullptr},
 };
 
 
@@ -198,9 +226,22 @@ const char *const gb28181_chn_patterns[] = {
     "v_chn%d",
 };
 
+constexpr ds_len_range gb_id_len{18, 20};
+constexpr ds_len_range gb_domain_len{8, 10};
+// The identities the platform registers with; the other options are taken
+// as they come.
+constexpr ds_opt gb28181_opts[] = {
+    {.name = "device_id", .checker = check_string_type, .arg = &gb_id_len, .err_code = -73801},
+    {.name = "server_id", .checker = check_string_type, .arg = &gb_id_len, .err_code = -73801},
+    {.name = "server_domain", .checker = check_string_type, .arg = &gb_domain_len, .err_code = -73801},
+    any_opt("device_name"), any_opt("server_ip"), any_opt("auth_password"), any_opt("keep_alive_cycle"),
+    opt_end,
+};
+const ds_opt *const gb28181_chn_options[] = {gb28181_opts};
+
 const row_group gb28181_rows[] = {
-    {.patterns = gb28181_chn_patterns, .npatterns = 1, .count = channel_count},
-    {.patterns = nullptr, .npatterns = 0, .count = nullptr},
+    {.patterns = gb28181_chn_patterns, .npatterns = 1, .count = channel_count, .options = gb28181_chn_options},
+    {.patterns = nullptr, .npatterns = 0, .count = nullptr, .options = nullptr},
 };
 
 
@@ -227,9 +268,9 @@ const char *const harddisk_manage_disk_patterns[] = {
 };
 
 const row_group harddisk_manage_rows[] = {
-    {.patterns = harddisk_manage_chn_patterns, .npatterns = 2, .count = channel_count},
-    {.patterns = harddisk_manage_disk_patterns, .npatterns = 3, .count = disk_count},
-    {.patterns = nullptr, .npatterns = 0, .count = nullptr},
+    {.patterns = harddisk_manage_chn_patterns, .npatterns = 2, .count = channel_count, .options = nullptr},
+    {.patterns = harddisk_manage_disk_patterns, .npatterns = 3, .count = disk_count, .options = nullptr},
+    {.patterns = nullptr, .npatterns = 0, .count = nullptr, .options = nullptr},
 };
 
 
@@ -257,8 +298,8 @@ const char *const image_chn_patterns[] = {
 };
 
 const row_group image_rows[] = {
-    {.patterns = image_chn_patterns, .npatterns = 9, .count = channel_count},
-    {.patterns = nullptr, .npatterns = 0, .count = nullptr},
+    {.patterns = image_chn_patterns, .npatterns = 9, .count = channel_count, .options = nullptr},
+    {.patterns = nullptr, .npatterns = 0, .count = nullptr, .options = nullptr},
 };
 
 
@@ -278,8 +319,8 @@ const char *const image_capture_chn_patterns[] = {
 };
 
 const row_group image_capture_rows[] = {
-    {.patterns = image_capture_chn_patterns, .npatterns = 1, .count = channel_count},
-    {.patterns = nullptr, .npatterns = 0, .count = nullptr},
+    {.patterns = image_capture_chn_patterns, .npatterns = 1, .count = channel_count, .options = nullptr},
+    {.patterns = nullptr, .npatterns = 0, .count = nullptr, .options = nullptr},
 };
 
 
@@ -323,8 +364,8 @@ const char *const msg_push_chn_patterns[] = {
 };
 
 const row_group msg_push_rows[] = {
-    {.patterns = msg_push_chn_patterns, .npatterns = 1, .count = channel_count},
-    {.patterns = nullptr, .npatterns = 0, .count = nullptr},
+    {.patterns = msg_push_chn_patterns, .npatterns = 1, .count = channel_count, .options = nullptr},
+    {.patterns = nullptr, .npatterns = 0, .count = nullptr, .options = nullptr},
 };
 
 
@@ -376,8 +417,8 @@ const char *const osd_chn_patterns[] = {
 };
 
 const row_group osd_rows[] = {
-    {.patterns = osd_chn_patterns, .npatterns = 9, .count = channel_count},
-    {.patterns = nullptr, .npatterns = 0, .count = nullptr},
+    {.patterns = osd_chn_patterns, .npatterns = 9, .count = channel_count, .options = nullptr},
+    {.patterns = nullptr, .npatterns = 0, .count = nullptr, .options = nullptr},
 };
 
 
@@ -397,8 +438,8 @@ const char *const osd_capability_chn_patterns[] = {
 };
 
 const row_group osd_capability_rows[] = {
-    {.patterns = osd_capability_chn_patterns, .npatterns = 1, .count = channel_count},
-    {.patterns = nullptr, .npatterns = 0, .count = nullptr},
+    {.patterns = osd_capability_chn_patterns, .npatterns = 1, .count = channel_count, .options = nullptr},
+    {.patterns = nullptr, .npatterns = 0, .count = nullptr, .options = nullptr},
 };
 
 
@@ -490,8 +531,8 @@ const char *const record_control_chn_patterns[] = {
 };
 
 const row_group record_control_rows[] = {
-    {.patterns = record_control_chn_patterns, .npatterns = 1, .count = channel_count},
-    {.patterns = nullptr, .npatterns = 0, .count = nullptr},
+    {.patterns = record_control_chn_patterns, .npatterns = 1, .count = channel_count, .options = nullptr},
+    {.patterns = nullptr, .npatterns = 0, .count = nullptr, .options = nullptr},
 };
 
 
@@ -523,8 +564,8 @@ const char *const roi_chn_patterns[] = {
 };
 
 const row_group roi_rows[] = {
-    {.patterns = roi_chn_patterns, .npatterns = 1, .count = channel_count},
-    {.patterns = nullptr, .npatterns = 0, .count = nullptr},
+    {.patterns = roi_chn_patterns, .npatterns = 1, .count = channel_count, .options = nullptr},
+    {.patterns = nullptr, .npatterns = 0, .count = nullptr, .options = nullptr},
 };
 
 
@@ -568,8 +609,8 @@ const char *const system_auto_reboot_chn_patterns[] = {
 };
 
 const row_group system_auto_reboot_rows[] = {
-    {.patterns = system_auto_reboot_chn_patterns, .npatterns = 1, .count = channel_count},
-    {.patterns = nullptr, .npatterns = 0, .count = nullptr},
+    {.patterns = system_auto_reboot_chn_patterns, .npatterns = 1, .count = channel_count, .options = nullptr},
+    {.patterns = nullptr, .npatterns = 0, .count = nullptr, .options = nullptr},
 };
 
 
@@ -605,10 +646,20 @@ const char *const unusual_detection_port_patterns[] = {
     "port%d_power_overload",
 };
 
+// Every exception event links recording channels of this device.
+constexpr ds_opt unusual_opts[] = {
+    {.name = "record_union", .checker = unusual_check_record_union, .arg = nullptr, .err_code = -72207},
+    opt_end,
+};
+const ds_opt *const unusual_chn_options[] = {unusual_opts};
+const ds_opt *const unusual_port_options[] = {unusual_opts, unusual_opts};
+
 const row_group unusual_detection_rows[] = {
-    {.patterns = unusual_detection_chn_patterns, .npatterns = 1, .count = channel_count},
-    {.patterns = unusual_detection_port_patterns, .npatterns = 2, .count = port_count},
-    {.patterns = nullptr, .npatterns = 0, .count = nullptr},
+    {.patterns = unusual_detection_chn_patterns, .npatterns = 1, .count = channel_count,
+     .options = unusual_chn_options},
+    {.patterns = unusual_detection_port_patterns, .npatterns = 2, .count = port_count,
+     .options = unusual_port_options},
+    {.patterns = nullptr, .npatterns = 0, .count = nullptr, .options = nullptr},
 };
 
 
@@ -654,9 +705,19 @@ const char *const video_chn_patterns[] = {
     "chn%d_minor_video_capability",
 };
 
+constexpr ds_int_range main_bitrate_range{32, 8192};
+// Stored as 65536 + frames per second, 1..25.
+constexpr ds_int_range main_frame_rate_range{65537, 65561};
+constexpr ds_opt video_main_opts[] = {
+    {.name = "main_bitrate", .checker = check_int_type, .arg = &main_bitrate_range, .err_code = -71713},
+    {.name = "main_frame_rate", .checker = check_int_type, .arg = &main_frame_rate_range, .err_code = -71713},
+    opt_end,
+};
+const ds_opt *const video_chn_options[] = {video_main_opts, nullptr, nullptr, nullptr};
+
 const row_group video_rows[] = {
-    {.patterns = video_chn_patterns, .npatterns = 4, .count = channel_count},
-    {.patterns = nullptr, .npatterns = 0, .count = nullptr},
+    {.patterns = video_chn_patterns, .npatterns = 4, .count = channel_count, .options = video_chn_options},
+    {.patterns = nullptr, .npatterns = 0, .count = nullptr, .options = nullptr},
 };
 
 
@@ -676,8 +737,8 @@ const char *const zuma_msg_push_chn_patterns[] = {
 };
 
 const row_group zuma_msg_push_rows[] = {
-    {.patterns = zuma_msg_push_chn_patterns, .npatterns = 1, .count = channel_count},
-    {.patterns = nullptr, .npatterns = 0, .count = nullptr},
+    {.patterns = zuma_msg_push_chn_patterns, .npatterns = 1, .count = channel_count, .options = nullptr},
+    {.patterns = nullptr, .npatterns = 0, .count = nullptr, .options = nullptr},
 };
 
 
@@ -770,8 +831,8 @@ const char *const audio_capability_chn_patterns[] = {
 };
 
 const row_group audio_capability_rows[] = {
-    {.patterns = audio_capability_chn_patterns, .npatterns = 2, .count = channel_count},
-    {.patterns = nullptr, .npatterns = 0, .count = nullptr},
+    {.patterns = audio_capability_chn_patterns, .npatterns = 2, .count = channel_count, .options = nullptr},
+    {.patterns = nullptr, .npatterns = 0, .count = nullptr, .options = nullptr},
 };
 
 
@@ -792,8 +853,8 @@ const char *const audio_config_chn_patterns[] = {
 };
 
 const row_group audio_config_rows[] = {
-    {.patterns = audio_config_chn_patterns, .npatterns = 2, .count = channel_count},
-    {.patterns = nullptr, .npatterns = 0, .count = nullptr},
+    {.patterns = audio_config_chn_patterns, .npatterns = 2, .count = channel_count, .options = nullptr},
+    {.patterns = nullptr, .npatterns = 0, .count = nullptr, .options = nullptr},
 };
 
 

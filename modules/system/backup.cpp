@@ -413,6 +413,7 @@ int download_conf(ds_context *ctx, json_object *)
         ctx->res_obj = jso_new_obj();
     jso_obj_add_string(ctx->res_obj, "url", "/admin/system/download_conf");
     dsd_msglog_with_user(3, 22, nullptr, ctx->user);
+    dsd_sync(500); // the record is stored before the transfer starts
     return 0;
 }
 
@@ -424,6 +425,7 @@ int upload_conf(ds_context *ctx, json_object *)
         ctx->res_obj = jso_new_obj();
     jso_obj_add_string(ctx->res_obj, "url", "/admin/system/upload_conf");
     dsd_msglog_with_user(3, 23, nullptr, ctx->user);
+    dsd_sync(500); // the record is stored before the transfer starts
     return 0;
 }
 

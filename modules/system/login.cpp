@@ -235,6 +235,7 @@ int call_login_error(const char *user)
     char text[256];
     snprintf(text, sizeof text, "用户名: %s\r\n用户已被锁定", user);
     dsd_msglog(2, 1, text);
+    dsd_sync(500); // the lock record is stored before the refusal goes out
     return 0;
 }
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 
+#include <memory>
 #include <string>
 
 #include "harness/bus_harness.h"
@@ -17,6 +18,25 @@ std::string camera(const std::string &prot, const std::string &port, const std::
            R"(","username":"admin","ciphertext":")" + cipher + R"(","uuid":"cam-1"})";
 }
 
+using json_ptr = std::unique_ptr<json_object, decltype(&json_object_put)>;
+
+json_ptr parse(const std::string &text)
+{
+    return json_ptr(json_tokener_parse(text.c_str()), &json_object_put);
+}
+
+// obj[a][i][b]... along a path of keys and array indexes written as "#n".
+json_object *at(json_object *obj, std::initializer_list<const char *> path)
+{
+    for (const char *step : path) {
+        if (!obj)
+            return nullptr;
+        obj = step[0] == '#' ? json_object_array_get_idx(obj, static_cast<size_t>(atoi(step + 1)))
+                             : json_object_object_get(obj, step);
+    }
+    return obj;
+}
+
 class Chm : public ::testing::Test {
 protected:
     void SetUp() override
@@ -25,6 +45,7 @@ protected:
         ASSERT_TRUE(bus.start(R"({"objects":{"chm_dev_manager":{"methods":{)"
                               R"("chm_ubus_add_device":{"reply":{"error_code":0,"result":[{"error_code":3,"id":5}]}},)"
                               R"("chm_ubus_delete_device":{"reply":{"error_code":0}},)"
+                              R"("chm_ubus_edit_device":{"reply":{"error_code":0,"devices":[{"id":7,"ports":[80,554]}]}},)"
                               R"("chm_ubus_get_device_list":{"reply":{"error_code":0,"bandwidth":80,)"
                               R"("added_list":[{"id":1,"online":1},{"id":3,"online":0}]}}}},)"
                               R"("record":{"methods":{"get_chn_event":{"reply":{"record_stat":"1000"}}}}}})"));
@@ -42,7 +63,13 @@ TEST_F(Chm, AddCameraDefaultsRtspAndMapsStatuses)
 {
     std::string res = add(camera("ONVIF", "80", kCipher120));
     EXPECT_EQ(error_code_of(res), 0) << res;
-    EXPECT_NE(res.find("-71552"), std::string::npos) << res; // device-manager status 3
+    // The camera's own status is mapped (3) and every number is text.
+    json_ptr r = parse(res);
+    json_object *status = at(r.get(), {"result", "#0", "error_code"});
+    ASSERT_TRUE(json_object_is_type(status, json_type_string)) << res;
+    EXPECT_STREQ("-71552", json_object_get_string(status));
+    ASSERT_TRUE(json_object_is_type(at(r.get(), {"result", "#0", "id"}), json_type_string)) << res;
+    EXPECT_STREQ("5", json_object_get_string(at(r.get(), {"result", "#0", "id"})));
     auto calls = bus.calls_to("chm_dev_manager", "chm_ubus_add_device");
     ASSERT_EQ(calls.size(), 1u);
     EXPECT_NE(calls[0].message.find("\"rtsp_prot\":\"auto\""), std::string::npos) << calls[0].message;
@@ -68,10 +95,38 @@ TEST_F(Chm, DeleteSendsTheMaskAndReleasesTheChannels)
     auto calls = bus.calls_to("chm_dev_manager", "chm_ubus_delete_device");
     ASSERT_EQ(calls.size(), 1u);
     EXPECT_NE(calls[0].message.find("01001" + std::string(123, '0')), std::string::npos) << calls[0].message;
-    EXPECT_EQ(bus.calls_to("preview", "strategy_set").size(), 2u);
-    EXPECT_EQ(bus.calls_to("record", "event_change").size(), 4u);
+    // Every channel's bandwidth is released before any recording event.
+    std::string order;
+    for (const bus_call &c : bus.calls()) {
+        if (c.method == "strategy_set" || c.method == "event_change")
+            order += c.method == "strategy_set" ? 'S' : 'E';
+    }
+    EXPECT_EQ("SSEEEE", order);
     EXPECT_EQ(error_code_of(d.request(R"({"method":"do","chm":{"chm_del_dev":{"ids":["129"]}}})")), -71521);
     EXPECT_EQ(error_code_of(d.request(R"({"method":"do","chm":{"chm_del_dev":{"ids":"2"}}})")), -71521);
+}
+
+TEST_F(Chm, ForwardedKeywordsCheckFieldsAndTranslateTheAnswer)
+{
+    auto edit = [&](const std::string &keyword, const std::string &arg) {
+        return d.request(R"({"method":"do","chm":{")" + keyword + R"(":)" + arg + "}}");
+    };
+    EXPECT_EQ(-71522, error_code_of(edit("chm_edit_dev", R"({"uuid":"cam-1"})")));
+    EXPECT_EQ(-71522, error_code_of(edit("chm_edit_dev", R"({"name":")" + std::string(65, 'n') + R"("})")));
+    EXPECT_EQ(-71509, error_code_of(edit("chm_edit_dev", R"({"name":"door","username":""})")));
+    EXPECT_EQ(-71520, error_code_of(edit("chm_edit_dev", R"({"name":"door","uuid":")" + std::string(33, 'u') + R"("})")));
+    EXPECT_EQ(-71509, error_code_of(edit("chm_mod_dev_passwd", R"({"username":")" + std::string(33, 'a') + R"("})")));
+    EXPECT_EQ(-71522, error_code_of(edit("chm_edit_dev_url", R"({"device_list":[{"rtsp_url_main":"rtsp://x"}]})")));
+    EXPECT_TRUE(bus.calls_to("chm_dev_manager").empty());
+
+    std::string res = edit("chm_edit_dev", R"({"name":"door","username":"admin","uuid":"cam-1"})");
+    json_ptr r = parse(res);
+    EXPECT_EQ(0, error_code_of(res)) << res;
+    json_object *port = at(r.get(), {"devices", "#0", "ports", "#1"});
+    ASSERT_TRUE(json_object_is_type(port, json_type_string)) << res;
+    EXPECT_STREQ("554", json_object_get_string(port));
+    // A peer that answers without a status has not answered.
+    EXPECT_EQ(-71550, error_code_of(edit("chm_get_dev_url", "{}")));
 }
 
 TEST_F(Chm, ChannelTableByPage)

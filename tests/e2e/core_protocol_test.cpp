@@ -2,6 +2,8 @@
 // lengths, identity checks, start-up over a stale socket, and the client CLI.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -50,25 +52,6 @@ TEST_F(CoreProtocol, NegativeOrShortRequestLengths)
     EXPECT_GE(d.wait_log("Socket read TLV value failed. read_len : 0, len : 14"), 1);
 }
 
-TEST_F(CoreProtocol, InfoRecordChecks)
-{
-    // Sent second, the info record decides the outcome.
-    for (const char *bad : {R"({"group": 1, "client": 3})", R"({"user": "a", "client": 3})",
-                            R"({"user": "a", "group": "1", "client": 3})", R"({"user": "a", "group": 1})",
-                            R"({"user": 1, "group": 1, "client": 3})", "[1]", "{"}) {
-        EXPECT_EQ(error_code_of(d.raw(tlv(2, kServed) + tlv(1, bad))), -40101) << bad;
-    }
-    EXPECT_EQ(error_code_of(d.raw(tlv(2, kServed) + tlv(1, info_json(1, 3, "%4")))), -40102);
-    EXPECT_GE(d.wait_log("Lack of user field."), 2);
-    EXPECT_GE(d.wait_log("Lack of group field."), 2);
-    EXPECT_GE(d.wait_log("Lack of client field."), 1);
-    EXPECT_GE(d.wait_log("Transform json request info to object failed."), 1);
-    // Out-of-range identity is replaced, not refused.
-    EXPECT_EQ(error_code_of(d.raw(tlv(1, info_json(9, 99)) + tlv(2, kServed))), kServedCode);
-    EXPECT_EQ(d.wait_log("Unknown user group."), 1);
-    EXPECT_EQ(d.wait_log("Unknown client."), 1);
-}
-
 TEST_F(CoreProtocol, TracesNameTheirSteps)
 {
     d.raw(tlv(1, info_json(1, 8)) + tlv(2, R"({"method": "GET"})"));
@@ -87,7 +70,7 @@ TEST_F(CoreProtocol, TracesNameTheirSteps)
 
 // A stored section with blanks, a slash and a non-ASCII letter, read back
 // as each kind of client.
-TEST(CoreCoding, ResponseEncodingAndRequestDecodingFollowTheClientKind)
+TEST(CoreCoding, ResponseEncodingFollowsTheClientKind)
 {
     dsd_harness h;
     h.write_package("video", "\nconfig video 'chn1_main'\n\toption title 'a b/\xc3\xa9'\n");
@@ -103,12 +86,6 @@ TEST(CoreCoding, ResponseEncodingAndRequestDecodingFollowTheClientKind)
         EXPECT_NE(res.find("a b"), std::string::npos) << client << res;
         EXPECT_EQ(error_code_of(res), 0);
     }
-    // "%5F" is "_": found only where the request is decoded.
-    const std::string encoded = R"({"method": "get", "video": {"name": "chn1%5Fmain"}})";
-    for (int client : {1, 3, 13})
-        EXPECT_EQ(error_code_of(h.request(encoded, dsd_identity{"admin", 1, client})), 0) << client;
-    for (int client : {2, 8, 9})
-        EXPECT_EQ(error_code_of(h.request(encoded, dsd_identity{"admin", 1, client})), -40106) << client;
 }
 
 TEST(CoreStart, StaleSocketFileIsReplaced)
@@ -122,6 +99,18 @@ TEST(CoreStart, StaleSocketFileIsReplaced)
     EXPECT_EQ(error_code_of(h.request(kServed)), kServedCode);
     EXPECT_GE(h.wait_log("SIGPIPE ignore."), 1);
     EXPECT_GE(h.wait_log("SIGCHLD capture."), 1);
+}
+
+// A start-up step that fails ends the process, reported under its entry's name.
+TEST(CoreStart, FailedStartIsTracedUnderMain)
+{
+    dsd_harness h;
+    ASSERT_EQ(0, mkdir(h.socket_path().c_str(), 0755)); // nothing can be bound there
+    EXPECT_FALSE(h.start());
+    std::string log = h.log();
+    size_t at = log.find("Init Unix domain socket failed.");
+    ASSERT_NE(std::string::npos, at);
+    EXPECT_NE(std::string::npos, log.substr(log.rfind('\n', at) + 1, at).find("main(")) << log;
 }
 
 } // namespace

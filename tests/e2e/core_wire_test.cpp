@@ -53,20 +53,6 @@ TEST_F(CoreWire, RequestLengthLimit)
         EXPECT_EQ(error_code_of(d.request(kUnknownModule)), -40106);
 }
 
-TEST_F(CoreWire, MethodNamesAndRecordOrder)
-{
-    EXPECT_EQ(error_code_of(d.request(R"({"method": "GET"})")), -40209);
-    EXPECT_EQ(error_code_of(d.request(R"({"nomethod": 1})")), -40210);
-    EXPECT_EQ(error_code_of(d.request("not json")), -40210);
-    EXPECT_EQ(error_code_of(d.raw(tlv(1, kInfo) + tlv(1, kInfo))), -40105);
-    EXPECT_GE(d.wait_log("Signal method is illegal."), 1);
-    // A refused info length leaves the record unread; the request still runs.
-    int code = error_code_of(d.raw(tlv_header(1, 0) + tlv(2, R"({"method": "GET"})")));
-    EXPECT_EQ(code, -40209);
-    // A bad first record does not stop a good second one.
-    EXPECT_EQ(error_code_of(d.raw(tlv(1, R"({"group": 1, "client": 8})") + tlv(2, kUnknownModule))), -40106);
-}
-
 TEST_F(CoreWire, RequestUrlDecodingFollowsClientKind)
 {
     // "%67et" decodes to "get": only decoded requests find the method.

@@ -98,25 +98,6 @@ TEST_F(ModelChannel, ChannelThreeChangeIsServedAndSurvivesARestart)
     EXPECT_EQ(option("chn3_motion_det", "digital_sensitivity"), "70");
 }
 
-TEST_F(ModelChannel, UnchangedAndRefusedSetsWriteNothing)
-{
-    const std::string before = stored();
-    int unchanged = d.wait_log("Data unchanged.", 1, 0);
-    EXPECT_EQ(code(R"({"method":"set","motion_detection":{"chn3_motion_det":)"
-                   R"({"enabled":"off","digital_sensitivity":50}}})"),
-              0);
-    EXPECT_GT(d.wait_log("Data unchanged.", unchanged + 1), unchanged);
-    EXPECT_EQ(code(R"({"method":"set","motion_detection":{"chn3_motion_det":{"sensitivity":"max"}}})"),
-              -70703);
-    EXPECT_EQ(code(R"({"method":"set","motion_detection":{"chn3_motion_det":)"
-                   R"({"digital_sensitivity":"101"}}})"),
-              -70703);
-    EXPECT_EQ(code(R"({"method":"set","motion_detection":{"chn3_motion_det":{"enabled":1}}})"),
-              -70702);
-    EXPECT_EQ(stored(), before);
-    EXPECT_EQ(option("chn3_motion_det", "enabled"), "off");
-}
-
 TEST_F(ModelChannel, AddUpToTheMaximumAndOneMore)
 {
     size_t have = count_type("region_info");

@@ -45,45 +45,6 @@ protected:
     dsd_harness d;
 };
 
-TEST_F(ModelE2E, MkconfigRootServesEveryNamedSection)
-{
-    std::string names;
-    for (int ch = 1; ch <= 16; ++ch) {
-        for (const char *kind : {"switch", "day", "night", "smart_white_lamp"})
-            names += (names.empty() ? "\"chn" : ",\"chn") + std::to_string(ch) + "_" + kind + "\"";
-    }
-    Jso res = get(R"("image":{"name":[)" + names + "]}");
-    ASSERT_NE(res, nullptr);
-    json_object *image = nullptr;
-    ASSERT_TRUE(json_object_object_get_ex(res.get(), "image", &image));
-    EXPECT_EQ(json_object_object_length(image), 64);
-    json_object *sec = nullptr;
-    ASSERT_TRUE(json_object_object_get_ex(image, "chn16_night", &sec));
-    EXPECT_STREQ(json_object_get_string(json_object_object_get(sec, ".type")), "night");
-    EXPECT_EQ(json_object_get_int(json_object_object_get(res.get(), "error_code")), 0);
-    // Per-disk and per-port rows, and a module whose package differs from its name.
-    EXPECT_EQ(code(R"({"method":"get","harddisk_manage":{"name":["md_8","ch16_quota"]},)"
-                   R"("unusual_detection":{"name":"port16_shortcut"}})"),
-              0);
-    EXPECT_EQ(code(R"({"method":"get","image":{"name":"chn17_day"}})"), -40106);
-}
-
-TEST_F(ModelE2E, GetRequestShapes)
-{
-    EXPECT_EQ(code(R"({"method":"get"})"), 0);
-    EXPECT_EQ(code(R"({"method":"get","image":1,"video":"x"})"), 0);
-    EXPECT_EQ(code(R"({"method":"get","image":{"names":"chn1_day"}})"), -40210);
-    EXPECT_EQ(code(R"({"method":"get","image":{"name":["chn1_day",1]}})"), -40210);
-    EXPECT_EQ(code(R"({"method":"get","image":{"name":{"a":1}}})"), -40210);
-    EXPECT_EQ(code(R"({"method":"get","nomodule":{"name":"chn1_day"}})"), -40106);
-    EXPECT_EQ(code(R"({"method":"get","image":{"table":"day"}})"), -40106);
-    EXPECT_EQ(code(R"({"method":"get","image":{"name":"chn%d_day"}})"), -40106);
-    EXPECT_EQ(code(R"({"method":"get","image":{"name":"chn1_day\u0001"}})"), -40106);
-    // One bad name fails the whole request with no data.
-    std::string res = d.request(R"({"method":"get","image":{"name":["chn1_day","nope"]}})");
-    EXPECT_EQ(res, R"({"error_code": -40106})");
-}
-
 TEST_F(ModelE2E, SetKeepsFilesWhenNothingChangesOrIsRefused)
 {
     const std::string before = pkg("record_control");
@@ -143,13 +104,6 @@ TEST_F(ModelE2E, DeleteByNameReachesTheFile)
     EXPECT_EQ(code(R"({"method":"delete","record_control":{"name":["chn4_record",5]}})"), -40210);
     EXPECT_EQ(code(R"({"method":"delete","record_control":{"other":"chn4_record"}})"), -40210);
     EXPECT_EQ(pkg("record_control"), before);
-}
-
-TEST_F(ModelE2E, DeleteOfChannelModuleIsSeenByTheNextGet)
-{
-    EXPECT_EQ(code(R"({"method":"delete","image":{"name":["chn3_day","chn3_night"]}})"), 0);
-    EXPECT_EQ(code(R"({"method":"get","image":{"name":"chn3_day"}})"), -40101);
-    EXPECT_EQ(code(R"({"method":"get","image":{"name":"chn4_day"}})"), 0);
 }
 
 TEST_F(ModelE2E, ConcurrentDeletesAcrossChannelsAllLand)

@@ -18,25 +18,9 @@ extern "C" {
 #include <libubus.h>
 }
 
-// The unit targets do not link the end-to-end harness library; the broker
-// control code is compiled in here instead.
-#include "../e2e/harness/bus_harness.cpp"
+#include "bus_test_root.h"
 
 namespace {
-
-// dsd_path reads DSD_ROOT once per process, so every test shares one root.
-const std::string &test_root()
-{
-    static const std::string root = [] {
-        char tmpl[] = "/tmp/dsd-busunit-XXXXXX";
-        std::string r = mkdtemp(tmpl);
-        setenv("DSD_ROOT", r.c_str(), 1);
-        set_trace_level(1);
-        atexit([] { std::system(("rm -rf " + std::string(getenv("DSD_ROOT"))).c_str()); });
-        return r;
-    }();
-    return root;
-}
 
 struct reply_holder {
     json_object *obj = nullptr;
@@ -360,20 +344,3 @@ TEST_F(BusCall, FireAndForgetCallsGoThroughTheCommandLineTool)
     EXPECT_GE(threads_before, thread_count());
 }
 
-TEST_F(BusCall, ScenarioCasesChooseByMessage)
-{
-    start(R"({"objects":{"peer":{"methods":{"m":{
-        "reply":{"who":"any"},
-        "cases":[{"when":{"chn":2},"sequence":[{"reply":{"who":"two-a"}},{"reply":{"who":"two-b"}}]},
-                 {"when":{"chn":3,"tag":"x"},"status":5}]}}}}})");
-    std::string reply;
-    EXPECT_EQ(0, call("peer", "m", R"({"chn":1})", &reply));
-    EXPECT_EQ(R"({"who":"any"})", reply);
-    EXPECT_EQ(0, call("peer", "m", R"({"chn":2,"more":1})", &reply));
-    EXPECT_EQ(R"({"who":"two-a"})", reply);
-    EXPECT_EQ(0, call("peer", "m", R"({"chn":2})", &reply));
-    EXPECT_EQ(R"({"who":"two-b"})", reply);
-    EXPECT_EQ(0, call("peer", "m", R"({"chn":3})", &reply));
-    EXPECT_EQ(R"({"who":"any"})", reply);
-    EXPECT_EQ(-1, call("peer", "m", R"({"chn":3,"tag":"x"})", &reply));
-}

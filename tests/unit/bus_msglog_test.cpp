@@ -15,25 +15,9 @@
 #include "platform/msglog.h"
 #include "platform/trace.h"
 
-// The unit targets do not link the end-to-end harness library.
-#include "../e2e/harness/bus_harness.cpp"
+#include "bus_test_root.h"
 
 namespace {
-
-// dsd_path reads DSD_ROOT once per process, so every test shares one root.
-const std::string &test_root()
-{
-    static const std::string root = [] {
-        char tmpl[] = "/tmp/dsd-msglog-XXXXXX";
-        std::string r = mkdtemp(tmpl);
-        setenv("DSD_ROOT", r.c_str(), 1);
-        std::system(("mkdir -p " + r + "/usr/bin && touch " + r + "/usr/bin/dsd").c_str());
-        set_trace_level(1);
-        atexit([] { std::system(("rm -rf " + std::string(getenv("DSD_ROOT"))).c_str()); });
-        return r;
-    }();
-    return root;
-}
 
 struct record {
     long main_type = -1, sub_type = -1;

@@ -87,16 +87,16 @@ TEST(Accessors, TypesAreCheckedNotCoerced)
     EXPECT_EQ(jso_from_string(nullptr), nullptr);
 }
 
-TEST(Accessors, IntsBecomeDecimalStrings)
+TEST(Accessors, IntsBecomeDecimalStringsAtAnyDepthAndWidth)
 {
-    Jso obj(jso_from_string(R"({"a": -7, "b": "x", "c": [1, "2", 3]})"));
+    Jso obj(jso_from_string(R"({"a": -7, "b": "x", "c": [1, "2", 3], "w": 4294967297,)"
+                            R"( "d": {"list": [{"id": 9, "n": [8]}], "e": 1.5}})"));
     ASSERT_TRUE(obj);
     ASSERT_EQ(jso_foreach_modify_int_to_string(obj.get()), 0);
-    EXPECT_STREQ(jso_obj_get_string_origin(obj.get(), "a"), "-7");
-    json_object *c = jso_obj_get(obj.get(), "c");
-    for (size_t i = 0; i < 3; i++)
-        EXPECT_TRUE(jso_is_string(json_object_array_get_idx(c, i)));
-    EXPECT_EQ(jso_foreach_modify_int_to_string(c), -1);
+    EXPECT_STREQ(json_object_to_json_string_ext(obj.get(), JSON_C_TO_STRING_PLAIN),
+                 R"({"a":"-7","b":"x","c":["1","2","3"],"w":"4294967297",)"
+                 R"("d":{"list":[{"id":"9","n":["8"]}],"e":1.5}})");
+    EXPECT_EQ(jso_foreach_modify_int_to_string(jso_obj_get(obj.get(), "c")), -1);
 }
 
 }  // namespace

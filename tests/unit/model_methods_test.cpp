@@ -250,12 +250,6 @@ TEST_F(Methods, SetRefusals)
     EXPECT_EQ(stored("fixture", "chn1_cam", "enabled"), "off");
 }
 
-TEST_F(Methods, SetOfChannelModuleIsVisibleToReaders)
-{
-    ASSERT_EQ(run(DS_METHOD_SET, R"({"chfix":{"chn2_cam":{"enabled":"off"}}})"), 0);
-    EXPECT_EQ(stored("chfix", "chn2_cam", "enabled"), "off");
-}
-
 TEST_F(Methods, AddChecksNameRoomAndOptions)
 {
     ASSERT_EQ(run(DS_METHOD_ADD,
@@ -286,25 +280,6 @@ TEST_F(Methods, AddChecksNameRoomAndOptions)
     EXPECT_EQ(ctx.error_code, -40210);
     EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"zone","name":"zone_2","para":{}}})"), 0);
     EXPECT_EQ(section_exist(ctx.uci_ctx, "fixture", "zone_2"), 1);
-}
-
-TEST_F(Methods, DeleteByTypeAndName)
-{
-    EXPECT_EQ(run(DS_METHOD_DELETE, R"({"fixture":{"table":"zone"}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40205);
-    EXPECT_EQ(run(DS_METHOD_DELETE, R"({"fixture":{"name":"rule_9"}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40205);
-    EXPECT_EQ(run(DS_METHOD_DELETE, R"({"fixture":{"names":"rule_1"}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40210);
-    EXPECT_EQ(run(DS_METHOD_DELETE, R"({"fixture":{"name":["rule_1",2]}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40210);
-    EXPECT_EQ(section_exist(ctx.uci_ctx, "fixture", "rule_1"), 1);
-    ASSERT_EQ(run(DS_METHOD_DELETE, R"({"fixture":{"name":"chn2_cam"}})"), 0);
-    EXPECT_EQ(section_exist(ctx.uci_ctx, "fixture", "chn2_cam"), 0);
-    ASSERT_EQ(run(DS_METHOD_DELETE, R"({"fixture":{"table":["rule"]}})"), 0);
-    EXPECT_EQ(srv_calls, 1);
-    EXPECT_EQ(get_sec_type_num(ctx.uci_ctx, "fixture", "rule"), 0);
-    EXPECT_EQ(section_exist(ctx.uci_ctx, "fixture", "chn1_cam"), 1);
 }
 
 TEST_F(Methods, UnsupportedMethodCode)

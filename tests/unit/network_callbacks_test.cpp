@@ -155,58 +155,6 @@ struct Protocol : testing::Test {
     bool conflict_flag() const { return access((scratch.root + "/tmp/ip_conflict").c_str(), F_OK) == 0; }
 };
 
-TEST_F(Protocol, DhcpToStaticReleasesLeaseAndClearsSmartNetwork)
-{
-    pid_t holder = spawn_lease_holder();
-    ASSERT_GT(holder, 0);
-    std::ofstream(scratch.root + "/var/run/udhcpc-eth0.pid") << holder << "\n";
-    ASSERT_EQ(set(R"({"protocol":{"wan":{"wan_type":"static"}}})"), 0);
-    int status = -1;
-    ASSERT_EQ(waitpid(holder, &status, 0), holder);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "no SIGUSR2 reached the client";
-    EXPECT_EQ(calls(), "upnpc_stop\nsleep 2\nnetwork reload\n");
-    EXPECT_EQ(stored("protocol", "wan", "wan_type"), "static");
-    for (const char *opt : {"ipaddr", "netmask", "gateway", "dns"})
-        EXPECT_EQ(stored("protocol", "smart_network", opt), "<none>") << opt;
-    EXPECT_FALSE(conflict_flag());
-    // The applier turned the static section into the WAN interface.
-    EXPECT_EQ(stored("network", "wan", "proto"), "static");
-    EXPECT_EQ(stored("network", "wan", "ipaddr"), "10.0.0.2");
-    EXPECT_EQ(stored("network", "wan", "netmask"), "255.255.255.0");
-    EXPECT_EQ(stored("network", "wan", "dns"), "8.8.8.8 1.1.1.1");
-    EXPECT_EQ(stored("network", "lan", "proto"), "static");
-}
-
-TEST_F(Protocol, StaticToDhcpCopiesStaticSettingsInForce)
-{
-    write_protocol("static");
-    std::ofstream(scratch.root + "/var/run/udhcpc-eth0.pid") << "999999\n";
-    ASSERT_EQ(set(R"({"protocol":{"wan":{"wan_type":"dhcp"}}})"), 0);
-    // No release: the lease is wanted again.
-    EXPECT_EQ(calls(), "upnpc_stop\nnetwork reload\n");
-    EXPECT_EQ(stored("protocol", "smart_network", "ipaddr"), "10.0.0.2");
-    EXPECT_EQ(stored("protocol", "smart_network", "netmask"), "255.255.255.0");
-    EXPECT_EQ(stored("protocol", "smart_network", "gateway"), "10.0.0.1");
-    EXPECT_EQ(stored("protocol", "smart_network", "dns"), "8.8.8.8 1.1.1.1");
-    EXPECT_EQ(stored("network", "wan", "proto"), "dhcp");
-    EXPECT_EQ(stored("network", "wan", "ipaddr"), "<none>");
-}
-
-TEST_F(Protocol, PppoeSwitchesDisconnectAndMapProto)
-{
-    write_protocol("pppoe");
-    ASSERT_EQ(set(R"({"protocol":{"wan":{"wan_type":"dhcp"}}})"), 0);
-    EXPECT_EQ(calls(), "upnpc_stop\nubus call internet disconnect\nnetwork reload\n");
-    EXPECT_EQ(stored("protocol", "wan", "proto"), "pppoe");  // dhcp is not remapped
-    unlink(log_path().c_str());
-    ASSERT_EQ(set(R"({"protocol":{"wan":{"wan_type":"pppoe"}}})"), 0);
-    // UPnP keeps running over PPPoE.
-    EXPECT_EQ(calls(), "network reload\n");
-    EXPECT_EQ(stored("protocol", "wan", "proto"), "none");
-    EXPECT_EQ(stored("network", "wan", "proto"), "pppoe");
-    EXPECT_EQ(stored("network", "wan", "username"), "u");
-}
-
 TEST_F(Protocol, LinkChangeReleasesThroughTheBridgePidFile)
 {
     write_network("eth0", "bridge");

@@ -76,6 +76,9 @@ std::string detection_package(const member &m, int channels)
                   option("vehicle_enabled", "off");
         out += sw;
         out += section("notif_list", name(m.notif_fmt, ch)) + notif_defaults();
+        if (std::string(m.package) == "face_comparison") // one black gallery per channel
+            out += section("group_info", "chn" + std::to_string(ch) + "_group_info_black_" + std::to_string(ch)) +
+                   notif_defaults();
         out += section("plan", name("chn%d_alarm_setting", ch)) + week(kWholeDay);
         if (m.region)
             out += section("region_info", "chn" + std::to_string(ch) + "_region_info_1") + m.region;
@@ -97,7 +100,7 @@ std::string alarm_package(void)
     for (int n = 1; n <= 16; n++) {
         std::string p = "alarm" + std::to_string(n);
         out += section("input_set", p + "_input_set") + option("enabled", "off") +
-               option("alarm_name", "Alarm In " + std::to_string(n)) + option("alarm_type", "NO");
+               option("alarm_name", "Alarm In " + std::to_string(n)) + option("alarm_type", "off");
         out += section("input_notif_list", p + "_input_notif_list") + option("basic_union_enabled", "off") +
                option("buzzer_enabled", "off") + option("popupwin_enabled", "off") +
                option("record_union", "[]") + option("alarm_output_union", "[]");

@@ -1,0 +1,27 @@
+// Device root of the unit tests that talk to a host bus. dsd_path reads
+// DSD_ROOT once per process, so every test of a file shares one root, made on
+// first use (with the file the shared-memory key is made from) and removed at
+// exit. The unit targets do not link the end-to-end harness library; the
+// broker control code is compiled in through this header instead.
+#pragma once
+
+#include <cstdlib>
+#include <string>
+
+#include "platform/trace.h"
+#include "../e2e/harness/bus_harness.cpp"
+
+inline const std::string &test_root()
+{
+    static const std::string root = [] {
+        char tmpl[] = "/tmp/dsd-busunit-XXXXXX";
+        std::string r = mkdtemp(tmpl);
+        setenv("DSD_ROOT", r.c_str(), 1);
+        if (std::system(("mkdir -p " + r + "/usr/bin && touch " + r + "/usr/bin/dsd").c_str()) != 0)
+            abort();
+        set_trace_level(1);
+        atexit([] { (void)!std::system(("rm -rf " + std::string(getenv("DSD_ROOT"))).c_str()); });
+        return r;
+    }();
+    return root;
+}
