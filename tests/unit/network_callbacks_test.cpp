@@ -4,6 +4,7 @@
 // Commands are observed through stand-in scripts placed first in PATH; the
 // lease release is observed on a real child process waiting for SIGUSR2.
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <json-c/json.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -77,6 +78,7 @@ pid_t spawn_lease_holder()
     pthread_sigmask(SIG_BLOCK, &set, &old);
     pid_t pid = fork();
     if (pid == 0) {
+        prctl(PR_SET_NAME, "udhcpc"); // the release signals only the DHCP client
         timespec limit{10, 0};
         _exit(sigtimedwait(&set, nullptr, &limit) == SIGUSR2 ? 0 : 1);
     }
