@@ -11,6 +11,7 @@
 #include <ctime>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <mutex>
 #include <sstream>
 
@@ -326,10 +327,19 @@ static int open_destination(const std::string &dest, int tmp_fd, const std::stri
                             std::string *name)
 {
     struct stat st;
-    std::string target = dest;
-    if (lstat(dest.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
+    std::string target = dest, rel, sub;
+    // A link at the destination is only taken where it leads inside /tmp.
+    if (lstat(dest.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
+        std::unique_ptr<char, decltype(&free)> real(realpath(dest.c_str(), nullptr), free);
+        if (!real || sf_resolve_inside(real.get(), dsd_path("/tmp"), &rel) != 0)
+            target.clear();
+    }
+    if (target.empty()) {
+        DS_ERR("Backup destination %s is outside /tmp.", dest.c_str());
+        return ERR_PATH;
+    }
+    if (stat(dest.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
         target += file.substr(file.rfind('/'));
-    std::string rel, sub;
     if (sf_resolve_inside(target, dsd_path("/tmp"), &rel) != 0 || !sf_split(rel, &sub, name)) {
         DS_ERR("Backup destination %s is outside /tmp.", dest.c_str());
         return ERR_PATH;

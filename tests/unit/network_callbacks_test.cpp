@@ -179,6 +179,62 @@ TEST_F(Protocol, DhcpToStaticReleasesLeaseAndClearsSmartNetwork)
     EXPECT_EQ(stored("network", "lan", "proto"), "static");
 }
 
+// A live process that is not the DHCP client: SIGUSR2 blocked, so a signal
+// sent to it stays pending where /proc shows it.
+pid_t spawn_bystander()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGUSR2);
+    sigset_t old;
+    pthread_sigmask(SIG_BLOCK, &set, &old);
+    pid_t pid = fork();
+    if (pid == 0) {
+        pause();
+        _exit(0);
+    }
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    return pid;
+}
+
+bool usr2_pending(pid_t pid)
+{
+    std::ifstream in("/proc/" + std::to_string(pid) + "/status");
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.rfind("ShdPnd:", 0) == 0 || line.rfind("SigPnd:", 0) == 0) {
+            if (std::stoull(line.substr(7), nullptr, 16) & (1ULL << (SIGUSR2 - 1)))
+                return true;
+        }
+    }
+    return false;
+}
+
+// The pid file is writable by others: 0 would signal our own group (this
+// test would die), our own pid or group, garbage, or a bystander must never
+// get the signal. Pid 1 is init; as root a wrong signal would reach the real
+// one, so that case is only exercised without privileges.
+TEST_F(Protocol, PidFilesNamingNoDhcpClientAreNotSignalled)
+{
+    pid_t bystander = spawn_bystander();
+    ASSERT_GT(bystander, 0);
+    std::vector<std::string> planted = {"0", "-1", "garbage", std::to_string(getpid()),
+                                        std::to_string(getpgrp()), std::to_string(bystander)};
+    if (geteuid() != 0)
+        planted.push_back("1");
+    for (const std::string &pid : planted) {
+        SCOPED_TRACE(pid);
+        write_protocol("dhcp");
+        std::ofstream(scratch.root + "/var/run/udhcpc-eth0.pid") << pid << "\n";
+        ASSERT_EQ(set(R"({"protocol":{"wan":{"wan_type":"static"}}})"), 0);
+        EXPECT_EQ(stored("protocol", "wan", "wan_type"), "static");
+    }
+    EXPECT_FALSE(usr2_pending(bystander));
+    kill(bystander, SIGKILL);
+    int status = 0;
+    EXPECT_EQ(waitpid(bystander, &status, 0), bystander);
+}
+
 TEST_F(Protocol, StaticToDhcpCopiesStaticSettingsInForce)
 {
     write_protocol("static");

@@ -1,5 +1,6 @@
 #include "platform/shell.h"
 #include "platform/trace.h"
+#include "platform/trace_mask.h"
 
 #include <gtest/gtest.h>
 
@@ -41,3 +42,23 @@ TEST(Shell, QuotedValuesStayOneWordWithNoEffect)
 }
 
 }  // namespace
+
+// Secrets in every form a request, a bus message or a camera URL can take
+// them; nothing else changes.
+TEST(TraceMask, SecretsInEveryShape)
+{
+    struct row {
+        const char *in, *out;
+    } rows[] = {
+        {R"({"username":"admin","passwd":"pw1"})", R"({"username":"admin","passwd":"***"})"},
+        {R"({"a":{"old_password": 123, "New_Password":["x"]}})", R"({"a":{"old_password": "***", "New_Password":"***"}})"},
+        {R"({"pass\u0077ord":"pw2","key":{"k":"v"},"keyword":"stays"})", R"({"pass\u0077ord":"***","key":"***","keyword":"stays"})"},
+        {R"({'pwd':'pw3'})", R"({'pwd':"***"})"},
+        {R"({"url":"rtsp:\/\/cam:pw4@10.0.0.9:554\/live"})", R"({"url":"rtsp:\/\/cam:***@10.0.0.9:554\/live"})"},
+        {"rtsp%3A%2F%2Fcam%3Apw5%4010.0.0.9", "rtsp%3A%2F%2Fcam%3A***%4010.0.0.9"},
+        {"url : http://10.0.0.2:80/stok=abc123/ds/up", "url : http://10.0.0.2:80/stok=***/ds/up"},
+        {"http://10.0.0.2:80/ds, it's {\"n\": 1}", "http://10.0.0.2:80/ds, it's {\"n\": 1}"},
+    };
+    for (const row &r : rows)
+        EXPECT_EQ(trace_mask(r.in), r.out) << r.in;
+}
