@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -124,6 +125,20 @@ TEST_F(HostileTmp, DestinationsAndUploadsStayInsideTmp)
     EXPECT_EQ(upload(d.path("/tmp/up.bin")), -40209);
     EXPECT_EQ(upload(d.path("/tmp/sub/in/backup.bin")), -40209);
     EXPECT_EQ(slurp(d.path("/etc/config/video")), "\nconfig main 'kept'\n");
+}
+
+TEST_F(HostileTmp, UciSaveDirectoryLinkIsReplacedAtStart)
+{
+    d.stop();
+    std::filesystem::remove_all(d.path("/tmp/.uci"));
+    ASSERT_EQ(symlink(victim().c_str(), d.path("/tmp/.uci").c_str()), 0);
+    ASSERT_TRUE(d.start()) << d.log();
+    EXPECT_EQ(code(R"({"method":"set","system":{"sys":{"debug_mode":"2"}}})"), 0) << d.log();
+    struct stat st;
+    ASSERT_EQ(lstat(d.path("/tmp/.uci").c_str(), &st), 0);
+    EXPECT_TRUE(S_ISDIR(st.st_mode));
+    EXPECT_EQ(st.st_mode & 022, 0u);
+    EXPECT_EQ(snap(), before);
 }
 
 // Needs the restore writer that keeps each package's mode and owner.
