@@ -1,7 +1,6 @@
 #include "modules/system/backup.h"
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <json-c/json.h>
 #include <sys/stat.h>
 #include <unistd.h>
