@@ -93,6 +93,26 @@ bool opens_string(std::string_view t, size_t i)
     return k == 0 || strchr("{[,:", t[k - 1]);
 }
 
+std::string mask_members(std::string_view t);
+
+// A string literal as written, unless its text is itself JSON holding a
+// secret (a message carried as a string): then that text masked, re-quoted.
+std::string literal(std::string_view raw, const std::string &decoded)
+{
+    if (decoded.find(':') == std::string::npos)
+        return std::string(raw);
+    std::string inner = mask_members(decoded);
+    if (inner == decoded)
+        return std::string(raw);
+    std::string out = "\"";
+    for (char c : inner) {
+        if (c == '"' || c == '\\')
+            out.push_back('\\');
+        out.push_back(c);
+    }
+    return out + "\"";
+}
+
 // JSON members whose key names a secret get the value "***".
 std::string mask_members(std::string_view t)
 {
@@ -105,7 +125,7 @@ std::string mask_members(std::string_view t)
         }
         std::string key;
         size_t end = string_end(t, i, &key);
-        out.append(t.substr(i, end - i));
+        out += literal(t.substr(i, end - i), key);
         size_t k = end;
         while (k < t.size() && isspace(static_cast<unsigned char>(t[k])))
             k++;

@@ -64,6 +64,7 @@ TEST(TraceMask, SecretsInEveryShape)
         {"rtsp%3A%2F%2Fcam%3Apw5%4010.0.0.9", "rtsp%3A%2F%2Fcam%3A***%4010.0.0.9"},
         {"url : http://10.0.0.2:80/stok=abc123/ds/up", "url : http://10.0.0.2:80/stok=***/ds/up"},
         {"http://10.0.0.2:80/ds, it's {\"n\": 1}", "http://10.0.0.2:80/ds, it's {\"n\": 1}"},
+        {R"({"content":"{\"passwd\":\"pw6\"}"})", R"({"content":"{\"passwd\":\"***\"}"})"},
     };
     for (const row &r : rows)
         EXPECT_EQ(trace_mask(r.in), r.out) << r.in;
