@@ -110,6 +110,16 @@ TEST_F(Upgrade, MissingTokenStopsBeforeTheUpload)
     EXPECT_EQ(cam.stored(), "");
 }
 
+TEST_F(Upgrade, UploadPathTooLongForTheUrlIsNeverCut)
+{
+    start({"--long-url"});
+    EXPECT_NE(upgrade(), 0);
+    EXPECT_GE(d.wait_log("url too long"), 1);
+    for (const auto &r : cam.requests())
+        EXPECT_EQ(r.find("/upgrade"), std::string::npos) << r;
+    EXPECT_EQ(count("/stok=a1b2c3/ds"), 1); // the upgrade request, no reboot
+}
+
 TEST_F(Upgrade, FailedUploadSendsNoReboot)
 {
     start({"--upload-fails"});
