@@ -51,11 +51,11 @@ protected:
     snapshot snap() const
     {
         snapshot s;
-        for (const char *n : {"a", "b", "backup.bin", "x.bin", "tmp_conf_final.bin"}) {
+        for (const auto &e : std::filesystem::directory_iterator(victim())) {
             struct stat st;
-            std::string p = victim() + "/" + n;
+            std::string p = e.path().string();
             if (lstat(p.c_str(), &st) == 0)
-                s[n] = {slurp(p), st.st_mode};
+                s[e.path().filename().string()] = {slurp(p), st.st_mode};
         }
         return s;
     }
