@@ -160,43 +160,57 @@ uint64_t des_decrypt_block(uint64_t block, const des_schedule *ks)
     return crypt_block(block, ks, true);
 }
 
-int des_encrypt_file(const char *in, const char *out, const char *key16)
+int des_encrypt_data(std::vector<uint8_t> *data, const char *key16)
 {
-    std::vector<uint8_t> data;
-    if (!in || !out || !key16 || !read_file(in, &data))
+    if (!data || !key16)
         return -1;
-    uint8_t pad = static_cast<uint8_t>(8 - data.size() % 8);
-    data.insert(data.end(), pad, pad);
+    uint8_t pad = static_cast<uint8_t>(8 - data->size() % 8);
+    data->insert(data->end(), pad, pad);
     des_schedule ks;
     backup_key(key16, &ks);
     uint64_t chain = 0;
-    for (size_t i = 0; i < data.size(); i += 8) {
-        chain = des_encrypt_block(load_be(&data[i]) ^ chain, &ks);
-        store_be(chain, &data[i]);
+    for (size_t i = 0; i < data->size(); i += 8) {
+        chain = des_encrypt_block(load_be(&(*data)[i]) ^ chain, &ks);
+        store_be(chain, &(*data)[i]);
     }
+    return 0;
+}
+
+int des_decrypt_data(std::vector<uint8_t> *data, const char *key16)
+{
+    if (!data || !key16 || data->empty() || data->size() % 8)
+        return -1;
+    des_schedule ks;
+    backup_key(key16, &ks);
+    uint64_t chain = 0;
+    for (size_t i = 0; i < data->size(); i += 8) {
+        uint64_t c = load_be(&(*data)[i]);
+        store_be(des_decrypt_block(c, &ks) ^ chain, &(*data)[i]);
+        chain = c;
+    }
+    uint8_t pad = data->back();
+    if (pad < 1 || pad > 8)
+        return -1;
+    for (size_t i = data->size() - pad; i < data->size(); i++) {
+        if ((*data)[i] != pad)
+            return -1;
+    }
+    data->resize(data->size() - pad);
+    return 0;
+}
+
+int des_encrypt_file(const char *in, const char *out, const char *key16)
+{
+    std::vector<uint8_t> data;
+    if (!in || !out || !key16 || !read_file(in, &data) || des_encrypt_data(&data, key16) != 0)
+        return -1;
     return write_file(out, data) ? 0 : -1;
 }
 
 int des_decrypt_file(const char *in, const char *out, const char *key16)
 {
     std::vector<uint8_t> data;
-    if (!in || !out || !key16 || !read_file(in, &data) || data.empty() || data.size() % 8)
+    if (!in || !out || !key16 || !read_file(in, &data) || des_decrypt_data(&data, key16) != 0)
         return -1;
-    des_schedule ks;
-    backup_key(key16, &ks);
-    uint64_t chain = 0;
-    for (size_t i = 0; i < data.size(); i += 8) {
-        uint64_t c = load_be(&data[i]);
-        store_be(des_decrypt_block(c, &ks) ^ chain, &data[i]);
-        chain = c;
-    }
-    uint8_t pad = data.back();
-    if (pad < 1 || pad > 8)
-        return -1;
-    for (size_t i = data.size() - pad; i < data.size(); i++) {
-        if (data[i] != pad)
-            return -1;
-    }
-    data.resize(data.size() - pad);
     return write_file(out, data) ? 0 : -1;
 }

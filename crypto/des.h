@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 struct des_schedule {
     uint64_t sub[16]; // 48-bit round keys
@@ -24,3 +25,9 @@ uint64_t des_decrypt_block(uint64_t block, const des_schedule *ks);
 // (decrypting) a length or padding that no encryption could have produced.
 int des_encrypt_file(const char *in, const char *out, const char *key16);
 int des_decrypt_file(const char *in, const char *out, const char *key16);
+
+// The same cipher on a buffer in place, for callers that keep plain text
+// out of files. 0, or -1 (decrypting: a length or padding no encryption
+// could have produced). Any thread.
+int des_encrypt_data(std::vector<uint8_t> *data, const char *key16);
+int des_decrypt_data(std::vector<uint8_t> *data, const char *key16);

@@ -276,17 +276,16 @@ const char *jso_get_path3_string(json_object *obj, const char *a, const char *b,
 }
 
 // Sets the file's times to now, creating it (mode 0666) when it is missing.
+// A link at the name is neither followed nor touched.
 void touch_file(const char *path)
 {
     if (!path)
         return;
-    if (utimes(path, nullptr) == 0 || errno != ENOENT)
-        return;
-    int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    int fd = open(path, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666);
     if (fd < 0)
         return;
+    futimens(fd, nullptr);
     close(fd);
-    utimes(path, nullptr);
 }
 
 // 1 when path names a regular file.

@@ -2,7 +2,9 @@
 
 #include <curl/curl.h>
 #include <pthread.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -69,12 +71,13 @@ size_t read_callback(char *data, size_t size, size_t count, void *user)
 
 size_t http_write_file(char *data, size_t size, size_t count, void *user)
 {
-    FILE *f = fopen(static_cast<const char *>(user), "ab+");
-    if (!f)
+    // Appended to, never truncated; a link at the destination is not followed.
+    int fd = open(static_cast<const char *>(user), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0)
         return 0;
-    size_t n = fwrite(data, size, count, f);
-    fclose(f);
-    return n * size;
+    ssize_t n = write(fd, data, size * count);
+    close(fd);
+    return n > 0 ? static_cast<size_t>(n) : 0;
 }
 
 struct http_lock {
@@ -139,6 +142,11 @@ int http_makeup_url(const char *ip, const char *port, const char *stok, int with
         out += "/ds";
     if (path)
         out += path;
+    // A cut URL would post to another path of the camera: refuse instead.
+    if (out.size() >= HTTP_URL_LEN) {
+        DS_ERR("url too long (%zu bytes, at most %d): refused", out.size(), HTTP_URL_LEN - 1);
+        return -1;
+    }
     snprintf(url, HTTP_URL_LEN, "%s", out.c_str());
     return 0;
 }
@@ -229,6 +237,8 @@ int http_mutipartform_post_upload_file(const char *ip, const char *port, const c
         } else {
             DS_ERR("curl_easy_perform() failed: %d, %s\n", static_cast<int>(cc), curl_easy_strerror(cc));
         }
+    } else {
+        DS_ERR("http_makeup_url failed");
     }
     curl_mime_free(mime);
     return rc;

@@ -51,7 +51,7 @@ extern "C" int msglog_write_log(uint32_t main_type, uint32_t sub_type, const cha
     std::string dir = dsd_path("/var/log/msglog");
     if (make_dirs(dir) != 0)
         return -1;
-    int fd = open((dir + "/records").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    int fd = open((dir + "/records").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0644);
     if (fd < 0)
         return -1;
     ssize_t n = write(fd, line.data(), line.size());

@@ -3,6 +3,9 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
+#include <string>
+
+#include "platform/trace_mask.h"
 
 namespace {
 // Written once at start-up before any worker exists; atomic only so that
@@ -14,15 +17,22 @@ void set_trace_level(int level) { g_threshold.store(level, std::memory_order_rel
 
 int get_trace_level(void) { return g_threshold.load(std::memory_order_relaxed); }
 
+// The message is formatted first and masked as a whole, so no caller can
+// put a password on the trace by quoting a request, a reply or a URL.
 void ds_trace(int level, const char *func, int line, const char *fmt, ...)
 {
     int threshold = get_trace_level();
     if (level < threshold || level > TRACE_ERROR)
         return;
-    printf("\t [dsd] %s(%d): ", func ? func : "(null)", line);
     va_list ap;
     va_start(ap, fmt);
-    vprintf(fmt, ap);
+    va_list again;
+    va_copy(again, ap);
+    int n = vsnprintf(nullptr, 0, fmt, ap);
     va_end(ap);
-    putchar('\n');
+    std::string msg(n > 0 ? static_cast<size_t>(n) : 0, '\0');
+    if (n > 0)
+        vsnprintf(msg.data(), msg.size() + 1, fmt, again);
+    va_end(again);
+    printf("\t [dsd] %s(%d): %s\n", func ? func : "(null)", line, trace_mask(msg).c_str());
 }

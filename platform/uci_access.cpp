@@ -1,15 +1,21 @@
 #include "platform/uci_access.h"
 
 #include <json-c/json.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <uci.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
+#include <string>
 
 #include "platform/paths.h"
+#include "platform/safe_file.h"
 #include "platform/trace.h"
 #include "platform/uci_dummy.h"
 
@@ -166,8 +172,36 @@ int edit_one(uci_context *ctx, const edit_call &call, const char *package, const
 
 } // namespace
 
+// uci writes its pending changes into /tmp/.uci, a name anyone can create
+// first: a link there would carry every delta into the link's target. The
+// directory must be a real one of ours, not writable by others; anything
+// else at the name is replaced before a context may use it.
+// Contexts are made by several workers; one repair at a time.
+static std::mutex g_savedir_lock;
+
+static bool savedir_safe(void)
+{
+    std::string dir, name;
+    if (!sf_split(dsd_path("/tmp/.uci"), &dir, &name))
+        return false;
+    std::lock_guard<std::mutex> hold(g_savedir_lock);
+    sf_fd parent(sf_open_dir(dir.c_str()));
+    if (!parent.ok())
+        return parent.fd == -ENOENT; // no /tmp: uci saves nothing there either
+    sf_fd d(openat(parent.fd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    struct stat st;
+    if (d.ok() && fstat(d.fd, &st) == 0 && st.st_uid == geteuid() && !(st.st_mode & 022))
+        return true;
+    sf_fd fresh(sf_fresh_dir(parent.fd, name.c_str(), 0700));
+    return fresh.ok();
+}
+
 uci_context *dsd_uci_alloc(void)
 {
+    if (!savedir_safe()) {
+        DS_ERR("Uci save directory is not safe.");
+        return nullptr;
+    }
     uci_context *ctx = uci_alloc_context();
     if (!ctx || dsd_root().empty())
         return ctx;

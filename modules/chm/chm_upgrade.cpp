@@ -231,7 +231,7 @@ int ipc_disk_upgrade(ds_context *ctx, json_object *arg)
     camera cam;
     if (camera_login(ctx, ch, &cam, __func__) != 0)
         return -1;
-    DS_INFO("stok_buf : %s", cam.stok.c_str());
+    DS_INFO("stok_buf : %s", cam.stok.empty() ? "" : "***"); // a camera session key
     json_ptr upgrade = post(cam, true, "{\"method\": \"do\", \"system\": {\"firmware_upgrade\": {\"type\": \"0\"}}}");
     const char *uri = upgrade ? jso_obj_get_string_origin(upgrade.get(), "url") : nullptr;
     std::string decoded;

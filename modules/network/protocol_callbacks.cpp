@@ -2,9 +2,12 @@
 // derived "smart_network" sections in step with the connection type, tell
 // the DHCP client, UPnP and PPPoE about a type change, and hand the model to
 // the network appliers.
+#include <signal.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -107,9 +110,46 @@ static void stop_upnp(void)
     shell_run(cmd);
 }
 
+// The pid file lives where other programs write, so what it names is not
+// trusted: 0 or a negative number would signal a whole process group (dsd's
+// own among them), 1 is init (procd powers off on SIGUSR2). Only a pid
+// above 1, not dsd or its group, whose /proc name is the DHCP client.
+static bool is_dhcp_client(long pid)
+{
+    if (pid <= 1 || pid > INT32_MAX || pid == getpid() || pid == getpgrp())
+        return false;
+    char path[64];
+    snprintf(path, sizeof path, "/proc/%ld/comm", pid);
+    FILE *f = fopen(path, "r");
+    if (!f)
+        return false;
+    char comm[32] = {};
+    bool got = fgets(comm, sizeof comm, f) != nullptr;
+    fclose(f);
+    comm[strcspn(comm, "\n")] = 0;
+    return got && strcmp(comm, "udhcpc") == 0;
+}
+
+// The pid at the start of the pid file's first line: 0 when it holds none,
+// -1 when there is no pid file (no client runs).
+static long read_pid_file(const std::string &path)
+{
+    FILE *f = fopen(path.c_str(), "re");
+    if (!f) {
+        DS_INFO("No DHCP client pid file %s.", path.c_str());
+        return -1;
+    }
+    char line[64] = {};
+    char digits[16] = {};
+    bool ok = fgets(line, sizeof(line), f) && sscanf(line, "%15[0-9]", digits) == 1;
+    fclose(f);
+    return ok ? strtol(digits, nullptr, 10) : 0;
+}
+
 // SIGUSR2 makes udhcpc release its lease. The pause lets the client finish
 // what it is doing; the request waits for it, so the release is done before
-// the new settings are applied. dash refuses "-SIGUSR2", hence "-USR2".
+// the new settings are applied. The pid is checked after the pause, right
+// before the signal, so the window for its reuse stays small.
 static void release_dhcp_lease(const wan_change &w)
 {
     std::string ifname = w.net_type == "bridge" ? "br-wan" : w.ifname;
@@ -118,18 +158,17 @@ static void release_dhcp_lease(const wan_change &w)
         return;
     }
     std::string path = dsd_path(("/var/run/udhcpc-" + ifname + ".pid").c_str());
-    FILE *f = fopen(path.c_str(), "r");
-    if (!f) {
-        DS_INFO("No DHCP client pid file %s.", path.c_str());
+    long pid = read_pid_file(path);
+    if (pid < 0)
+        return;
+    if (pid > 1)
+        shell_run("sleep 2");
+    if (!is_dhcp_client(pid)) {
+        DS_ERR("Pid file %s names no DHCP client (%ld); lease not released.", path.c_str(), pid);
         return;
     }
-    char line[64] = {};
-    char pid[32] = {};
-    bool ok = fgets(line, sizeof(line), f) && sscanf(line, "%31[0-9]", pid) == 1;
-    fclose(f);
-    if (!ok)
-        return;
-    shell_run("sleep 2; kill -USR2 " + shell_quote(pid));
+    if (kill(static_cast<pid_t>(pid), SIGUSR2) != 0)
+        DS_ERR("Signal to DHCP client %ld failed.", pid);
 }
 
 static void update_smart_network(ds_context *ctx, const wan_change &w)

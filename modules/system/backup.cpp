@@ -10,6 +10,7 @@
 #include <ctime>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <mutex>
 #include <sstream>
 
@@ -19,6 +20,7 @@
 #include "platform/jso.h"
 #include "platform/msglog.h"
 #include "platform/paths.h"
+#include "platform/safe_file.h"
 #include "platform/shell.h"
 #include "platform/trace.h"
 #include "platform/uci_access.h"
@@ -103,12 +105,6 @@ std::string escape_for_trace(const std::string &s)
     return out.substr(0, 1024);
 }
 
-bool copy_file(const std::string &from, const std::string &to)
-{
-    std::string data;
-    return read_all(from, &data) && write_all(to, data);
-}
-
 std::string device_name(ds_context *ctx)
 {
     const char *name = get_opt_value(ctx->uci_ctx, "device_info", "info", "device_name");
@@ -166,38 +162,32 @@ bool install_package(const std::string &name, const std::string &body)
     return true;
 }
 
-// Empties and removes the unpack directory. It only ever holds plain files
-// this code wrote, so one level is enough.
-void remove_unpack_dir(void)
+// /tmp is writable by other programs: every work file there is made fresh
+// (exclusively, mode 0600, never through a planted link) and removed by a
+// guard on every path.
+enum : mode_t { WORK_MODE = 0600, UNPACK_DIR_MODE = 0700 };
+
+// Writes data as the work file name in dirfd. False when it cannot.
+bool write_work_file(int dirfd, const char *name, const std::string &data)
 {
-    std::string unpack = dsd_path("/tmp/restore");
-    DIR *dir = opendir(unpack.c_str());
-    if (!dir)
-        return;
-    while (dirent *e = readdir(dir)) {
-        if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0)
-            unlink((unpack + "/" + e->d_name).c_str());
-    }
-    closedir(dir);
-    rmdir(unpack.c_str());
+    sf_fd f(sf_create_at(dirfd, name, WORK_MODE));
+    return f.ok() && sf_write_all(f.fd, data) == 0;
 }
 
-// Every file is unpacked before the first one is installed, so a full
-// /tmp stops the restore with the configuration still whole.
-int restore_files(const std::vector<std::pair<std::string, std::string>> &files)
+// Unpacks into the fresh directory unpack_fd, then installs. Every file is
+// unpacked before the first one is installed, so a full /tmp stops the
+// restore with the configuration still whole.
+int restore_files(int unpack_fd, const std::vector<std::pair<std::string, std::string>> &files)
 {
-    std::string unpack = dsd_path("/tmp/restore");
-    remove_unpack_dir();
-    mkdir(unpack.c_str(), 0700);
     for (const auto &[name, body] : files) {
-        if (!write_all(unpack + "/" + name, body))
+        if (!write_work_file(unpack_fd, name.c_str(), body))
             return ERR_ARG;
     }
     for (const auto &[name, body] : files) {
         if (!install_package(name, body))
             return ERR_ARG;
     }
-    remove_unpack_dir();
+    sf_empty_dir(unpack_fd);
     shell_run("uc_convert -t 1 >/dev/null 2>&1");
     return 0;
 }
@@ -205,10 +195,33 @@ int restore_files(const std::vector<std::pair<std::string, std::string>> &files)
 int fail_restore(int code)
 {
     DS_TRACE_AS("upload_conf_gui", TRACE_ERROR, "parse conf error");
-    unlink(dsd_path("/tmp/decrypt_conf").c_str());
-    unlink(dsd_path("/tmp/conf_bundle").c_str());
-    remove_unpack_dir();
     return code;
+}
+
+// Opens the caller-named file under /tmp for reading: its directory must
+// really be inside /tmp, no component below /tmp may be a link, and the
+// file itself must be a regular file, not a link. fd, or an error code.
+int open_upload(const char *url, int tmp_fd, struct stat *st)
+{
+    std::string rel, dir, name;
+    int rc = sf_resolve_inside(url, dsd_path("/tmp"), &rel);
+    if (rc == -ENOENT)
+        return ERR_ARG;
+    if (rc != 0 || !path_ok(url) || !sf_split(rel, &dir, &name))
+        return ERR_PATH;
+    sf_fd d(sf_open_dir_below(tmp_fd, dir));
+    if (!d.ok())
+        return ERR_PATH;
+    int fd = sf_open_read_at(d.fd, name.c_str());
+    if (fd == -ELOOP)
+        return ERR_PATH;
+    if (fd < 0)
+        return ERR_ARG;
+    if (fstat(fd, st) != 0) {
+        close(fd);
+        return ERR_ARG;
+    }
+    return fd;
 }
 
 // Header line "<md5>,<device name>\n" then the bundle; false when the line,
@@ -306,6 +319,65 @@ bool backup_split(const std::string &bundle, std::vector<std::pair<std::string, 
     return !files->empty();
 }
 
+// Where the backup goes: the caller's path (an existing directory receives
+// the file under its own name, like "cp -f"), resolved inside /tmp with no
+// link followed on the way. Opens the directory; 0 or an error code.
+static int open_destination(const std::string &dest, int tmp_fd, const std::string &file, sf_fd *dir,
+                            std::string *name)
+{
+    struct stat st;
+    std::string target = dest, rel, sub;
+    // A link at the destination is only taken where it leads inside /tmp.
+    if (lstat(dest.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
+        std::unique_ptr<char, decltype(&free)> real(realpath(dest.c_str(), nullptr), free);
+        if (!real || sf_resolve_inside(real.get(), dsd_path("/tmp"), &rel) != 0)
+            target.clear();
+    }
+    if (target.empty()) {
+        DS_ERR("Backup destination %s is outside /tmp.", dest.c_str());
+        return ERR_PATH;
+    }
+    if (stat(dest.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
+        target += file.substr(file.rfind('/'));
+    if (sf_resolve_inside(target, dsd_path("/tmp"), &rel) != 0 || !sf_split(rel, &sub, name)) {
+        DS_ERR("Backup destination %s is outside /tmp.", dest.c_str());
+        return ERR_PATH;
+    }
+    *dir = sf_fd(sf_open_dir_below(tmp_fd, sub));
+    if (!dir->ok()) {
+        DS_ERR("Backup destination %s is outside /tmp.", dest.c_str());
+        return ERR_PATH;
+    }
+    return 0;
+}
+
+// Places data at dir/name: written beside it under a private name, then
+// renamed over it, so a link standing at the name is replaced, not followed.
+static bool place_backup(int dirfd, const std::string &name, const std::string &data)
+{
+    std::string tmp = "." + name + ".dsd-part";
+    sf_work_file guard(dirfd, tmp);
+    sf_fd f(sf_create_at(dirfd, tmp.c_str(), 0644));
+    return f.ok() && sf_write_all(f.fd, data) == 0 && fsync(f.fd) == 0 &&
+           renameat(dirfd, tmp.c_str(), dirfd, name.c_str()) == 0;
+}
+
+// The header file and the enciphered backup as work files in /tmp, both
+// removed when this returns. The enciphered text in *cipher; 0 or -40102.
+static int build_conf_file(int tmp_fd, const std::string &plain, const std::string &file, std::string *cipher)
+{
+    sf_work_file header(tmp_fd, "conf_package_md5");
+    std::vector<uint8_t> data(plain.begin(), plain.end());
+    if (!write_work_file(tmp_fd, "conf_package_md5", plain) || des_encrypt_data(&data, kKey) != 0) {
+        DS_ERR("add md5 header error.");
+        return ERR_ARG;
+    }
+    cipher->assign(data.begin(), data.end());
+    std::string base = file.substr(file.rfind('/') + 1);
+    sf_work_file keep(tmp_fd, base);
+    return write_work_file(tmp_fd, base.c_str(), *cipher) ? 0 : ERR_ARG;
+}
+
 static int make_backup(ds_context *ctx, json_object *arg)
 {
     std::string dest, name;
@@ -329,23 +401,38 @@ static int make_backup(ds_context *ctx, json_object *arg)
         DS_ERR("get device name error.");
         return ERR_ARG;
     }
-    std::string header = dsd_path("/tmp/conf_package_md5"), file = backup_file_name(name);
-    bool ok = write_all(header, md5_of(bundle) + "," + device + "\n" + bundle, 0666) &&
-              des_encrypt_file(header.c_str(), file.c_str(), kKey) == 0;
-    unlink(header.c_str());
-    if (!ok) {
-        DS_ERR("add md5 header error.");
-        unlink(file.c_str());
-        return ERR_ARG;
-    }
+    sf_fd tmp(sf_open_dir(dsd_path("/tmp").c_str()));
+    std::string file = backup_file_name(name), cipher, target;
+    sf_fd dir;
+    int rc = tmp.ok() ? open_destination(dest, tmp.fd, file, &dir, &target) : ERR_ARG;
+    if (rc != 0)
+        return rc;
+    rc = build_conf_file(tmp.fd, md5_of(bundle) + "," + device + "\n" + bundle, file, &cipher);
+    if (rc != 0)
+        return rc;
     DS_INFO("<1>url:%s ", dest.c_str());
     DS_INFO("<2>url:%s ", escape_for_trace(dest).c_str());
-    // Like "cp -f": a directory receives the file under its own name.
-    if (stat(dest.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
-        dest += file.substr(file.rfind('/'));
-    ok = copy_file(file, dest);
-    unlink(file.c_str());
-    return ok ? 0 : ERR_ARG;
+    return place_backup(dir.fd, target, cipher) ? 0 : ERR_ARG;
+}
+
+// Deciphers the upload (read through open_upload) into the work file
+// /tmp/decrypt_conf and checks its header; the bundle in *bundle.
+static int decipher_upload(ds_context *ctx, int tmp_fd, int unpack_fd, const std::string &upload,
+                           std::string *bundle)
+{
+    sf_work_file copy(unpack_fd, "tmp_conf_final.bin");
+    sf_work_file plainf(tmp_fd, "decrypt_conf");
+    std::vector<uint8_t> data(upload.begin(), upload.end());
+    if (!write_work_file(unpack_fd, "tmp_conf_final.bin", upload) || des_decrypt_data(&data, kKey) != 0 ||
+        !write_work_file(tmp_fd, "decrypt_conf", std::string(data.begin(), data.end()))) {
+        DS_ERR("decrypt error.");
+        return ERR_DECRYPT;
+    }
+    if (!check_md5_header(std::string(data.begin(), data.end()), device_name(ctx), bundle)) {
+        DS_ERR("check md5 header error");
+        return ERR_MD5;
+    }
+    return 0;
 }
 
 static int restore_backup(ds_context *ctx, json_object *arg)
@@ -355,35 +442,31 @@ static int restore_backup(ds_context *ctx, json_object *arg)
         DS_ERR("valid param");
         return fail_restore(ERR_PATH);
     }
+    sf_fd tmp(sf_open_dir(dsd_path("/tmp").c_str()));
     struct stat st;
-    if (stat(url, &st) != 0 || !S_ISREG(st.st_mode))
-        return fail_restore(ERR_ARG);
-    if (!path_ok(url))
-        return fail_restore(ERR_PATH);
-    if (st.st_size > MAX_UPLOAD) {
+    sf_fd in(tmp.ok() ? open_upload(url, tmp.fd, &st) : ERR_ARG);
+    if (!in.ok())
+        return fail_restore(in.fd);
+    std::string upload, bundle;
+    if (st.st_size > MAX_UPLOAD || sf_read_all(in.fd, &upload, MAX_UPLOAD) != 0) {
         DS_ERR("conf_file_size is wrong");
         return fail_restore(ERR_ARG);
     }
-    std::string unpack = dsd_path("/tmp/restore"), copy = unpack + "/tmp_conf_final.bin";
-    std::string plainf = dsd_path("/tmp/decrypt_conf"), plain, bundle;
-    remove_unpack_dir();
-    mkdir(unpack.c_str(), 0700);
-    if (!copy_file(url, copy) || des_decrypt_file(copy.c_str(), plainf.c_str(), kKey) != 0) {
-        DS_ERR("decrypt error.");
-        return fail_restore(ERR_DECRYPT);
+    sf_work_file unpack_guard(tmp.fd, "restore");
+    sf_fd unpack(sf_fresh_dir(tmp.fd, "restore", UNPACK_DIR_MODE));
+    if (!unpack.ok()) {
+        DS_ERR("dir error");
+        return fail_restore(ERR_ARG);
     }
-    unlink(copy.c_str());
-    if (!read_all(plainf, &plain) || !check_md5_header(plain, device_name(ctx), &bundle)) {
-        DS_ERR("check md5 header error");
-        return fail_restore(ERR_MD5);
-    }
-    unlink(plainf.c_str());
+    int rc = decipher_upload(ctx, tmp.fd, unpack.fd, upload, &bundle);
+    if (rc != 0)
+        return fail_restore(rc);
     std::vector<std::pair<std::string, std::string>> files;
     if (!backup_split(bundle, &files)) {
         DS_ERR("split conf error");
         return fail_restore(ERR_ARG);
     }
-    int rc = restore_files(files);
+    rc = restore_files(unpack.fd, files);
     return rc == 0 ? 0 : fail_restore(rc);
 }
 

@@ -1,6 +1,6 @@
 #include "modules/system/login.h"
 
-#include <dirent.h>
+#include <fcntl.h>
 #include <json-c/json.h>
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
@@ -10,12 +10,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <string>
 
 #include "core/context.h"
 #include "platform/jso.h"
 #include "platform/msglog.h"
 #include "platform/paths.h"
+#include "platform/safe_file.h"
 #include "platform/trace.h"
 #include "platform/ubus_client.h"
 #include "platform/uci_access.h"
@@ -56,22 +58,45 @@ std::string record_path(const char *user)
     return buf;
 }
 
+// Every check's read-decide-write of a failure record runs under this one
+// mutex, so parallel wrong passwords each count and nobody reads a count
+// that another check is about to raise. One mutex rather than one per user:
+// the section is a few microseconds of tmpfs I/O, logins are rare, and the
+// slow part (reporting a lock on the bus) runs after it is released.
+std::mutex g_records;
+
+// The failure-record directory, opened without following a link; one that
+// is a link or belongs to someone else is replaced (mode 700 decimal, as
+// the web tools create it). fd or -errno.
+int open_state_dir(const char *path)
+{
+    std::string dir, name;
+    if (!sf_split(dsd_path(path), &dir, &name))
+        return -EINVAL;
+    sf_fd parent(sf_open_dir(dir.c_str()));
+    if (!parent.ok())
+        return parent.fd;
+    int fd = openat(parent.fd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    struct stat st;
+    if (fd >= 0 && fstat(fd, &st) == 0 && st.st_uid == geteuid())
+        return fd;
+    if (fd >= 0)
+        close(fd);
+    return sf_fresh_dir(parent.fd, name.c_str(), 700);
+}
+
 // The stored "time/count"; false when missing, empty or malformed.
 bool read_record(const char *user, long *time, int *count, bool trace_bad)
 {
-    std::string path = record_path(user);
-    FILE *f = fopen(path.c_str(), "r");
-    if (!f)
-        return false;
-    char line[64] = {0};
-    bool got = fgets(line, sizeof line, f) != nullptr;
-    fclose(f);
-    if (!got || !*line)
+    sf_fd dir(open_state_dir("/tmp/luci-pwderr"));
+    sf_fd f(dir.ok() ? sf_open_read_at(dir.fd, record_name(user).c_str()) : -1);
+    std::string text;
+    if (!f.ok() || sf_read_all(f.fd, &text, 63) != 0 || text.empty())
         return false;
     int t = 0, c = 0;
-    if (sscanf(line, "%d/%d", &t, &c) != 2) {
+    if (sscanf(text.c_str(), "%d/%d", &t, &c) != 2) {
         if (trace_bad)
-            DS_TRACE_AS("is_locked", TRACE_ERROR, "err_file data (%s) is wrong", line);
+            DS_TRACE_AS("is_locked", TRACE_ERROR, "err_file data (%s) is wrong", text.c_str());
         return false;
     }
     *time = t;
@@ -79,13 +104,26 @@ bool read_record(const char *user, long *time, int *count, bool trace_bad)
     return true;
 }
 
+// Written beside the record and renamed over it: a reader never sees half
+// a record, and a link planted at the name is replaced, not followed.
 bool write_record(const char *user, long time, int count)
 {
-    FILE *f = fopen(record_path(user).c_str(), "w");
-    if (!f)
+    sf_fd dir(open_state_dir("/tmp/luci-pwderr"));
+    if (!dir.ok())
         return false;
-    fprintf(f, "%ld/%d", time, count);
-    return fclose(f) == 0;
+    std::string name = record_name(user), tmp = "." + name + ".new";
+    sf_work_file guard(dir.fd, tmp);
+    sf_fd f(sf_create_at(dir.fd, tmp.c_str(), 0600));
+    char line[64];
+    snprintf(line, sizeof line, "%ld/%d", time, count);
+    return f.ok() && sf_write_all(f.fd, line) == 0 && renameat(dir.fd, tmp.c_str(), dir.fd, name.c_str()) == 0;
+}
+
+bool record_exists(const char *user)
+{
+    sf_fd dir(open_state_dir("/tmp/luci-pwderr"));
+    struct stat st;
+    return dir.ok() && fstatat(dir.fd, record_name(user).c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 void add(json_object *res, const char *key, int v)
@@ -96,12 +134,8 @@ void add(json_object *res, const char *key, int v)
 // Mode 700 in decimal, as the web server's tools have always created them.
 void make_dirs(void)
 {
-    for (const char *dir : {"/tmp/luci-pwderr", "/tmp/luci-sessions"}) {
-        std::string path = dsd_path(dir);
-        struct stat st;
-        if (stat(path.c_str(), &st) != 0)
-            mkdir(path.c_str(), 700);
-    }
+    for (const char *dir : {"/tmp/luci-pwderr", "/tmp/luci-sessions"})
+        sf_fd d(open_state_dir(dir));
 }
 
 // The package's account for a user name: the first section whose
@@ -137,18 +171,27 @@ void answer_locked(json_object *res, const char *user)
     add(res, "time", 0);
 }
 
-void answer_wrong_password(json_object *res, const char *user, int max)
+// Counts one failure unless the user is locked already; true when the user
+// is (now) locked, else the attempts used in *count.
+bool record_failure(const char *user, int max, int *count)
 {
+    std::lock_guard<std::mutex> hold(g_records);
     int code = 0;
-    if (is_locked(user, max, &code)) {
-        answer_locked(res, user);
-        return;
-    }
+    if (is_locked(user, max, &code))
+        return true;
     DS_TRACE_AS("check_username_passwd", TRACE_INFO, "start to write log_error info");
-    int count = 0;
-    log_errinfo(user, &count, max);
+    log_errinfo(user, count, max);
     if (is_locked(user, max, &code)) {
         DS_TRACE_AS("check_username_passwd", TRACE_INFO, "error count up to limit");
+        return true;
+    }
+    return false;
+}
+
+void answer_wrong_password(json_object *res, const char *user, int max)
+{
+    int count = 0;
+    if (record_failure(user, max, &count)) {
         answer_locked(res, user);
         return;
     }
@@ -156,18 +199,26 @@ void answer_wrong_password(json_object *res, const char *user, int max)
     add(res, "real_error_code", -70312);
 }
 
+// True when the user is locked; otherwise a standing record is cleared.
+bool locked_or_cleared(const char *user, int max)
+{
+    std::lock_guard<std::mutex> hold(g_records);
+    int code = 0;
+    if (is_locked(user, max, &code))
+        return true;
+    if (record_exists(user))
+        write_record(user, g_clock(), 0);
+    return false;
+}
+
 void answer_good_password(json_object *res, const char *user, int max, bool enabled, json_object *acct,
                           const std::string &section)
 {
     DS_TRACE_AS("check_username_passwd", TRACE_INFO, "username and passwd are all correct");
-    int code = 0;
-    if (enabled && is_locked(user, max, &code)) {
+    if (enabled && locked_or_cleared(user, max)) {
         answer_locked(res, user);
         return;
     }
-    struct stat st;
-    if (enabled && stat(record_path(user).c_str(), &st) == 0)
-        write_record(user, g_clock(), 0);
     const char *authority = jso_obj_get_string_origin(acct, "authority");
     jso_obj_add_string(res, "authority", authority ? authority : "");
     jso_obj_add_string(res, "group", group_of(section).c_str());
@@ -189,8 +240,8 @@ int is_locked(const char *user, int max, int *code)
         return 0;
     if (count >= max && time + LOCK_SECONDS - 1 >= g_clock()) {
         *code = -40404;
-        struct stat st;
-        return stat(record_path(user).c_str(), &st) == 0 && st.st_size > 0 ? static_cast<int>(st.st_size) : 1;
+        char line[64];
+        return snprintf(line, sizeof line, "%ld/%d", time, count);
     }
     return 0;
 }
@@ -284,26 +335,21 @@ int check_username_passwd(ds_context *ctx, json_object *arg)
 
 int login_end_sessions(void)
 {
-    std::string dir = dsd_path("/tmp/luci-sessions");
-    DIR *d = opendir(dir.c_str());
-    if (!d)
-        return errno == ENOENT ? 0 : -1;
-    int rc = 0;
-    while (dirent *e = readdir(d)) {
-        if (!strcmp(e->d_name, ".") || !strcmp(e->d_name, ".."))
-            continue;
-        if (unlink((dir + "/" + e->d_name).c_str()) != 0 && errno != ENOENT)
-            rc = -1;
-    }
-    closedir(d);
-    return rc;
+    // The web server owns the sessions directory; a link at its name is
+    // left alone rather than followed into whatever it points at.
+    sf_fd d(sf_open_dir(dsd_path("/tmp/luci-sessions").c_str()));
+    if (!d.ok())
+        return d.fd == -ENOENT ? 0 : -1;
+    return sf_empty_dir(d.fd) == 0 ? 0 : -1;
 }
 
 int login_forget_failures(const char *user)
 {
     if (!user || !*user)
         return -1;
-    return unlink(record_path(user).c_str()) == 0 || errno == ENOENT ? 0 : -1;
+    std::lock_guard<std::mutex> hold(g_records);
+    sf_fd dir(open_state_dir("/tmp/luci-pwderr"));
+    return dir.ok() && sf_remove_at(dir.fd, record_name(user).c_str()) == 0 ? 0 : -1;
 }
 
 int rm_pwd_err_file(ds_context *, json_object *arg)

@@ -11,6 +11,8 @@ using login_clock_fn = long (*)(void);
 void login_set_clock(login_clock_fn fn);
 
 // Non-zero (the record's size) when user is locked; *code is then -40404.
+// Takes no lock: check_username_passwd serialises its read-decide-write of
+// a record around these two; a direct caller must not race a check.
 int is_locked(const char *user, int max, int *code);
 // One more failure, capped at max; the new count in *count. 0, or -1.
 int log_errinfo(const char *user, int *count, int max);
@@ -18,6 +20,7 @@ int log_errinfo(const char *user, int *count, int max);
 int call_login_error(const char *user);
 
 // Keyword "check_user": always 0; the outcome is in the response members.
+// Any worker; parallel checks of one user each count.
 int check_username_passwd(ds_context *ctx, json_object *arg);
 // Removes every web session file; 0, or -1 when one could not be removed.
 // Any thread.

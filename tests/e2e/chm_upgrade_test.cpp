@@ -21,6 +21,13 @@ TEST(HttpClient, UrlForms)
     EXPECT_STREQ(url, "http://10.0.0.2:8080/ds");
     EXPECT_EQ(http_makeup_url("10.0.0.2", "80", nullptr, 1, 0, url, nullptr), -1);
     EXPECT_EQ(http_makeup_url(nullptr, "80", nullptr, 0, 0, url, nullptr), -1);
+    // A URL that does not fit is refused whole, never cut to another path.
+    std::string prefix = "http://10.0.0.2:80";
+    std::string fits(HTTP_URL_LEN - 1 - prefix.size(), 'p');
+    fits[0] = '/';
+    ASSERT_EQ(http_makeup_url("10.0.0.2", "80", nullptr, 0, 0, url, fits.c_str()), 0);
+    EXPECT_EQ(std::string(url), prefix + fits);
+    EXPECT_EQ(http_makeup_url("10.0.0.2", "80", nullptr, 0, 0, url, (fits + "x").c_str()), -1);
 }
 
 TEST(HttpClient, ReplyLimitsStatusesAndFlags)
@@ -101,6 +108,16 @@ TEST_F(Upgrade, MissingTokenStopsBeforeTheUpload)
     EXPECT_GE(d.wait_log("stok is null"), 1);
     EXPECT_EQ(count("/stok=a1b2c3/ds"), 0);
     EXPECT_EQ(cam.stored(), "");
+}
+
+TEST_F(Upgrade, UploadPathTooLongForTheUrlIsNeverCut)
+{
+    start({"--long-url"});
+    EXPECT_NE(upgrade(), 0);
+    EXPECT_GE(d.wait_log("url too long"), 1);
+    for (const auto &r : cam.requests())
+        EXPECT_EQ(r.find("/upgrade"), std::string::npos) << r;
+    EXPECT_EQ(count("/stok=a1b2c3/ds"), 1); // the upgrade request, no reboot
 }
 
 TEST_F(Upgrade, FailedUploadSendsNoReboot)

@@ -4,6 +4,7 @@
 // stand-in scripts first in the daemon's PATH; the DHCP lease release is
 // seen by a child process waiting for SIGUSR2.
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -44,6 +45,7 @@ pid_t spawn_lease_holder()
     pthread_sigmask(SIG_BLOCK, &set, &old);
     pid_t pid = fork();
     if (pid == 0) {
+        prctl(PR_SET_NAME, "udhcpc"); // the release signals only the DHCP client
         timespec limit{30L * harness_slowdown(), 0};
         _exit(sigtimedwait(&set, nullptr, &limit) == SIGUSR2 ? 0 : 1);
     }

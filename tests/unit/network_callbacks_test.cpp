@@ -4,6 +4,7 @@
 // Commands are observed through stand-in scripts placed first in PATH; the
 // lease release is observed on a real child process waiting for SIGUSR2.
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <json-c/json.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -77,6 +78,7 @@ pid_t spawn_lease_holder()
     pthread_sigmask(SIG_BLOCK, &set, &old);
     pid_t pid = fork();
     if (pid == 0) {
+        prctl(PR_SET_NAME, "udhcpc"); // the release signals only the DHCP client
         timespec limit{10, 0};
         _exit(sigtimedwait(&set, nullptr, &limit) == SIGUSR2 ? 0 : 1);
     }
@@ -154,6 +156,84 @@ struct Protocol : testing::Test {
     }
     bool conflict_flag() const { return access((scratch.root + "/tmp/ip_conflict").c_str(), F_OK) == 0; }
 };
+
+TEST_F(Protocol, DhcpToStaticReleasesLeaseAndClearsSmartNetwork)
+{
+    pid_t holder = spawn_lease_holder();
+    ASSERT_GT(holder, 0);
+    std::ofstream(scratch.root + "/var/run/udhcpc-eth0.pid") << holder << "\n";
+    ASSERT_EQ(set(R"({"protocol":{"wan":{"wan_type":"static"}}})"), 0);
+    int status = -1;
+    ASSERT_EQ(waitpid(holder, &status, 0), holder);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "no SIGUSR2 reached the client";
+    EXPECT_EQ(calls(), "upnpc_stop\nsleep 2\nnetwork reload\n");
+    EXPECT_EQ(stored("protocol", "wan", "wan_type"), "static");
+    for (const char *opt : {"ipaddr", "netmask", "gateway", "dns"})
+        EXPECT_EQ(stored("protocol", "smart_network", opt), "<none>") << opt;
+    EXPECT_FALSE(conflict_flag());
+    // The applier turned the static section into the WAN interface.
+    EXPECT_EQ(stored("network", "wan", "proto"), "static");
+    EXPECT_EQ(stored("network", "wan", "ipaddr"), "10.0.0.2");
+    EXPECT_EQ(stored("network", "wan", "netmask"), "255.255.255.0");
+    EXPECT_EQ(stored("network", "wan", "dns"), "8.8.8.8 1.1.1.1");
+    EXPECT_EQ(stored("network", "lan", "proto"), "static");
+}
+
+// A live process that is not the DHCP client: SIGUSR2 blocked, so a signal
+// sent to it stays pending where /proc shows it.
+pid_t spawn_bystander()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGUSR2);
+    sigset_t old;
+    pthread_sigmask(SIG_BLOCK, &set, &old);
+    pid_t pid = fork();
+    if (pid == 0) {
+        pause();
+        _exit(0);
+    }
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    return pid;
+}
+
+bool usr2_pending(pid_t pid)
+{
+    std::ifstream in("/proc/" + std::to_string(pid) + "/status");
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.rfind("ShdPnd:", 0) == 0 || line.rfind("SigPnd:", 0) == 0) {
+            if (std::stoull(line.substr(7), nullptr, 16) & (1ULL << (SIGUSR2 - 1)))
+                return true;
+        }
+    }
+    return false;
+}
+
+// The pid file is writable by others: 0 would signal our own group (this
+// test would die), our own pid or group, garbage, or a bystander must never
+// get the signal. Pid 1 is init; as root a wrong signal would reach the real
+// one, so that case is only exercised without privileges.
+TEST_F(Protocol, PidFilesNamingNoDhcpClientAreNotSignalled)
+{
+    pid_t bystander = spawn_bystander();
+    ASSERT_GT(bystander, 0);
+    std::vector<std::string> planted = {"0", "-1", "garbage", std::to_string(getpid()),
+                                        std::to_string(getpgrp()), std::to_string(bystander)};
+    if (geteuid() != 0)
+        planted.push_back("1");
+    for (const std::string &pid : planted) {
+        SCOPED_TRACE(pid);
+        write_protocol("dhcp");
+        std::ofstream(scratch.root + "/var/run/udhcpc-eth0.pid") << pid << "\n";
+        ASSERT_EQ(set(R"({"protocol":{"wan":{"wan_type":"static"}}})"), 0);
+        EXPECT_EQ(stored("protocol", "wan", "wan_type"), "static");
+    }
+    EXPECT_FALSE(usr2_pending(bystander));
+    kill(bystander, SIGKILL);
+    int status = 0;
+    EXPECT_EQ(waitpid(bystander, &status, 0), bystander);
+}
 
 TEST_F(Protocol, LinkChangeReleasesThroughTheBridgePidFile)
 {

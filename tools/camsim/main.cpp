@@ -2,6 +2,7 @@
 //
 //   camsim --port-file F [--password P] [--store FILE] [--log FILE]
 //          [--no-stok] [--upload-fails] [--redirect] [--reply-size N] [--hang]
+//          [--long-url]
 //
 // Login (POST / with {"method":"do","login":{...}}) answers a token when the
 // password matches; POST /stok=<token>/ds answers the upgrade request with
@@ -24,7 +25,7 @@ namespace {
 
 struct options {
     std::string port_file, password = "null", store, log;
-    bool no_stok = false, upload_fails = false, redirect = false, hang = false;
+    bool no_stok = false, upload_fails = false, redirect = false, hang = false, long_url = false;
     long reply_size = -1;
 };
 
@@ -48,6 +49,7 @@ bool parse(int argc, char **argv, options *o)
         o->upload_fails |= a == "--upload-fails";
         o->redirect |= a == "--redirect";
         o->hang |= a == "--hang";
+        o->long_url |= a == "--long-url";
     }
     return !o->port_file.empty();
 }
@@ -110,6 +112,8 @@ std::string answer(const options &o, const std::string &path, const std::string 
     }
     if (path != stok + "/ds")
         return "{\"error_code\": -40210}";
+    if (body.find("firmware_upgrade") != std::string::npos && o.long_url) // longer than a 128-byte URL
+        return "{\"error_code\": 0, \"url\": \"%2Fupgrade%2Fimage%2F" + std::string(120, 'a') + "\"}";
     if (body.find("firmware_upgrade") != std::string::npos)
         return "{\"error_code\": 0, \"url\": \"%2Fupgrade%2Fimage\"}";
     if (body.find("reboot") != std::string::npos)
