@@ -26,10 +26,17 @@ double bench_now_us(void)
 
 bench_stats bench_time(int n, const std::function<bool()> &fn, bool *ok)
 {
+    return bench_time_prepared(n, [] {}, fn, ok);
+}
+
+bench_stats bench_time_prepared(int n, const std::function<void()> &prep,
+                                const std::function<bool()> &fn, bool *ok)
+{
     std::vector<double> t;
     t.reserve(static_cast<size_t>(n));
     *ok = true;
     for (int i = 0; i < n; ++i) {
+        prep();
         double start = bench_now_us();
         if (!fn()) {
             *ok = false;

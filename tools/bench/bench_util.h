@@ -18,6 +18,10 @@ struct bench_stats {
 // microseconds; false from fn aborts with ok = false.
 bench_stats bench_time(int n, const std::function<bool()> &fn, bool *ok);
 
+// The same with `prep` run untimed before each timed call of fn.
+bench_stats bench_time_prepared(int n, const std::function<void()> &prep,
+                                const std::function<bool()> &fn, bool *ok);
+
 // Monotonic clock in microseconds.
 double bench_now_us(void);
 
