@@ -28,7 +28,7 @@ void heap_init(void)
 
 void heap_note_size(size_t bytes)
 {
-    if (bytes >= HEAP_LARGE_REQUEST)
+    if (bytes >= HEAP_LARGE_BYTES)
         g_trim_due.store(true, std::memory_order_relaxed);
 }
 

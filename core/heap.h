@@ -8,7 +8,7 @@ enum {
     HEAP_ARENAS = 2,                 // malloc arenas shared by all threads
     HEAP_MMAP_BYTES = 64 * 1024,     // blocks this large get mappings of their own
     HEAP_TRIM_BYTES = 128 * 1024,    // free top of a heap beyond this goes back
-    HEAP_LARGE_REQUEST = 32 * 1024,  // a request or response this large leaves
+    HEAP_LARGE_BYTES = 128 * 1024,   // a request or response this large leaves
                                      // the heap to be trimmed when the pool idles
 };
 

@@ -154,13 +154,18 @@ void bench_daemon_stop(bench_daemon *d)
     d->pid = -1;
 }
 
-long bench_rss_kib(pid_t pid)
+long bench_status_kib(pid_t pid, const char *field)
 {
     std::ifstream in("/proc/" + std::to_string(pid) + "/status");
-    std::string line;
+    std::string line, key = std::string(field) + ":";
     while (std::getline(in, line)) {
-        if (line.rfind("VmRSS:", 0) == 0)
-            return strtol(line.c_str() + 6, nullptr, 10);
+        if (line.rfind(key, 0) == 0)
+            return strtol(line.c_str() + key.size(), nullptr, 10);
     }
     return -1;
+}
+
+long bench_rss_kib(pid_t pid)
+{
+    return bench_status_kib(pid, "VmRSS");
 }

@@ -167,19 +167,23 @@ bool worst_case_burst(const std::string &socket)
     return answered.load() == 6;
 }
 
+struct rss_reading {
+    long total, anon;
+};
+
 // Resident memory once the daemon has settled after the last answer (the
 // last worker trims the heap after it has answered).
-long settled_rss(pid_t pid)
+rss_reading settled_rss(pid_t pid)
 {
     usleep(300000);
-    return bench_rss_kib(pid);
+    return {bench_rss_kib(pid), bench_status_kib(pid, "RssAnon")};
 }
 
 struct figures {
     bench_stats floor, cold, warm, pkg, set, light, load;
     double tp[3];
     double startup;
-    long rss_mix, rss_more, rss_worst;
+    rss_reading rss_start, rss_mix, rss_more, rss_worst;
     int mixed;
     std::string load_pkg;
     off_t load_bytes;
@@ -215,6 +219,7 @@ bool mixed_requests(const std::string &socket, int n, const std::string &pkg_req
 bool measure_requests(const std::string &root, const bench_daemon &d, figures *f)
 {
     bool ok[8] = {};
+    f->rss_start = settled_rss(d.pid);
     f->cold = bench_time_prepared(300, [&] { touch_record_control(root); },
                                   [&] { return answered_ok(d.socket_path, kGetOne); }, &ok[0]);
     f->warm = bench_time(2000, [&] { return answered_ok(d.socket_path, kGetOne); }, &ok[1]);
@@ -269,12 +274,16 @@ void print_figures(const figures &f)
     row("start-up to first accept (128 channels)", buf, "< 50 ms");
     snprintf(buf, sizeof buf, "uci_load %s (%lld B)", f.load_pkg.c_str(), static_cast<long long>(f.load_bytes));
     row(buf, us(f.load), "-");
-    snprintf(buf, sizeof buf, "%ld -> %ld KiB", f.rss_mix, f.rss_more);
+    snprintf(buf, sizeof buf, "%ld KiB (%ld own)", f.rss_start.total, f.rss_start.anon);
+    row("VmRSS (RssAnon) after start-up", buf, "-");
+    snprintf(buf, sizeof buf, "%ld KiB (%ld own)", f.rss_mix.total, f.rss_mix.anon);
+    row("VmRSS (RssAnon) after the mix", buf, "<= 8 MB");
+    snprintf(buf, sizeof buf, "%ld KiB (%ld own)", f.rss_more.total, f.rss_more.anon);
     char what[64];
-    snprintf(what, sizeof what, "VmRSS after the mix -> %d more mixed", f.mixed);
-    row(what, buf, "<= 8 MB, flat");
-    snprintf(buf, sizeof buf, "%ld KiB", f.rss_worst);
-    row("VmRSS after six 229 KB worst-case requests", buf, "<= 8 MB");
+    snprintf(what, sizeof what, "VmRSS (RssAnon) after %d more mixed", f.mixed);
+    row(what, buf, "flat");
+    snprintf(buf, sizeof buf, "%ld KiB (%ld own)", f.rss_worst.total, f.rss_worst.anon);
+    row("VmRSS (RssAnon) after six 229 KB requests", buf, "<= 8 MB");
 }
 
 int run(const std::string &dsd, const std::string &mkconfig, const std::string &root)
