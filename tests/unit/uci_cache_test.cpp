@@ -28,10 +28,11 @@ void remove_root(void)
         fprintf(stderr, "cannot remove %s\n", test_root().c_str());
 }
 
-// The process reads DSD_ROOT once, so every test shares one root.
+// The process reads DSD_ROOT once, so every test shares one root. The name
+// is never freed: remove_root runs after static destructors.
 const std::string &test_root(void)
 {
-    static const std::string root = [] {
+    static const std::string &root = *new std::string([] {
         char tmpl[] = "/tmp/dsd-cache-XXXXXX";
         std::string r = mkdtemp(tmpl);
         std::string cmd = "mkdir -p " + r + "/etc/config " + r + "/tmp/.uci";
@@ -40,7 +41,7 @@ const std::string &test_root(void)
         setenv("DSD_ROOT", r.c_str(), 1);
         atexit(remove_root);
         return r;
-    }();
+    }());
     return root;
 }
 
