@@ -324,15 +324,16 @@ const uci_snapshot::section *find_section(const uci_snapshot &snap, const char *
     return it == snap.by_name.end() ? nullptr : &snap.sections[it->second];
 }
 
-} // namespace
-
-uci_snapshot_ref uci_cache_open(const char *package)
+// The current snapshot if one is cached; with `fill`, read and maybe kept
+// on a miss.
+uci_snapshot_ref open_snapshot(const char *package, bool fill)
 {
     if (!cache_enabled() || !plain_package(package))
         return nullptr;
     package_id before = stat_package(package);
     uint64_t gen = 0;
-    if (uci_snapshot_ref hit = current_entry(package, before, &gen))
+    uci_snapshot_ref hit = current_entry(package, before, &gen);
+    if (hit || !fill)
         return hit;
     uci_snapshot_ref snap = load_snapshot(package);
     if (!snap)
@@ -342,6 +343,33 @@ uci_snapshot_ref uci_cache_open(const char *package)
     if (same_package(before, stat_package(package)))
         keep_snapshot(package, snap, before, gen);
     return snap;
+}
+
+// The wanted sections as get_uci_package forms them, from the package as
+// `ctx` loads it; a package that cannot be loaded fails as there, with its
+// traces. Names are compared as keys, never parsed as lookup expressions.
+json_object *part_through_context(uci_context *ctx, const char *package, json_object *wanted)
+{
+    uci_ptr ptr{};
+    ptr.package = package;
+    if (!ctx || !package || uci_lookup_ptr(ctx, &ptr, nullptr, true) != UCI_OK ||
+        !(ptr.flags & uci_ptr::UCI_LOOKUP_COMPLETE) || !ptr.p ||
+        !json_object_is_type(wanted, json_type_object))
+        return get_uci_package(ctx, package);
+    json_object *obj = json_object_new_object();
+    uci_element *e;
+    uci_foreach_element(&ptr.p->sections, e) {
+        if (json_object_object_get_ex(wanted, e->name, nullptr))
+            json_object_object_add(obj, e->name, single_section(uci_to_section(e)));
+    }
+    return obj;
+}
+
+} // namespace
+
+uci_snapshot_ref uci_cache_open(const char *package)
+{
+    return open_snapshot(package, true);
 }
 
 json_object *uci_snapshot_section(const uci_snapshot &snap, const char *section)
@@ -371,10 +399,12 @@ json_object *uci_snapshot_section_type(const uci_snapshot &snap, const char *typ
 
 json_object *uci_cache_package_part(uci_context *ctx, const char *package, json_object *wanted)
 {
+    // A miss reads through the request's context, which then holds the
+    // package for the staging that follows: one parse, as without a cache.
     uci_snapshot_ref snap =
-        json_object_is_type(wanted, json_type_object) ? uci_cache_open(package) : nullptr;
+        json_object_is_type(wanted, json_type_object) ? open_snapshot(package, false) : nullptr;
     if (!snap)
-        return get_uci_package(ctx, package);
+        return part_through_context(ctx, package, wanted);
     json_object *obj = json_object_new_object();
     json_object_object_foreach(wanted, name, val) {
         (void)val;
