@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/heap.h"
 #include "platform/trace.h"
 #include "platform/uci_access.h"
 
@@ -127,6 +128,7 @@ void context_free(ds_context *ctx)
     pthread_mutex_lock(&g_pool_lock);
     if (ctx->buf_size != DS_BUF_SIZE) {
         // a grown buffer goes back to the heap; the next request gets a fresh one
+        heap_note_size(ctx->buf_size);
         free(ctx->buf);
         ctx->buf = nullptr;
         ctx->buf_size = 0;

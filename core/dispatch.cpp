@@ -7,6 +7,7 @@
 #include <ctime>
 
 #include "core/context.h"
+#include "core/heap.h"
 #include "core/wire.h"
 #include "model/methods.h"
 #include "platform/trace.h"
@@ -93,5 +94,6 @@ int ds_signal_handle(int fd)
     clock_gettime(CLOCK_MONOTONIC, &end);
     DS_INFO("##Time cost: %ld ms##", monotonic_ms(end) - monotonic_ms(start));
     context_free(ctx);
+    heap_trim_if_idle();
     return 0;
 }

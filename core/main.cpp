@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "core/context.h"
+#include "core/heap.h"
 #include "core/pool.h"
 #include "core/server.h"
 #include "core/shm.h"
@@ -101,6 +102,7 @@ int main(int argc, char **argv)
 {
     // Traces go to a log file under procd or the test harness: flush per line.
     setvbuf(stdout, nullptr, _IOLBF, 0);
+    heap_init();
     load_debug_mode();
     set_threshold(argc, argv);
     DS_INFO("Dsd started.");

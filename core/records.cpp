@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "core/context.h"
+#include "core/heap.h"
 #include "core/dispatch.h"
 #include "core/wire.h"
 #include "platform/jso.h"
@@ -233,6 +234,8 @@ void ds_make_response(ds_context *ctx)
         return;
     }
     DS_INFO("Response: %s.", text);
-    if (jres_tlv_write(ctx->fd, text, static_cast<uint32_t>(strlen(text))) != 0)
+    size_t len = strlen(text);
+    heap_note_size(len);
+    if (jres_tlv_write(ctx->fd, text, static_cast<uint32_t>(len)) != 0)
         DS_ERR("Write response TLV failed.");
 }

@@ -13,12 +13,38 @@
 #include "platform/jso.h"
 #include "platform/trace.h"
 #include "platform/uci_access.h"
+#include "platform/uci_cache.h"
+
+// The package snapshot that one module's reads share, taken at the first
+// read from uci, so a request sees one state of the package throughout.
+struct package_reads {
+    uci_snapshot_ref snap;
+    bool opened = false;
+};
+
+// One section (by_name 1) or a type's sections from uci: from the shared
+// read cache, or through the request's own uci context when the cache
+// cannot serve (it then also traces why the package cannot be read).
+static json_object *read_uci(ds_context *ctx, const ds_module *mod, const char *name, int by_name,
+                             package_reads *reads)
+{
+    if (!reads->opened) {
+        reads->snap = uci_cache_open(mod->package);
+        reads->opened = true;
+    }
+    if (reads->snap)
+        return by_name ? uci_snapshot_section(*reads->snap, name)
+                       : uci_snapshot_section_type(*reads->snap, name);
+    if (by_name)
+        return get_uci_section(ctx->uci_ctx, mod->package, name);
+    return get_uci_section_type(ctx->uci_ctx, mod->package, name);
+}
 
 // Reads one section (by_name 1) or every section of one type (by_name 0) of
 // `mod` into *out (new reference). 0 with the error code cleared, or -1 with
 // the error code set.
 static int get_section_obj(ds_context *ctx, const ds_module *mod, const char *name, int by_name,
-                           json_object **out)
+                           json_object **out, package_reads *reads)
 {
     if (!ctx || !mod || !name || !out) {
         DS_ERR("Invalid params.");
@@ -37,10 +63,8 @@ static int get_section_obj(ds_context *ctx, const ds_module *mod, const char *na
     if (sec->data_kind == DS_DATA_UCI) {
         if (sec->dynamic)
             data = sec->dynamic(ctx, sec);
-        else if (by_name)
-            data = get_uci_section(ctx->uci_ctx, mod->package, name);
         else
-            data = get_uci_section_type(ctx->uci_ctx, mod->package, name);
+            data = read_uci(ctx, mod, name, by_name, reads);
     } else if (sec->data_kind == DS_DATA_DYNAMIC) {
         if (!sec->dynamic) {
             DS_ERR("Dynamic data operation is NULL.");
@@ -64,10 +88,10 @@ static int get_section_obj(ds_context *ctx, const ds_module *mod, const char *na
 
 // Reads one requested string into the module's response object.
 static int get_one(ds_context *ctx, const ds_module *mod, const char *name, int by_name,
-                   json_object *mod_res)
+                   json_object *mod_res, package_reads *reads)
 {
     json_object *data = nullptr;
-    if (get_section_obj(ctx, mod, name, by_name, &data) != 0) {
+    if (get_section_obj(ctx, mod, name, by_name, &data, reads) != 0) {
         if (by_name)
             DS_ERR("Get section name %s data failed.", name);
         else
@@ -88,7 +112,7 @@ static int invalid_get_request(ds_context *ctx)
 // One member of a module's request: "table" or "name" with a string or an
 // array of strings.
 static int get_data_member(ds_context *ctx, const ds_module *mod, const char *key,
-                           json_object *val, json_object *mod_res)
+                           json_object *val, json_object *mod_res, package_reads *reads)
 {
     if (!key || !val) {
         DS_TRACE_AS("get_data_obj", TRACE_ERROR, "Invalid params.");
@@ -102,7 +126,7 @@ static int get_data_member(ds_context *ctx, const ds_module *mod, const char *ke
     else
         return invalid_get_request(ctx);
     if (json_object_is_type(val, json_type_string))
-        return get_one(ctx, mod, json_object_get_string(val), by_name, mod_res);
+        return get_one(ctx, mod, json_object_get_string(val), by_name, mod_res, reads);
     if (!json_object_is_type(val, json_type_array))
         return invalid_get_request(ctx);
     size_t n = json_object_array_length(val);
@@ -110,7 +134,7 @@ static int get_data_member(ds_context *ctx, const ds_module *mod, const char *ke
         json_object *el = json_object_array_get_idx(val, i);
         if (!el || !json_object_is_type(el, json_type_string))
             return invalid_get_request(ctx);
-        if (get_one(ctx, mod, json_object_get_string(el), by_name, mod_res) != 0)
+        if (get_one(ctx, mod, json_object_get_string(el), by_name, mod_res, reads) != 0)
             return -1;
     }
     return 0;
@@ -120,8 +144,9 @@ static int get_data_member(ds_context *ctx, const ds_module *mod, const char *ke
 static int get_data_obj(ds_context *ctx, const ds_module *mod, json_object *mod_req,
                         json_object *mod_res)
 {
+    package_reads reads;
     json_object_object_foreach(mod_req, key, val) {
-        if (get_data_member(ctx, mod, key, val, mod_res) != 0) {
+        if (get_data_member(ctx, mod, key, val, mod_res, &reads) != 0) {
             DS_ERR("Get module [%s]-%s data failed", mod->name, key ? key : "");
             return -1;
         }

@@ -17,6 +17,7 @@
 #include "platform/jso.h"
 #include "platform/trace.h"
 #include "platform/uci_access.h"
+#include "platform/uci_cache.h"
 
 static int unsupported_method(ds_context *ctx)
 {
@@ -152,7 +153,7 @@ static int diff_single_package(ds_context *ctx, const ds_module *mod, json_objec
         DS_ERR("new package is empty.");
         return -1;
     }
-    jso_ptr pkg(get_uci_package(ctx->uci_ctx, mod->package));
+    jso_ptr pkg(uci_cache_package_part(ctx->uci_ctx, mod->package, req_mod));
     if (!pkg) {
         DS_ERR("parameter error.");
         return -1;

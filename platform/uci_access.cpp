@@ -17,6 +17,7 @@
 #include "platform/paths.h"
 #include "platform/safe_file.h"
 #include "platform/trace.h"
+#include "platform/uci_cache.h"
 #include "platform/uci_dummy.h"
 
 namespace {
@@ -157,6 +158,7 @@ struct edit_call {
 int edit_one(uci_context *ctx, const edit_call &call, const char *package, const char *section,
              const char *option, const char *value)
 {
+    uci_cache_drop_guard drop{package};
     uci_ptr ptr;
     lookup(ctx, &ptr, package, section, option, value);
     if (call.edit(ctx, &ptr) != UCI_OK) {
@@ -326,6 +328,7 @@ int set_uci_section(uci_context *ctx, const char *package, const char *section, 
         DS_ERR("json type error.");
         return -1;
     }
+    uci_cache_drop_guard drop{package};
     uci_ptr ptr;
     int rc = lookup(ctx, &ptr, package, section, nullptr, nullptr);
     if (rc != UCI_OK) {
@@ -383,6 +386,7 @@ int add_new_section(uci_context *ctx, const char *package, const char *type, con
 {
     if (!ctx || !package || !type || !name)
         return -1;
+    uci_cache_drop_guard drop{package};
     uci_ptr ptr;
     if (lookup(ctx, &ptr, package, name, nullptr, type) != UCI_OK) {
         DS_ERR("uci_lookup_ptr error.");
@@ -530,6 +534,7 @@ int commit_package(uci_context *ctx, const char *package)
 {
     if (!ctx || !package)
         return -1;
+    uci_cache_drop_guard drop{package};
     uci_ptr ptr;
     if (lookup(ctx, &ptr, package, nullptr, nullptr, nullptr) != UCI_OK || !ptr.p) {
         DS_ERR("uci lookup ptr error.");
@@ -546,6 +551,7 @@ int dummy_commit_package(uci_context *ctx, const char *package)
 {
     if (!ctx || !package)
         return -1;
+    uci_cache_drop_guard drop{package};
     uci_ptr ptr;
     if (lookup(ctx, &ptr, package, nullptr, nullptr, nullptr) != UCI_OK || !ptr.p) {
         DS_ERR("uci lookup ptr error.");

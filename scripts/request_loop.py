@@ -1,5 +1,7 @@
 #!/usr/bin/env python3
-"""Sends N get requests to dsd, one connection each, as the real clients do."""
+"""Sends N requests to dsd, one connection each, as the real clients do: mostly
+one-section gets, with sets (light commit) and whole-package gets of the
+128-channel image package mixed in."""
 import json
 import socket
 import struct
@@ -29,9 +31,17 @@ def request(path, body):
 
 def main():
     path, count = sys.argv[1], int(sys.argv[2])
-    body = {"method": "get", "video": {"name": ["chn1_main", "chn2_minor"]}}
+    small = {"method": "get", "video": {"name": ["chn1_main", "chn2_minor"]}}
+    kinds = ["switch", "common", "day", "night", "image_list", "expose",
+             "supplement_lamp", "clear_licence", "smart_white_lamp"]
+    whole = {"method": "get", "image": {"name": [f"chn{c}_{k}" for c in range(1, 129) for k in kinds]}}
     for i in range(count):
-        request(path, body)
+        if i % 50 == 49:
+            request(path, whole)
+        elif i % 10 == 3:
+            request(path, {"method": "set", "image": {"chn5_day": {"loop": str(i)}}})
+        else:
+            request(path, small)
     print(f"{count} requests answered")
 
 if __name__ == "__main__":

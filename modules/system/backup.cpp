@@ -24,6 +24,7 @@
 #include "platform/shell.h"
 #include "platform/trace.h"
 #include "platform/uci_access.h"
+#include "platform/uci_cache.h"
 
 namespace {
 
@@ -159,6 +160,7 @@ bool install_package(const std::string &name, const std::string &body)
     if (!write_all(dsd_path("/etc/config/") + name, body))
         return false;
     unlink((dsd_path("/tmp/.uci/") + name).c_str());
+    uci_cache_drop(name.c_str());
     return true;
 }
 

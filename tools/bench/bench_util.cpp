@@ -26,10 +26,17 @@ double bench_now_us(void)
 
 bench_stats bench_time(int n, const std::function<bool()> &fn, bool *ok)
 {
+    return bench_time_prepared(n, [] {}, fn, ok);
+}
+
+bench_stats bench_time_prepared(int n, const std::function<void()> &prep,
+                                const std::function<bool()> &fn, bool *ok)
+{
     std::vector<double> t;
     t.reserve(static_cast<size_t>(n));
     *ok = true;
     for (int i = 0; i < n; ++i) {
+        prep();
         double start = bench_now_us();
         if (!fn()) {
             *ok = false;
@@ -147,13 +154,18 @@ void bench_daemon_stop(bench_daemon *d)
     d->pid = -1;
 }
 
-long bench_rss_kib(pid_t pid)
+long bench_status_kib(pid_t pid, const char *field)
 {
     std::ifstream in("/proc/" + std::to_string(pid) + "/status");
-    std::string line;
+    std::string line, key = std::string(field) + ":";
     while (std::getline(in, line)) {
-        if (line.rfind("VmRSS:", 0) == 0)
-            return strtol(line.c_str() + 6, nullptr, 10);
+        if (line.rfind(key, 0) == 0)
+            return strtol(line.c_str() + key.size(), nullptr, 10);
     }
     return -1;
+}
+
+long bench_rss_kib(pid_t pid)
+{
+    return bench_status_kib(pid, "VmRSS");
 }

@@ -18,6 +18,10 @@ struct bench_stats {
 // microseconds; false from fn aborts with ok = false.
 bench_stats bench_time(int n, const std::function<bool()> &fn, bool *ok);
 
+// The same with `prep` run untimed before each timed call of fn.
+bench_stats bench_time_prepared(int n, const std::function<void()> &prep,
+                                const std::function<bool()> &fn, bool *ok);
+
 // Monotonic clock in microseconds.
 double bench_now_us(void);
 
@@ -40,3 +44,6 @@ bool bench_daemon_start(const std::string &dsd, const std::string &root, bench_d
 void bench_daemon_stop(bench_daemon *d);
 // VmRSS of a process in KiB, -1 when unreadable.
 long bench_rss_kib(pid_t pid);
+// Any "<field>:" line of /proc/<pid>/status in KiB (RssAnon: the process's
+// own memory, without the pages of the shared libraries), -1 when unreadable.
+long bench_status_kib(pid_t pid, const char *field);

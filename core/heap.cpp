@@ -1,0 +1,45 @@
+#include "core/heap.h"
+
+#include <malloc.h>
+
+#include <atomic>
+
+#include "core/context.h"
+#include "platform/trace.h"
+
+namespace {
+
+// Set by any worker, cleared by the one that trims: a flag, not a count,
+// so one trim answers any number of large requests.
+std::atomic<bool> g_trim_due{false};
+
+} // namespace
+
+// musl (the device's C library) has neither call: its allocator hands freed
+// memory back by itself.
+void heap_init(void)
+{
+#ifdef __GLIBC__
+    if (mallopt(M_ARENA_MAX, HEAP_ARENAS) != 1 || mallopt(M_MMAP_THRESHOLD, HEAP_MMAP_BYTES) != 1 ||
+        mallopt(M_TRIM_THRESHOLD, HEAP_TRIM_BYTES) != 1)
+        DS_ERR("mallopt failed.");
+#endif
+}
+
+void heap_note_size(size_t bytes)
+{
+    if (bytes >= HEAP_LARGE_BYTES)
+        g_trim_due.store(true, std::memory_order_relaxed);
+}
+
+void heap_trim_if_idle(void)
+{
+    if (!g_trim_due.load(std::memory_order_relaxed))
+        return;
+    if (context_free_count() != DS_CONTEXT_COUNT)
+        return; // the last request to finish trims
+#ifdef __GLIBC__
+    if (g_trim_due.exchange(false))
+        malloc_trim(0);
+#endif
+}

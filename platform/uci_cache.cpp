@@ -1,0 +1,436 @@
+#include "platform/uci_cache.h"
+
+#include <json-c/json.h>
+#include <sys/stat.h>
+#include <uci.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/paths.h"
+#include "platform/trace.h"
+#include "platform/uci_access.h"
+
+// All names and values of a package in one block of NUL-terminated texts,
+// with fixed-size records pointing into it: about the size of the file.
+struct uci_snapshot {
+    struct section {
+        uint32_t name, type, first_opt, n_opts;
+    };
+    struct option {
+        uint32_t name;
+        int32_t n_vals; // -1: a plain option whose text starts at `first`
+        uint32_t first; // list: index of the first entry in `values`
+    };
+    std::string text;
+    std::vector<section> sections;
+    std::vector<option> options;
+    std::vector<uint32_t> values;
+    std::unordered_map<std::string_view, uint32_t> by_name;
+};
+
+namespace {
+
+struct file_id {
+    bool present;
+    dev_t dev;
+    ino_t ino;
+    off_t size;
+    timespec mtime, ctime;
+};
+
+// What a package's readers load: the config file and its change log.
+struct package_id {
+    file_id conf, log;
+};
+
+struct cache_entry {
+    uci_snapshot_ref snap;
+    package_id id;
+    uint64_t gen;
+    uint64_t used;
+    size_t bytes;
+};
+
+// Per package: the write generation, bumped by every drop, and the identity
+// the files had right after this process last wrote them.
+struct package_state {
+    uint64_t gen = 0;
+    bool trusted = false;
+    package_id after_write{};
+};
+
+// The one piece of state the workers share: guarded by `lock`, held only
+// for map look-ups and updates, never while a file is read.
+struct cache_state {
+    std::mutex lock;
+    std::map<std::string, cache_entry, std::less<>> entries;
+    std::map<std::string, package_state, std::less<>> packages;
+    size_t bytes = 0;
+    uint64_t clock = 0;
+};
+
+cache_state &cache(void)
+{
+    static cache_state state;
+    return state;
+}
+
+bool cache_enabled(void)
+{
+    static const bool on = [] {
+        const char *env = getenv("DSD_UCI_CACHE");
+        return !(env && strcmp(env, "0") == 0);
+    }();
+    return on;
+}
+
+// Package names become file names: nothing that leaves the directory.
+bool plain_package(const char *package)
+{
+    return package && package[0] && package[0] != '.' && !strchr(package, '/');
+}
+
+file_id stat_file(const std::string &path)
+{
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0)
+        return file_id{};
+    return file_id{true, st.st_dev, st.st_ino, st.st_size, st.st_mtim, st.st_ctim};
+}
+
+package_id stat_package(const char *package)
+{
+    static const std::string conf = dsd_path("/etc/config/"), log = dsd_path("/tmp/.uci/");
+    return package_id{stat_file(conf + package), stat_file(log + package)};
+}
+
+bool same_time(const timespec &a, const timespec &b)
+{
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+bool same_file(const file_id &a, const file_id &b)
+{
+    if (!a.present || !b.present)
+        return a.present == b.present;
+    return a.dev == b.dev && a.ino == b.ino && a.size == b.size && same_time(a.mtime, b.mtime) &&
+           same_time(a.ctime, b.ctime);
+}
+
+bool same_package(const package_id &a, const package_id &b)
+{
+    return same_file(a.conf, b.conf) && same_file(a.log, b.log);
+}
+
+// File times come from the kernel's coarse clock: a second change within
+// the same tick and with the same size would keep the identity, so a file
+// changed that recently is not trusted to tell its versions apart.
+bool file_fresh(const file_id &f, const timespec &now)
+{
+    if (!f.present)
+        return false;
+    const timespec *latest = f.ctime.tv_sec > f.mtime.tv_sec ||
+                                     (f.ctime.tv_sec == f.mtime.tv_sec &&
+                                      f.ctime.tv_nsec > f.mtime.tv_nsec)
+                                 ? &f.ctime
+                                 : &f.mtime;
+    int64_t age_ms = (static_cast<int64_t>(now.tv_sec) - latest->tv_sec) * 1000 +
+                     (now.tv_nsec - latest->tv_nsec) / 1000000;
+    return age_ms < UCI_CACHE_FRESH_MS;
+}
+
+bool package_fresh(const package_id &id)
+{
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    return file_fresh(id.conf, now) || file_fresh(id.log, now);
+}
+
+uint32_t put_text(uci_snapshot *s, const char *str)
+{
+    uint32_t off = static_cast<uint32_t>(s->text.size());
+    s->text.append(str ? str : "");
+    s->text.push_back('\0');
+    return off;
+}
+
+void put_option(uci_snapshot *s, const uci_option *o)
+{
+    uci_snapshot::option opt{put_text(s, o->e.name), -1, 0};
+    if (o->type == UCI_TYPE_STRING) {
+        opt.first = put_text(s, o->v.string);
+    } else {
+        opt.first = static_cast<uint32_t>(s->values.size());
+        uci_element *e;
+        uci_foreach_element(&o->v.list, e) {
+            s->values.push_back(put_text(s, e->name));
+        }
+        opt.n_vals = static_cast<int32_t>(s->values.size() - opt.first);
+    }
+    s->options.push_back(opt);
+}
+
+void put_section(uci_snapshot *s, const uci_section *sec)
+{
+    uci_snapshot::section rec{put_text(s, sec->e.name), put_text(s, sec->type),
+                              static_cast<uint32_t>(s->options.size()), 0};
+    uci_element *e;
+    uci_foreach_element(&sec->options, e) {
+        const uci_option *o = uci_to_option(e);
+        if (o->type == UCI_TYPE_STRING || o->type == UCI_TYPE_LIST)
+            put_option(s, o);
+    }
+    rec.n_opts = static_cast<uint32_t>(s->options.size()) - rec.first_opt;
+    s->sections.push_back(rec);
+}
+
+// The index is built once the text block has stopped moving.
+void index_sections(uci_snapshot *s)
+{
+    s->text.shrink_to_fit();
+    s->sections.shrink_to_fit();
+    s->options.shrink_to_fit();
+    s->values.shrink_to_fit();
+    s->by_name.reserve(s->sections.size());
+    for (uint32_t i = 0; i < s->sections.size(); i++)
+        s->by_name.emplace(std::string_view(s->text.data() + s->sections[i].name), i);
+}
+
+size_t snapshot_bytes(const uci_snapshot &s)
+{
+    return sizeof s + s.text.capacity() +
+           s.sections.capacity() * sizeof(uci_snapshot::section) +
+           s.options.capacity() * sizeof(uci_snapshot::option) +
+           s.values.capacity() * sizeof(uint32_t) + s.by_name.bucket_count() * sizeof(void *) +
+           s.by_name.size() * (sizeof(std::string_view) + sizeof(uint32_t) + 2 * sizeof(void *));
+}
+
+struct uci_ctx_free {
+    void operator()(uci_context *c) const { uci_free_context(c); }
+};
+
+// Loads the package as any reader would (file, then change log) in a
+// private context and copies it out.
+uci_snapshot_ref load_snapshot(const char *package)
+{
+    std::unique_ptr<uci_context, uci_ctx_free> ctx(dsd_uci_alloc());
+    uci_package *p = nullptr;
+    if (!ctx || uci_load(ctx.get(), package, &p) != UCI_OK || !p)
+        return nullptr;
+    auto snap = std::make_shared<uci_snapshot>();
+    uci_element *e;
+    uci_foreach_element(&p->sections, e) {
+        put_section(snap.get(), uci_to_section(e));
+    }
+    index_sections(snap.get());
+    return snap;
+}
+
+void forget_entry(cache_state &c, const char *package)
+{
+    auto it = c.entries.find(package);
+    if (it == c.entries.end())
+        return;
+    c.bytes -= it->second.bytes;
+    c.entries.erase(it);
+}
+
+// Least recently used first, until `need` more bytes fit.
+void make_room(cache_state &c, size_t need)
+{
+    while (!c.entries.empty() && c.bytes + need > UCI_CACHE_BYTES) {
+        auto oldest = c.entries.begin();
+        for (auto it = c.entries.begin(); it != c.entries.end(); ++it) {
+            if (it->second.used < oldest->second.used)
+                oldest = it;
+        }
+        c.bytes -= oldest->second.bytes;
+        c.entries.erase(oldest);
+    }
+}
+
+// Keeps a snapshot read under generation `gen` and identity `id`, unless a
+// drop came in between, the files are too fresh to be told apart from their
+// next version (and this process did not write them), or it cannot fit.
+void keep_snapshot(const char *package, const uci_snapshot_ref &snap, const package_id &id,
+                   uint64_t gen)
+{
+    size_t bytes = snapshot_bytes(*snap);
+    bool fresh = package_fresh(id);
+    cache_state &c = cache();
+    std::lock_guard<std::mutex> guard(c.lock);
+    auto st = c.packages.find(package);
+    if (st == c.packages.end() || st->second.gen != gen || bytes > UCI_CACHE_BYTES)
+        return;
+    if (fresh && !(st->second.trusted && same_package(st->second.after_write, id)))
+        return;
+    forget_entry(c, package);
+    make_room(c, bytes);
+    c.entries.emplace(package, cache_entry{snap, id, gen, ++c.clock, bytes});
+    c.bytes += bytes;
+}
+
+// The cached snapshot when it is still current; its generation in *gen.
+uci_snapshot_ref current_entry(const char *package, const package_id &id, uint64_t *gen)
+{
+    cache_state &c = cache();
+    std::lock_guard<std::mutex> guard(c.lock);
+    auto st = c.packages.find(package);
+    if (st == c.packages.end())
+        st = c.packages.emplace(package, package_state{}).first;
+    *gen = st->second.gen;
+    auto it = c.entries.find(package);
+    if (it == c.entries.end() || it->second.gen != *gen || !same_package(it->second.id, id))
+        return nullptr;
+    it->second.used = ++c.clock;
+    return it->second.snap;
+}
+
+json_object *option_json(const uci_snapshot &s, const uci_snapshot::option &o)
+{
+    if (o.n_vals < 0)
+        return json_object_new_string(s.text.data() + o.first);
+    json_object *arr = json_object_new_array();
+    for (int32_t i = 0; i < o.n_vals; i++)
+        json_object_array_add(arr, json_object_new_string(s.text.data() + s.values[o.first + i]));
+    return arr;
+}
+
+// The same object single_section builds from the live package.
+json_object *section_json(const uci_snapshot &s, const uci_snapshot::section &sec)
+{
+    json_object *obj = json_object_new_object();
+    json_object_object_add(obj, ".name", json_object_new_string(s.text.data() + sec.name));
+    json_object_object_add(obj, ".type", json_object_new_string(s.text.data() + sec.type));
+    for (uint32_t i = 0; i < sec.n_opts; i++) {
+        const uci_snapshot::option &o = s.options[sec.first_opt + i];
+        json_object_object_add(obj, s.text.data() + o.name, option_json(s, o));
+    }
+    return obj;
+}
+
+const uci_snapshot::section *find_section(const uci_snapshot &snap, const char *name)
+{
+    auto it = snap.by_name.find(std::string_view(name));
+    return it == snap.by_name.end() ? nullptr : &snap.sections[it->second];
+}
+
+// The current snapshot if one is cached; with `fill`, read and maybe kept
+// on a miss.
+uci_snapshot_ref open_snapshot(const char *package, bool fill)
+{
+    if (!cache_enabled() || !plain_package(package))
+        return nullptr;
+    package_id before = stat_package(package);
+    uint64_t gen = 0;
+    uci_snapshot_ref hit = current_entry(package, before, &gen);
+    if (hit || !fill)
+        return hit;
+    uci_snapshot_ref snap = load_snapshot(package);
+    if (!snap)
+        return nullptr;
+    // A change during the load leaves the identity different: serve this
+    // read, but do not keep it.
+    if (same_package(before, stat_package(package)))
+        keep_snapshot(package, snap, before, gen);
+    return snap;
+}
+
+// The wanted sections as get_uci_package forms them, from the package as
+// `ctx` loads it; a package that cannot be loaded fails as there, with its
+// traces. Names are compared as keys, never parsed as lookup expressions.
+json_object *part_through_context(uci_context *ctx, const char *package, json_object *wanted)
+{
+    uci_ptr ptr{};
+    ptr.package = package;
+    if (!ctx || !package || uci_lookup_ptr(ctx, &ptr, nullptr, true) != UCI_OK ||
+        !(ptr.flags & uci_ptr::UCI_LOOKUP_COMPLETE) || !ptr.p ||
+        !json_object_is_type(wanted, json_type_object))
+        return get_uci_package(ctx, package);
+    json_object *obj = json_object_new_object();
+    uci_element *e;
+    uci_foreach_element(&ptr.p->sections, e) {
+        if (json_object_object_get_ex(wanted, e->name, nullptr))
+            json_object_object_add(obj, e->name, single_section(uci_to_section(e)));
+    }
+    return obj;
+}
+
+} // namespace
+
+uci_snapshot_ref uci_cache_open(const char *package)
+{
+    return open_snapshot(package, true);
+}
+
+json_object *uci_snapshot_section(const uci_snapshot &snap, const char *section)
+{
+    const uci_snapshot::section *sec = section ? find_section(snap, section) : nullptr;
+    if (!sec) {
+        DS_TRACE_AS("get_uci_section", TRACE_ERROR, "uci cannot found.\n");
+        return nullptr;
+    }
+    return section_json(snap, *sec);
+}
+
+json_object *uci_snapshot_section_type(const uci_snapshot &snap, const char *type)
+{
+    if (!type)
+        return nullptr;
+    json_object *arr = json_object_new_array();
+    for (const uci_snapshot::section &sec : snap.sections) {
+        if (strcmp(snap.text.data() + sec.type, type) != 0)
+            continue;
+        json_object *item = json_object_new_object();
+        json_object_object_add(item, snap.text.data() + sec.name, section_json(snap, sec));
+        json_object_array_add(arr, item);
+    }
+    return arr;
+}
+
+json_object *uci_cache_package_part(uci_context *ctx, const char *package, json_object *wanted)
+{
+    // A miss reads through the request's context, which then holds the
+    // package for the staging that follows: one parse, as without a cache.
+    uci_snapshot_ref snap =
+        json_object_is_type(wanted, json_type_object) ? open_snapshot(package, false) : nullptr;
+    if (!snap)
+        return part_through_context(ctx, package, wanted);
+    json_object *obj = json_object_new_object();
+    json_object_object_foreach(wanted, name, val) {
+        (void)val;
+        if (const uci_snapshot::section *sec = find_section(*snap, name))
+            json_object_object_add(obj, name, section_json(*snap, *sec));
+    }
+    return obj;
+}
+
+void uci_cache_drop(const char *package)
+{
+    if (!cache_enabled() || !plain_package(package))
+        return;
+    package_id id = stat_package(package);
+    cache_state &c = cache();
+    std::lock_guard<std::mutex> guard(c.lock);
+    package_state &st = c.packages[package];
+    st.gen++;
+    st.trusted = true;
+    st.after_write = id;
+    forget_entry(c, package);
+}
+
+size_t uci_cache_bytes(void)
+{
+    cache_state &c = cache();
+    std::lock_guard<std::mutex> guard(c.lock);
+    return c.bytes;
+}

@@ -1,0 +1,65 @@
+// Read cache of parsed uci packages, shared by the workers.
+//
+// Readers (the get method and the set pipeline's diff) take a snapshot of a
+// package: an immutable copy of its sections as uci would load them now
+// (config file with the change log replayed). A snapshot stays valid while
+// the package's write generation is unchanged and the identity of the config
+// file and of its change log (device, inode, size, modification and change
+// times in nanoseconds) is the one it was read under. Every write this
+// process makes to a package must be followed by uci_cache_drop before the
+// writing request answers; writers outside the process (the uci command line,
+// an editor) are seen through the file identity. Requests still stage their
+// own changes through their own uci context: snapshots are never written.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+struct json_object;
+struct uci_context;
+struct uci_snapshot;
+
+enum {
+    UCI_CACHE_BYTES = 1536 * 1024, // all snapshots together
+    UCI_CACHE_FRESH_MS = 30,       // younger files are cached only when this process wrote them
+};
+
+using uci_snapshot_ref = std::shared_ptr<const uci_snapshot>;
+
+// The current snapshot of `package`, read and cached on a miss. Null when the
+// cache is switched off (DSD_UCI_CACHE=0 in the environment at the first
+// call), when the package cannot be loaded, or on bad arguments: the caller
+// then reads through its own uci context, which also traces the failure.
+// Any thread.
+uci_snapshot_ref uci_cache_open(const char *package);
+
+// One section's JSON form (".name", ".type", options in uci's order), a new
+// object the caller releases; null with "uci cannot found." traced when the
+// package has no such section. Any thread.
+json_object *uci_snapshot_section(const uci_snapshot &snap, const char *section);
+
+// Every section of `type` as get_uci_section_type forms them: an array of
+// one-member objects in uci's order (empty when there is none). Any thread.
+json_object *uci_snapshot_section_type(const uci_snapshot &snap, const char *type);
+
+// The sections of `package` named by the keys of `wanted` (a JSON object),
+// keyed by name as get_uci_package forms them; for the set pipeline's diff.
+// Read through `ctx` (the whole package, with its traces) when the cache
+// cannot serve. New object or null. The caller's thread owns `ctx`.
+json_object *uci_cache_package_part(uci_context *ctx, const char *package, json_object *wanted);
+
+// Forgets `package` and makes every snapshot read before the call stale.
+// Call after each write this process made to the package's config file or
+// change log (staging, commit, light commit and its flush, restore), from the
+// writing thread, before the request that wrote answers.
+void uci_cache_drop(const char *package);
+
+// Drops `package` when the scope that writes it ends, on every path:
+// declare it first thing in a function that stages or commits.
+struct uci_cache_drop_guard {
+    const char *package;
+    ~uci_cache_drop_guard() { uci_cache_drop(package); }
+};
+
+// Bytes held by cached snapshots now (for tests and the benchmark).
+size_t uci_cache_bytes(void);

@@ -1,0 +1,206 @@
+// The read cache seen from a client: a get after every kind of change sees
+// it, whoever made the change, and a daemon with the cache answers exactly
+// as one without it while others write the same files.
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "harness/dsd_harness.h"
+
+namespace {
+
+std::string slurp(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void spill(const std::string &path, const std::string &text)
+{
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+}
+
+void append(const std::string &path, const std::string &line)
+{
+    int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT, 0600);
+    ASSERT_GE(fd, 0) << path;
+    ASSERT_EQ(write(fd, line.data(), line.size()), static_cast<ssize_t>(line.size()));
+    close(fd);
+}
+
+// One option of one section through a get, "" when the get fails or the
+// option is missing or not a string.
+std::string option(const dsd_harness &d, const std::string &module, const std::string &section,
+                   const char *opt)
+{
+    std::string res = d.request(R"({"method":"get",")" + module + R"(":{"name":")" + section + "\"}}");
+    json_object *root = json_tokener_parse(res.c_str());
+    json_object *mod = nullptr, *sec = nullptr, *val = nullptr;
+    std::string out;
+    if (json_object_object_get_ex(root, module.c_str(), &mod) &&
+        json_object_object_get_ex(mod, section.c_str(), &sec) &&
+        json_object_object_get_ex(sec, opt, &val) && json_object_is_type(val, json_type_string))
+        out = json_object_get_string(val);
+    json_object_put(root);
+    return out;
+}
+
+class ReadCache : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(d.make_config(4));
+        ASSERT_TRUE(d.start()) << d.log();
+    }
+    int code(const std::string &req) const { return error_code_of(d.request(req)); }
+    std::string mtu() const { return option(d, "protocol", "wan", "mtu"); }
+    std::string motion(const char *opt) const { return option(d, "motion_detection", "chn1_motion_det", opt); }
+    std::string protocol_with_mtu(const std::string &value) const
+    {
+        std::string text = slurp(d.path("/etc/config/protocol"));
+        size_t at = text.find("option mtu '");
+        EXPECT_NE(at, std::string::npos) << text;
+        size_t end = text.find('\'', at + 12);
+        return text.substr(0, at + 12) + value + text.substr(end);
+    }
+    dsd_harness d;
+};
+
+TEST_F(ReadCache, TheDaemonsOwnChangesAreSeenByTheNextGet)
+{
+    ASSERT_EQ(mtu(), "1500");
+    ASSERT_EQ(mtu(), "1500"); // now from the cache
+    EXPECT_EQ(code(R"({"method":"set","protocol":{"wan":{"mtu":"1400"}}})"), 0);
+    EXPECT_EQ(mtu(), "1400");
+    // The light commit: only the change log changes.
+    ASSERT_EQ(motion("enabled"), "off");
+    EXPECT_EQ(code(R"({"method":"set","motion_detection":{"chn1_motion_det":{"enabled":"on"}}})"), 0);
+    EXPECT_EQ(motion("enabled"), "on");
+    // Its flush: a flash copy older than the flush age is rewritten.
+    timespec old[2] = {{time(nullptr) - 3600, 0}, {time(nullptr) - 3600, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, d.path("/etc/config/motion_detection").c_str(), old, 0), 0);
+    ASSERT_EQ(motion("sensitivity"), "medium");
+    EXPECT_EQ(code(R"({"method":"set","motion_detection":{"chn1_motion_det":{"sensitivity":"high"}}})"), 0);
+    EXPECT_NE(slurp(d.path("/etc/config/motion_detection")).find("option sensitivity 'high'"), std::string::npos);
+    EXPECT_EQ(motion("sensitivity"), "high");
+    EXPECT_EQ(motion("enabled"), "on");
+    // Add and delete.
+    const char *by_type = R"({"method":"get","motion_detection":{"table":"region_info"}})";
+    ASSERT_EQ(d.request(by_type).find("\"region_info_1\""), std::string::npos);
+    EXPECT_EQ(code(R"({"method":"add","motion_detection":{"table":"region_info","name":"region_info_1","para":{}}})"), 0);
+    EXPECT_NE(d.request(by_type).find("\"region_info_1\""), std::string::npos);
+    EXPECT_EQ(code(R"({"method":"delete","motion_detection":{"name":"chn2_motion_det"}})"), 0);
+    EXPECT_EQ(code(R"({"method":"get","motion_detection":{"name":"chn2_motion_det"}})"), -40101);
+    // The set pipeline's diff reads through the cache too: a value set
+    // before is unchanged, the old one is a change again.
+    int unchanged = d.wait_log("Data unchanged.", 1, 0);
+    EXPECT_EQ(code(R"({"method":"set","protocol":{"wan":{"mtu":"1400"}}})"), 0);
+    EXPECT_EQ(d.wait_log("Data unchanged.", unchanged + 1), unchanged + 1);
+    EXPECT_EQ(code(R"({"method":"set","protocol":{"wan":{"mtu":"1500"}}})"), 0);
+    EXPECT_EQ(mtu(), "1500");
+}
+
+TEST_F(ReadCache, OtherWritersAndRestoreAreSeenByTheNextGet)
+{
+    std::string backup = d.path("/tmp/backup.bin");
+    ASSERT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + backup + "\"}}}"), 0);
+    ASSERT_EQ(mtu(), "1500");
+    ASSERT_EQ(motion("enabled"), "off");
+    // The uci command line's set: a line appended to the change log.
+    append(d.path("/tmp/.uci/motion_detection"), "motion_detection.chn1_motion_det.enabled='on'\n");
+    EXPECT_EQ(motion("enabled"), "on");
+    // A commit of the uci command line: a new file renamed over the old one,
+    // same size, within the same second.
+    std::string same_size = protocol_with_mtu("1300");
+    ASSERT_EQ(mtu(), "1500");
+    spill(d.path("/etc/config/protocol.new"), same_size);
+    ASSERT_EQ(rename(d.path("/etc/config/protocol.new").c_str(), d.path("/etc/config/protocol").c_str()), 0);
+    EXPECT_EQ(mtu(), "1300");
+    // An editor writing the file in place.
+    spill(d.path("/etc/config/protocol"), protocol_with_mtu("576"));
+    EXPECT_EQ(mtu(), "576");
+    // A restore puts back the saved files and drops their change logs.
+    ASSERT_EQ(code(R"({"method":"do","system":{"upload_conf_gui":{"url":")" + backup + "\"}}}"), 0) << d.log();
+    EXPECT_EQ(mtu(), "1500");
+    EXPECT_EQ(motion("enabled"), "off");
+}
+
+// Two daemons on one set of files, one with the cache and one without:
+// each one's writes are another writer's to the other. Whenever the writers
+// have finished a round, both must answer every read byte for byte alike.
+TEST(ReadCacheAgreement, CachedAndUncachedAnswersAgreeWithConcurrentWriters)
+{
+    dsd_harness cached, plain;
+    ASSERT_TRUE(cached.make_config(4));
+    mkdir(cached.path("/tmp/.uci").c_str(), 0755);
+    for (const char *dir : {"/etc/config", "/tmp/.uci"}) {
+        std::string link = plain.path(dir);
+        std::filesystem::remove_all(link);
+        ASSERT_EQ(symlink(cached.path(dir).c_str(), link.c_str()), 0) << link;
+    }
+    ASSERT_TRUE(cached.start()) << cached.log();
+    setenv("DSD_UCI_CACHE", "0", 1);
+    bool started = plain.start();
+    unsetenv("DSD_UCI_CACHE");
+    ASSERT_TRUE(started) << plain.log();
+
+    const std::vector<std::string> reads = {
+        R"({"method":"get","protocol":{"name":"wan"}})",
+        R"({"method":"get","motion_detection":{"name":["chn1_motion_det","chn2_motion_det","chn3_motion_det"]}})",
+        R"({"method":"get","motion_detection":{"table":"on_off"}})",
+    };
+    auto writer = [&](const dsd_harness &d, unsigned seed, int ops, bool external) {
+        std::mt19937 rng(seed);
+        for (int i = 0; i < ops; ++i) {
+            int ch = 1 + static_cast<int>(rng() % 3);
+            std::string sec = "chn" + std::to_string(ch) + "_motion_det";
+            switch (rng() % 4) {
+            case 0:
+                d.request(R"({"method":"set","protocol":{"wan":{"mtu":")" +
+                          std::to_string(576 + rng() % 900) + "\"}}}");
+                break;
+            case 1:
+                d.request(R"({"method":"set","motion_detection":{")" + sec +
+                          R"(":{"digital_sensitivity":")" + std::to_string(1 + rng() % 100) + "\"}}}");
+                break;
+            case 2:
+                if (external) {
+                    append(d.path("/tmp/.uci/motion_detection"),
+                           "motion_detection." + sec + ".enabled='" + (rng() % 2 ? "on" : "off") + "'\n");
+                    break;
+                }
+                [[fallthrough]];
+            default:
+                d.request(reads[rng() % reads.size()]);
+            }
+        }
+    };
+    const int rounds = 6, ops = 12;
+    for (int round = 0; round < rounds; ++round) {
+        std::thread a(writer, std::cref(cached), 100 + round, ops, false);
+        std::thread b(writer, std::cref(plain), 200 + round, ops, true);
+        std::thread r(writer, std::cref(cached), 300 + round, ops, false);
+        a.join();
+        b.join();
+        r.join();
+        for (const std::string &req : reads) {
+            std::string want = plain.request(req);
+            ASSERT_EQ(error_code_of(want), 0) << want;
+            EXPECT_EQ(cached.request(req), want) << "round " << round << ": " << req;
+        }
+    }
+}
+
+} // namespace
