@@ -5,10 +5,13 @@
 #include <cstddef>
 
 enum {
-    HEAP_ARENAS = 2,                 // malloc arenas shared by all threads
+    // One arena for every thread: glibc's malloc_trim does not give back the
+    // top of a thread's own arena, so a large request served from one stayed
+    // resident after it was freed.
+    HEAP_ARENAS = 1,
     HEAP_MMAP_BYTES = 64 * 1024,     // blocks this large get mappings of their own
     HEAP_TRIM_BYTES = 128 * 1024,    // free top of a heap beyond this goes back
-    HEAP_LARGE_BYTES = 128 * 1024,   // a request or response this large leaves
+    HEAP_LARGE_BYTES = 64 * 1024,    // a request or response this large leaves
                                      // the heap to be trimmed when the pool idles
 };
 

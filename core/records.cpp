@@ -6,8 +6,8 @@
 #include <cstring>
 
 #include "core/context.h"
-#include "core/heap.h"
 #include "core/dispatch.h"
+#include "core/heap.h"
 #include "core/wire.h"
 #include "platform/jso.h"
 #include "platform/trace.h"

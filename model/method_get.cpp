@@ -15,12 +15,16 @@
 #include "platform/uci_access.h"
 #include "platform/uci_cache.h"
 
+namespace {
+
 // The package snapshot that one module's reads share, taken at the first
 // read from uci, so a request sees one state of the package throughout.
 struct package_reads {
     uci_snapshot_ref snap;
     bool opened = false;
 };
+
+} // namespace
 
 // One section (by_name 1) or a type's sections from uci: from the shared
 // read cache, or through the request's own uci context when the cache
