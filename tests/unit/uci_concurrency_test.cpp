@@ -33,7 +33,8 @@ TEST(UciConcurrency, SixWritersLoseNoCommittedChange)
     std::vector<int> failures(kThreads, 0);
     for (int t = 0; t < kThreads; t++) {
         threads.emplace_back([&, t] {
-            std::string sec = "w" + std::to_string(t);
+            std::string sec("w"); // appended: "w" + to_string() trips GCC 12's -Wrestrict
+            sec += std::to_string(t);
             for (int i = 0; i < kCommits; i++) {
                 // A fresh context per change, as each request gets.
                 ctx_ptr ctx(d.context());

@@ -31,7 +31,10 @@ void usage(FILE *to)
           "  delete MODULE SECTION... [--type TYPE...] remove sections by name and/or type\n"
           "  do MODULE KEYWORD [JSON]                 run an action (argument default {})\n"
           "  schema [MODULE] [--markdown]             the model of this build: modules, sections,\n"
-          "                                           options with checker, argument and code\n"
+          "                                           options with checker, argument and code;\n"
+          "                                           per-channel rows folded into patterns\n"
+          "                                           (chn%d_...) counted for the channels of\n"
+          "                                           $DSD_ROOT/etc/config/basic_info, else 128\n"
           "  codes [--markdown]                       the error codes and their meanings\n"
           "\n"
           "options:\n"
@@ -174,8 +177,7 @@ int main(int argc, char **argv)
     std::string error;
     dsdc_json req = dsdc_build_request(cmd, argc - first - 1, argv + first + 1, &error);
     if (!req) {
-        fprintf(stderr, "dsdc: %s\n", error.c_str());
-        usage(stderr);
+        fprintf(stderr, "dsdc: %s (dsdc --help lists the commands)\n", error.c_str());
         return DSDC_USAGE;
     }
     return exchange(o, json_object_to_json_string_ext(req.get(), JSON_C_TO_STRING_PLAIN));
