@@ -132,10 +132,19 @@ void add(json_object *res, const char *key, int v)
 }
 
 // Mode 700 in decimal, as the web server's tools have always created them.
+// The sessions directory belongs to the web server: it is only made when
+// missing (a link at its name is removed first), never replaced.
 void make_dirs(void)
 {
-    for (const char *dir : {"/tmp/luci-pwderr", "/tmp/luci-sessions"})
-        sf_fd d(open_state_dir(dir));
+    sf_fd records(open_state_dir("/tmp/luci-pwderr"));
+    std::string dir, name;
+    if (!sf_split(dsd_path("/tmp/luci-sessions"), &dir, &name))
+        return;
+    sf_fd parent(sf_open_dir(dir.c_str()));
+    struct stat st;
+    if (!parent.ok() || (fstatat(parent.fd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode)))
+        return;
+    sf_fd fresh(sf_fresh_dir(parent.fd, name.c_str(), 700));
 }
 
 // The package's account for a user name: the first section whose

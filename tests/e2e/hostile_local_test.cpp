@@ -141,6 +141,27 @@ TEST_F(HostileTmp, UciSaveDirectoryLinkIsReplacedAtStart)
     EXPECT_EQ(snap(), before);
 }
 
+TEST_F(HostileTmp, LoginRecordAndSessionLinksAreNeverFollowed)
+{
+    d.write_package("user_management", "\nconfig root 'root'\n\toption username 'admin'\n\toption passwd 'pw'\n");
+    std::filesystem::remove_all(d.path("/tmp/luci-pwderr"));
+    std::filesystem::remove_all(d.path("/tmp/luci-sessions"));
+    ASSERT_EQ(symlink(victim().c_str(), d.path("/tmp/luci-pwderr").c_str()), 0);
+    ASSERT_EQ(symlink(victim().c_str(), d.path("/tmp/luci-sessions").c_str()), 0);
+    // A record name planted inside a directory that is ours again.
+    std::string check = R"({"method":"do","user_management":{"check_user":{"username":"admin","passwd":"x"}}})";
+    ASSERT_EQ(code(check), 0);
+    unlink(d.path("/tmp/luci-pwderr/admin").c_str());
+    ASSERT_EQ(symlink((victim() + "/b").c_str(), d.path("/tmp/luci-pwderr/admin").c_str()), 0);
+    ASSERT_EQ(code(check), 0);
+    EXPECT_EQ(code(R"({"method":"do","user_management":{"rm_pwd_err":{}}})"), 0);
+    EXPECT_EQ(snap(), before);
+    struct stat st;
+    ASSERT_EQ(lstat(d.path("/tmp/luci-pwderr/admin").c_str(), &st), 0);
+    EXPECT_TRUE(S_ISREG(st.st_mode));
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+}
+
 // Needs the restore writer that keeps each package's mode and owner.
 TEST_F(HostileTmp, RestoreModeKept)
 {
