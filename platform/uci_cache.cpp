@@ -279,6 +279,15 @@ void keep_snapshot(const char *package, const uci_snapshot_ref &snap, const pack
     c.bytes += bytes;
 }
 
+// Whether `id` is what this process's last write to the package left.
+bool own_write(const char *package, const package_id &id)
+{
+    cache_state &c = cache();
+    std::lock_guard<std::mutex> guard(c.lock);
+    auto st = c.packages.find(package);
+    return st != c.packages.end() && st->second.trusted && same_package(st->second.after_write, id);
+}
+
 // The cached snapshot when it is still current; its generation in *gen.
 uci_snapshot_ref current_entry(const char *package, const package_id &id, uint64_t *gen)
 {
@@ -335,6 +344,10 @@ uci_snapshot_ref open_snapshot(const char *package, bool fill)
     uci_snapshot_ref hit = current_entry(package, before, &gen);
     if (hit || !fill)
         return hit;
+    // A copy that could not be kept would only cost more than the caller's
+    // own read.
+    if (package_fresh(before) && !own_write(package, before))
+        return nullptr;
     uci_snapshot_ref snap = load_snapshot(package);
     if (!snap)
         return nullptr;

@@ -28,8 +28,9 @@ using uci_snapshot_ref = std::shared_ptr<const uci_snapshot>;
 
 // The current snapshot of `package`, read and cached on a miss. Null when the
 // cache is switched off (DSD_UCI_CACHE=0 in the environment at the first
-// call), when the package cannot be loaded, or on bad arguments: the caller
-// then reads through its own uci context, which also traces the failure.
+// call), when the package cannot be loaded, when its files changed too
+// recently (by another writer) to be cached, or on bad arguments: the caller
+// then reads through its own uci context, which also traces any failure.
 // Any thread.
 uci_snapshot_ref uci_cache_open(const char *package);
 

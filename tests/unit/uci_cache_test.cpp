@@ -65,8 +65,12 @@ std::string text_of(json_object *obj)
 int int_option(const char *package, const char *section, const char *opt)
 {
     uci_snapshot_ref snap = uci_cache_open(package);
-    if (!snap)
-        return -1;
+    if (!snap) { // declined (files too fresh): read as the callers then do
+        char *v = get_opt_value_dup(package, section, opt);
+        int n = v ? atoi(v) : -1;
+        free(v);
+        return n;
+    }
     json_object *sec = uci_snapshot_section(*snap, section);
     json_object *val = nullptr;
     int v = json_object_object_get_ex(sec, opt, &val) ? atoi(json_object_get_string(val)) : 0;
