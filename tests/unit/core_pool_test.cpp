@@ -105,11 +105,4 @@ TEST_F(PoolTest, TasksRunFirstInFirstOutAcrossTheWrap)
     EXPECT_EQ(thd_pool_destroy(pool), 0);
 }
 
-TEST_F(PoolTest, DestroyJoinsIdleWorkers)
-{
-    thd_pool *pool = thd_pool_init(6);
-    ASSERT_NE(pool, nullptr);
-    EXPECT_EQ(thd_pool_destroy(pool), 0);
-}
-
 }  // namespace
