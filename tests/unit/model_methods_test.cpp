@@ -278,6 +278,9 @@ TEST_F(Methods, AddChecksNameRoomAndOptions)
     EXPECT_EQ(ctx.error_code, -40210);
     EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"zone","name":"zone_1","para":"x"}})"), -1);
     EXPECT_EQ(ctx.error_code, -40210);
+    EXPECT_EQ(run(DS_METHOD_ADD, R"({"nomod":{"table":"t","name":"t_1","para":{}}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40101);
+    EXPECT_EQ(run(DS_METHOD_ADD, R"({"method":"add"})"), 0); // no module: nothing to do
     EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"zone","name":"zone_2","para":{}}})"), 0);
     EXPECT_EQ(section_exist(ctx.uci_ctx, "fixture", "zone_2"), 1);
 }
