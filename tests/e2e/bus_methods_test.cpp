@@ -60,18 +60,18 @@ TEST_F(BusMethods, ForwardReturnsCameraAnswer)
     EXPECT_EQ(R"({"device_list":[{"chn_id":5,"command":{"cmd":"get"}}]})", calls[0].message);
 }
 
+// Replies that are not JSON, absent or too large reach the handler as no
+// reply at all (held by the client tests); a reply without a command too.
 TEST_F(BusMethods, ForwardWithoutUsableAnswerKeepsChannel)
 {
-    for (const char *step : {R"({"reply":{"result":[{"chn_id":5}]}})", R"({"raw":"<html>"})",
-                             R"({"no_reply":true})", R"({"huge_bytes":1200000})"}) {
-        peer(step);
-        std::string res = d.request(kForward);
-        EXPECT_EQ(-40108, error_code_of(res)) << step << " " << res;
-        EXPECT_EQ("5", member_of(res, "channel")) << step;
-        EXPECT_EQ("", member_of(res, "content")) << step;
-    }    // A camera that answered with text did answer.
-    peer(R"({"reply":{"result":[{"command":"{broken"}]}})");
+    peer(R"({"reply":{"result":[{"chn_id":5}]}})");
     std::string res = d.request(kForward);
+    EXPECT_EQ(-40108, error_code_of(res)) << res;
+    EXPECT_EQ("5", member_of(res, "channel"));
+    EXPECT_EQ("", member_of(res, "content"));
+    // A camera that answered with text did answer.
+    peer(R"({"reply":{"result":[{"command":"{broken"}]}})");
+    res = d.request(kForward);
     EXPECT_EQ(0, error_code_of(res)) << res;
     EXPECT_EQ("5", member_of(res, "channel"));
     EXPECT_EQ("", member_of(res, "content"));
@@ -102,14 +102,6 @@ TEST_F(BusMethods, ForwardToAbsentBrokenOrHungPeer)
     peer(R"({"reply":{"result":[{"command":"{}"}]}})");
     for (int i = 0; i < 7; i++)
         EXPECT_EQ(0, error_code_of(d.request(kForward))) << i;
-}
-
-TEST_F(BusMethods, ForwardWithoutBus)
-{
-    bus.stop();
-    std::string res = d.request(kForward);
-    EXPECT_EQ(-40108, error_code_of(res)) << res;
-    EXPECT_GE(d.wait_log("connect ubus error."), 1);
 }
 
 TEST_F(BusMethods, ForwardRequestShapes)

@@ -1,5 +1,6 @@
 // More of the socket protocol against the real daemon: refused record
-// lengths, identity checks, start-up over a stale socket, and the client CLI.
+// lengths, trace names, start-up over a stale socket or failing, and the
+// client CLI.
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -66,26 +67,6 @@ TEST_F(CoreProtocol, TracesNameTheirSteps)
     ASSERT_NE(illegal, std::string::npos);
     size_t line = log.rfind('\n', illegal);
     EXPECT_NE(log.substr(line + 1, illegal - line).find("ds_signal_handle("), std::string::npos);
-}
-
-// A stored section with blanks, a slash and a non-ASCII letter, read back
-// as each kind of client.
-TEST(CoreCoding, ResponseEncodingFollowsTheClientKind)
-{
-    dsd_harness h;
-    h.write_package("video", "\nconfig video 'chn1_main'\n\toption title 'a b/\xc3\xa9'\n");
-    ASSERT_TRUE(h.start()) << h.log();
-    const std::string get = R"({"method": "get", "video": {"name": "chn1_main"}})";
-    for (int client : {1, 2}) {
-        std::string res = h.request(get, dsd_identity{"admin", 1, client});
-        EXPECT_NE(res.find("a%20b%2F%C3%A9"), std::string::npos) << client << res;
-        EXPECT_NE(res.find("\"error_code\": 0"), std::string::npos) << res;
-    }
-    for (int client : {3, 8, 9, 13}) {
-        std::string res = h.request(get, dsd_identity{"admin", 1, client});
-        EXPECT_NE(res.find("a b"), std::string::npos) << client << res;
-        EXPECT_EQ(error_code_of(res), 0);
-    }
 }
 
 TEST(CoreStart, StaleSocketFileIsReplaced)

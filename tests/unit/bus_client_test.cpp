@@ -55,26 +55,20 @@ size_t thread_count()
 
 } // namespace
 
+// Several replies and refused request messages through a broker are held
+// by the call tests below.
 TEST(BusReplyParse, CallbackKeepsLastParsedReplyAndNullsBadOnes)
 {
     reply_holder out;
     ubus_request req{};
     req.priv = &out.obj;
-
-    blob_buf b{};
-    ASSERT_EQ(0, blob_buf_init(&b, 0));
-    ASSERT_TRUE(blobmsg_add_json_from_string(&b, R"({"a":1,"s":"x y"})"));
-    ubus_call_cb(&req, UBUS_MSG_DATA, b.head);
-    EXPECT_EQ(R"({"a":1,"s":"x y"})", text_of(out.obj));
-    blob_buf_free(&b);
-
-    blob_attr *second = make_attr(R"({"b":2})");
-    ubus_call_cb(&req, UBUS_MSG_DATA, second); // replaces (and releases) the first
+    blob_attr *good = make_attr(R"({"b":2})");
+    ubus_call_cb(&req, UBUS_MSG_DATA, good);
     EXPECT_EQ(R"({"b":2})", text_of(out.obj));
-    free(second);
+    free(good);
 
     blob_attr *bad = make_attr("not json {");
-    ubus_call_cb(&req, UBUS_MSG_DATA, bad);
+    ubus_call_cb(&req, UBUS_MSG_DATA, bad); // releases the earlier reply
     EXPECT_EQ(nullptr, out.obj);
     free(bad);
 
@@ -87,22 +81,6 @@ TEST(BusReplyParse, CallbackKeepsLastParsedReplyAndNullsBadOnes)
     EXPECT_EQ(nullptr, out.obj);
     EXPECT_NE(std::string::npos, log.find("msg is NULL"));
     EXPECT_NE(std::string::npos, log.find("ubus has not response.\n"));
-}
-
-TEST(BusReplyParse, BlobMessageAcceptsOnlyObjects)
-{
-    blob_buf b{};
-    ASSERT_EQ(0, blob_buf_init(&b, 0));
-    EXPECT_FALSE(blobmsg_add_json_from_string(&b, "[1,2]"));
-    EXPECT_FALSE(blobmsg_add_json_from_string(&b, "\"x\""));
-    EXPECT_FALSE(blobmsg_add_json_from_string(&b, "{"));
-    EXPECT_TRUE(blobmsg_add_json_from_string(&b, R"({"a":1})"));
-    EXPECT_TRUE(blobmsg_add_json_from_string(&b, R"({"b":"c"})"));
-    char *text = blobmsg_format_json(b.head, true);
-    ASSERT_NE(nullptr, text);
-    EXPECT_STREQ(R"({"a":1,"b":"c"})", text);
-    free(text);
-    blob_buf_free(&b);
 }
 
 TEST(BusNoBroker, ConnectionFailuresAreReported)

@@ -1,4 +1,6 @@
-// Helpers shared by the checkers and module code.
+// Helpers shared by the checkers and module code, and the option checkers:
+// accepted values, each refusal code, and the rule that a row's own code
+// replaces the checker's code except for missing arguments.
 #include "model/checkers.h"
 
 #include <gtest/gtest.h>
@@ -8,42 +10,34 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 
 namespace {
 
-TEST(StrToInt, SignDigitsAndWrap)
+TEST(StrToInt, SignDigitsWrapAndFailures)
 {
-    int32_t v = 99;
-    EXPECT_EQ(str_to_int("+12", &v), 0);
-    EXPECT_EQ(v, 12);
-    EXPECT_EQ(str_to_int("-12", &v), 0);
-    EXPECT_EQ(v, -12);
-    EXPECT_EQ(str_to_int("", &v), 0);
-    EXPECT_EQ(v, 0);
-    EXPECT_EQ(str_to_int("+", &v), 0);
-    EXPECT_EQ(v, 0);
-    EXPECT_EQ(str_to_int("4294967297", &v), 0);
-    EXPECT_EQ(v, 1);
-    EXPECT_EQ(str_to_int("4294967295", &v), 0);
-    EXPECT_EQ(v, -1);
-    v = 99;
-    EXPECT_EQ(str_to_int("1-", &v), -1);
-    EXPECT_EQ(str_to_int("--1", &v), -1);
-    EXPECT_EQ(str_to_int("0x1", &v), -1);
-    EXPECT_EQ(v, 99);  // untouched on failure
-    EXPECT_EQ(str_to_int(nullptr, &v), -1);
+    // Failures leave the output untouched (it starts at 99).
+    static const struct { const char *in; int rc; int32_t v; } rows[] = {
+        {.in = "+12", .rc = 0, .v = 12},          {.in = "-12", .rc = 0, .v = -12},
+        {.in = "", .rc = 0, .v = 0},              {.in = "+", .rc = 0, .v = 0},
+        {.in = "4294967297", .rc = 0, .v = 1},    {.in = "4294967295", .rc = 0, .v = -1},
+        {.in = "1-", .rc = -1, .v = 99},          {.in = "--1", .rc = -1, .v = 99},
+        {.in = "0x1", .rc = -1, .v = 99},         {.in = nullptr, .rc = -1, .v = 99},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.in ? r.in : "(null)");
+        int32_t v = 99;
+        EXPECT_EQ(str_to_int(r.in, &v), r.rc);
+        EXPECT_EQ(v, r.v);
+    }
     EXPECT_EQ(str_to_int("1", nullptr), -1);
-}
-
-TEST(StrToInt, SixtyFourBitsAndDouble)
-{
-    int64_t v = 0;
-    EXPECT_EQ(str_to_int64("4294967297", &v), 0);
-    EXPECT_EQ(v, 4294967297LL);
-    EXPECT_EQ(str_to_int64("-9223372036854775808", &v), 0);
-    EXPECT_EQ(v, INT64_MIN);
-    EXPECT_EQ(str_to_int64("1e3", &v), -1);
+    int64_t v64 = 0;
+    EXPECT_EQ(str_to_int64("4294967297", &v64), 0);
+    EXPECT_EQ(v64, 4294967297LL);
+    EXPECT_EQ(str_to_int64("-9223372036854775808", &v64), 0);
+    EXPECT_EQ(v64, INT64_MIN);
+    EXPECT_EQ(str_to_int64("1e3", &v64), -1);
     double d = 1;
     EXPECT_EQ(str_to_double("", &d), 0);
     EXPECT_EQ(d, 0.0);
@@ -53,7 +47,7 @@ TEST(StrToInt, SixtyFourBitsAndDouble)
     EXPECT_EQ(str_to_double(nullptr, &d), -1);
 }
 
-TEST(Ranges, ListsAndLengths)
+TEST(Ranges, ListsLengthsAndSeparators)
 {
     EXPECT_EQ(str_in_list("off", ds_enum_on_off), 1);
     EXPECT_EQ(str_in_list("of", ds_enum_on_off), 0);
@@ -68,10 +62,6 @@ TEST(Ranges, ListsAndLengths)
     EXPECT_EQ(str_to_lower(text), 0);
     EXPECT_STREQ(text, "abc-z9");
     EXPECT_EQ(str_to_lower(nullptr), -1);
-}
-
-TEST(IsValidString, SeparatorsWithinN)
-{
     EXPECT_EQ(is_valid_string("abc;rm", 3), 1);
     EXPECT_EQ(is_valid_string("abc;rm", 6), 0);
     EXPECT_EQ(is_valid_string("a|b", 10), 0);
@@ -79,28 +69,21 @@ TEST(IsValidString, SeparatorsWithinN)
     EXPECT_EQ(is_valid_string("ab\0;", 4), 1);    // stops at NUL
 }
 
-TEST(Ipv4CheckHost, Codes)
+TEST(Ipv4CheckHost, CodesAndDeliberateLeniencies)
 {
-    EXPECT_EQ(ipv4_check_host("192.168.1.1"), 0);
-    EXPECT_EQ(ipv4_check_host("0.1.2.3"), -40309);
-    EXPECT_EQ(ipv4_check_host("224.0.0.1"), -40302);
-    EXPECT_EQ(ipv4_check_host("225.1.1.1"), -40309);
-    EXPECT_EQ(ipv4_check_host("127.0.0.1"), -40304);
-    EXPECT_EQ(ipv4_check_host("1.2.3.4.5"), -40303);
-    EXPECT_EQ(ipv4_check_host("1.2.3.04"), -40301);
-    EXPECT_EQ(ipv4_check_host("1.2.3.256"), -40301);
-    EXPECT_EQ(ipv4_check_host("1.2.3"), -40303);
-    EXPECT_EQ(ipv4_check_host("1.2.3.4x"), -40303);
-    EXPECT_EQ(ipv4_check_host(nullptr), -40301);
-}
-
-TEST(Ipv4CheckHost, DeliberateLeniencies)
-{
-    EXPECT_EQ(ipv4_check_host("1.2.3.00"), 0);    // zero written twice
-    EXPECT_EQ(ipv4_check_host("1.-1.3.4"), 0);    // no lower bound
-    EXPECT_EQ(ipv4_check_host(" 1.2.3.4"), -40301);  // blank is not a digit
-    EXPECT_EQ(ipv4_check_host("1.2.3.10000"), -40303);
-    EXPECT_EQ(ipv4_check_host("1.10000.3.4"), -40303);
+    static const struct { const char *ip; int32_t code; } rows[] = {
+        {.ip = "192.168.1.1", .code = 0},       {.ip = "0.1.2.3", .code = -40309},
+        {.ip = "224.0.0.1", .code = -40302},    {.ip = "225.1.1.1", .code = -40309},
+        {.ip = "127.0.0.1", .code = -40304},    {.ip = "1.2.3.4.5", .code = -40303},
+        {.ip = "1.2.3.04", .code = -40301},     {.ip = "1.2.3.256", .code = -40301},
+        {.ip = "1.2.3", .code = -40303},        {.ip = "1.2.3.4x", .code = -40303},
+        {.ip = nullptr, .code = -40301},        {.ip = " 1.2.3.4", .code = -40301},
+        {.ip = "1.2.3.00", .code = 0},          // zero written twice
+        {.ip = "1.-1.3.4", .code = 0},          // no lower bound
+        {.ip = "1.2.3.10000", .code = -40303},  {.ip = "1.10000.3.4", .code = -40303},
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(ipv4_check_host(r.ip), r.code) << (r.ip ? r.ip : "(null)");
     EXPECT_EQ(ipv4_to_uint("192.168.1.2"), 0xC0A80102u);
     EXPECT_EQ(ipv4_to_uint("1.2.3"), 0u);
     EXPECT_EQ(ipv4_to_uint("1.x.0.1"), 0x01000001u);
@@ -108,25 +91,20 @@ TEST(Ipv4CheckHost, DeliberateLeniencies)
 
 TEST(DomainIsValid, LabelsAndLength)
 {
-    EXPECT_EQ(domain_is_valid("a"), 1);
-    EXPECT_EQ(domain_is_valid("a.b"), 1);
-    EXPECT_EQ(domain_is_valid("a_b-c"), 1);
-    EXPECT_EQ(domain_is_valid("a."), 0);
-    EXPECT_EQ(domain_is_valid(".a"), 0);
-    EXPECT_EQ(domain_is_valid("a..b"), 0);
-    EXPECT_EQ(domain_is_valid("a b"), 0);
-    EXPECT_EQ(domain_is_valid("ab "), 0);
-    EXPECT_EQ(domain_is_valid("ab\n"), 0);
-    EXPECT_EQ(domain_is_valid(""), 0);
-    EXPECT_EQ(domain_is_valid(nullptr), 0);
-    EXPECT_EQ(domain_is_valid(std::string(63, 'x').c_str()), 1);
-    EXPECT_EQ(domain_is_valid(std::string(64, 'x').c_str()), 0);
     // Labels of 63 joined by dots: 4 x 63 + 3 = 255 bytes is one too many.
-    std::string l(63, 'x');
-    std::string d254 = l + "." + l + "." + l + "." + std::string(62, 'x');
+    const std::string l(63, 'x'), d254 = l + "." + l + "." + l + "." + std::string(62, 'x');
     ASSERT_EQ(d254.size(), 254u);
-    EXPECT_EQ(domain_is_valid(d254.c_str()), 1);
-    EXPECT_EQ(domain_is_valid((d254 + "x").c_str()), 0);
+    const std::string d255 = d254 + "x", l64(64, 'x');
+    const struct { const char *name; int valid; } rows[] = {
+        {.name = "a", .valid = 1},       {.name = "a.b", .valid = 1},    {.name = "a_b-c", .valid = 1},
+        {.name = "a.", .valid = 0},      {.name = ".a", .valid = 0},     {.name = "a..b", .valid = 0},
+        {.name = "a b", .valid = 0},     {.name = "ab ", .valid = 0},    {.name = "ab\n", .valid = 0},
+        {.name = "", .valid = 0},        {.name = nullptr, .valid = 0},  {.name = l.c_str(), .valid = 1},
+        {.name = l64.c_str(), .valid = 0}, {.name = d254.c_str(), .valid = 1},
+        {.name = d255.c_str(), .valid = 0},
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(domain_is_valid(r.name), r.valid) << (r.name ? r.name : "(null)");
 }
 
 TEST(RegionIsValid, GridBounds)
@@ -180,6 +158,93 @@ TEST(RunShellDetached, RunsAndFrees)
     EXPECT_EQ(is_regular_file(f.c_str()), 1);
     unlink(f.c_str());
     rmdir(dir);
+}
+
+const ds_int_range r05{0, 5}, inverted{5, 0}, frame{65537, 65561}, big{1, 2147483647};
+const ds_double_range d02{0.0, 2.0}, dinv{2.0, 0.0};
+const ds_len_range any{0, 64}, pw{5, 32};
+
+struct probe {
+    ds_checker_fn fn;
+    const void *arg;
+    const char *value; // JSON text; null for a missing value
+    int32_t row_code;
+    int32_t expect;
+};
+
+// Each line: checker, argument, value, row code, result.
+const probe kProbes[] = {
+    {check_enum_type, ds_enum_on_off, R"("on")", 0, 0},
+    {check_enum_type, ds_enum_on_off, R"("off")", 0, 0},
+    {check_enum_type, ds_enum_on_off, R"("On")", 0, -70212},
+    {check_enum_type, ds_enum_on_off, R"("on ")", 0, -70212},
+    {check_enum_type, ds_enum_0_1, "1", 0, -70211},
+    {check_enum_type, ds_enum_on_off, R"("x")", -73701, -73701},
+    {check_enum_type, ds_enum_0_1, "1", -73701, -73701},
+    {check_enum_type, ds_enum_on_off, nullptr, -73701, -70105}, // missing: own code
+    {check_enum_type, nullptr, R"("on")", -73701, -70105},
+    {check_mixed_enum_type, ds_enum_0_1, "1", 0, 0},
+    {check_mixed_enum_type, ds_enum_0_1, R"("0")", 0, 0},
+    {check_mixed_enum_type, ds_enum_0_1, "2", 0, -70212},
+    {check_mixed_enum_type, ds_enum_0_1, "-1", -5, -5},
+    {check_mixed_enum_type, ds_enum_0_1, "1.0", 0, -70211},
+    {check_mixed_enum_type, nullptr, "1", 0, -70105},
+    {check_int_type, &r05, "0", 0, 0},
+    {check_int_type, &r05, "5", 0, 0},
+    {check_int_type, &r05, "7", 0, -70222},
+    {check_int_type, &r05, "7", -71713, -71713},
+    {check_int_type, &r05, "-1", 0, -70222},
+    {check_int_type, &r05, R"("+5")", 0, 0},
+    {check_int_type, &r05, R"("")", 0, 0},  // reads as 0
+    {check_int_type, &r05, R"("-")", 0, 0}, // a lone sign reads as 0
+    {check_int_type, &r05, R"(" 1")", 0, -70221},
+    {check_int_type, &r05, R"("1 ")", 0, -70221},
+    {check_int_type, &r05, R"("1.0")", 0, -70221},
+    {check_int_type, &r05, R"("4294967297")", 0, 0}, // wraps to 1
+    {check_int_type, &r05, "true", 0, -70221},
+    {check_int_type, nullptr, "1", -71713, -70105},
+    {check_int_type, &inverted, "3", 0, -70222},
+    {check_int_type, &frame, R"("65536")", 0, -70222},
+    {check_int_type, &frame, R"("65561")", 0, 0},
+    {check_int_type, &big, R"("2147483647")", 0, 0},
+    {check_int_type, &big, R"("2147483648")", 0, -70222}, // wraps negative
+    {check_double_type, &d02, R"("1.5")", 0, 0},
+    {check_double_type, &d02, R"("2")", 0, 0},
+    {check_double_type, &d02, "1.5", 0, -40209},
+    {check_double_type, &d02, "1", 0, -40209},
+    {check_double_type, &d02, R"("1.5x")", 0, -40209},
+    {check_double_type, &d02, R"("2.0001")", 0, -40209},
+    {check_double_type, &d02, R"("nan")", 0, -40209},
+    {check_double_type, &d02, R"("3")", -9, -9},
+    {check_double_type, &dinv, R"("1")", 0, -40209},
+    {check_double_type, nullptr, R"("1")", 0, -70105},
+    {check_string_type, &any, R"("")", 0, 0},
+    {check_string_type, &pw, R"("abcd")", 0, -70233},
+    {check_string_type, &pw, R"("abcde")", 0, 0},
+    {check_string_type, &pw, R"("abcd")", -71501, -71501},
+    {check_string_type, &pw, "12345", 0, -70231},
+    {check_string_type, &pw, "\"\xc3\xa9\xc3\xa9\xc3\xa9\"", 0, 0}, // bytes, not characters
+    {check_string_type, nullptr, R"("abcde")", -71501, -40101},   // internal error here
+    {check_ip_type, nullptr, R"("192.168.1.1")", 0, 0},
+    {check_ip_type, nullptr, R"("127.0.0.1")", 0, -40301},
+    {check_ip_type, nullptr, R"("224.0.0.1")", -71002, -71002},
+    {check_ip_type, nullptr, "1", 0, -40301},
+    {check_ip_type, nullptr, nullptr, -71002, -70105},
+    {check_any_type, nullptr, "1", 0, 0},
+    {check_any_type, nullptr, nullptr, 0, 0},
+    {check_readonly_type, nullptr, R"("x")", 0, -70206},
+};
+
+TEST(Checkers, EveryProbeGetsItsCode)
+{
+    for (const probe &p : kProbes) {
+        SCOPED_TRACE(&p - kProbes);
+        std::unique_ptr<json_object, decltype(&json_object_put)> v(
+            p.value ? json_tokener_parse(p.value) : nullptr, &json_object_put);
+        ASSERT_TRUE(!p.value || v) << p.value;
+        EXPECT_EQ(p.expect, p.fn(nullptr, v.get(), nullptr, p.arg, p.row_code))
+            << (p.value ? p.value : "(missing)") << " row code " << p.row_code;
+    }
 }
 
 } // namespace

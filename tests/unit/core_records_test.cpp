@@ -1,16 +1,19 @@
-// The record parser on a socket pair: what each record leaves in the
-// context, which record decides the outcome, and the buffer growth.
+// The record parser and writer on a socket pair: what each record leaves in
+// the context, which record decides the outcome, the buffer growth, and
+// answers that go out whole through short writes or fail on a closed peer.
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <string>
 #include <thread>
 
 #include "client/dsd_client.h"
 #include "core/context.h"
 #include "core/dispatch.h"
+#include "core/wire.h"
 
 namespace {
 
@@ -82,41 +85,17 @@ TEST_F(Records, IdentityAndMethodAreStored)
     EXPECT_EQ(ctx->error_code, -40101); // left for the handler to set
 }
 
-TEST_F(Records, RequestDecodingByKindAtParseTime)
-{
-    ASSERT_EQ(parse(info(1, 8) + rec(2, R"({"method":"get","v":"a%20b"})")), 0);
-    EXPECT_STREQ(json_object_get_string(json_object_object_get(ctx->req_obj, "v")), "a%20b");
-    context_free(ctx);
-    ctx = context_alloc();
-    // Before the info record the kind is 0: decoded.
-    ASSERT_EQ(parse(rec(2, R"({"method":"get","v":"a%20b"})") + info(1, 8)), 0);
-    EXPECT_STREQ(json_object_get_string(json_object_object_get(ctx->req_obj, "v")), "a b");
-    EXPECT_EQ(ctx->client, 8);
-}
-
 TEST_F(Records, OutOfRangeGroupAndClientAreReplaced)
 {
-    ASSERT_EQ(parse(info(0, 14) + rec(2, R"({"method":"do"})")), 0);
-    EXPECT_EQ(ctx->group, 2);
-    EXPECT_EQ(ctx->client, 13);
-    context_free(ctx);
-    ctx = context_alloc();
-    ASSERT_EQ(parse(info(-1, 300) + rec(2, R"({"method":"do"})")), 0);
-    EXPECT_EQ(ctx->group, 2);
-    EXPECT_EQ(ctx->client, 13);
-}
-
-TEST_F(Records, EveryMethodNameMapsToItsCode)
-{
-    EXPECT_EQ(ds_method_code("get"), DS_METHOD_GET);
-    EXPECT_EQ(ds_method_code("add"), DS_METHOD_ADD);
-    EXPECT_EQ(ds_method_code("delete"), DS_METHOD_DELETE);
-    EXPECT_EQ(ds_method_code("set"), DS_METHOD_SET);
-    EXPECT_EQ(ds_method_code("do"), DS_METHOD_DO);
-    EXPECT_EQ(ds_method_code("forward"), DS_METHOD_FORWARD);
-    for (const char *bad : {"GET", "Get", "get ", "", "fwd"})
-        EXPECT_EQ(ds_method_code(bad), 0) << bad;
-    EXPECT_EQ(ds_method_code(nullptr), 0);
+    static const struct { int group, client; } rows[] = {
+        {.group = 0, .client = 14}, {.group = -1, .client = 300}, {.group = 9, .client = 99}};
+    for (const auto &r : rows) {
+        ASSERT_EQ(parse(info(r.group, r.client) + rec(2, R"({"method":"do"})")), 0);
+        EXPECT_EQ(ctx->group, 2) << r.group;
+        EXPECT_EQ(ctx->client, 13) << r.client;
+        context_free(ctx);
+        ctx = context_alloc();
+    }
 }
 
 TEST_F(Records, SecondRecordDecidesTheOutcome)
@@ -259,6 +238,59 @@ TEST_F(Dispatch, NoFreeContextIsAnsweredAtOnce)
     for (auto *c : held)
         context_free(c);
     EXPECT_EQ(context_free_count(), DS_CONTEXT_COUNT);
+}
+
+} // namespace
+
+namespace {
+
+struct Pair {
+    int fd[2] = {-1, -1};
+    Pair() { EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, fd), 0); }
+    ~Pair()
+    {
+        for (int f : fd)
+            if (f >= 0)
+                close(f);
+    }
+};
+
+TEST(Wire, ErrorResponseAndLargeRecordArriveWhole)
+{
+    Pair p;
+    uint32_t type = 0;
+    std::string value;
+    ASSERT_EQ(make_error_response(p.fd[0], -40109), 0);
+    ASSERT_TRUE(dsd_read_record(p.fd[1], &type, &value, 2000));
+    EXPECT_EQ(type, 3u);
+    EXPECT_EQ(value, "{\"error_code\": -40109}");
+    EXPECT_EQ(make_error_response(-1, 0), -1);
+    // Larger than the socket buffer: written through short writes.
+    std::string big(300000, 'x');
+    big.front() = '{';
+    big.back() = '}';
+    std::thread reader([&] { EXPECT_TRUE(dsd_read_record(p.fd[1], &type, &value, 10000)); });
+    EXPECT_EQ(jres_tlv_write(p.fd[0], big.data(), static_cast<uint32_t>(big.size())), 0);
+    reader.join();
+    EXPECT_EQ(type, 3u);
+    EXPECT_EQ(value, big);
+    EXPECT_EQ(jres_tlv_write(p.fd[0], big.data(), 0), -1);
+}
+
+TEST(Wire, ShortReadsEndOfStreamAndClosedPeer)
+{
+    Pair p;
+    uint8_t buf[17];
+    ASSERT_EQ(write(p.fd[1], "abc", 3), 3);
+    EXPECT_EQ(sock_read(p.fd[0], buf, 16), 3);  // never loops to fill
+    EXPECT_EQ(std::string(reinterpret_cast<char *>(buf), 3), "abc");
+    close(p.fd[1]);
+    p.fd[1] = -1;
+    EXPECT_EQ(sock_read(p.fd[0], buf, 16), 0);
+    EXPECT_EQ(sock_read(-1, buf, 16), -1);
+    EXPECT_EQ(sock_read(p.fd[0], buf, 0), -1);
+    signal(SIGPIPE, SIG_IGN);
+    EXPECT_EQ(make_error_response(p.fd[0], -40101), -1);
 }
 
 } // namespace

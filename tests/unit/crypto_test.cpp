@@ -1,5 +1,5 @@
-// MD5 and DES against published vectors and, where the openssl command is
-// installed, against it on random inputs.
+// MD5 and DES against published vectors, the file cipher against known
+// answers, and MD5 of a file against the system's md5sum where installed.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -90,20 +90,43 @@ std::string slurp(const char *path)
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-TEST(Des, FileCipherRoundTripsAndRefusesDamage)
+std::string hex_of(const std::string &bytes)
 {
+    std::string out;
+    char h[3];
+    for (unsigned char c : bytes) {
+        snprintf(h, sizeof h, "%02x", c);
+        out += h;
+    }
+    return out;
+}
+
+// The file cipher is plain DES-CBC (zero IV, PKCS#7) under the key folded in
+// half; the expected bytes come from openssl's des-cbc under that folded key.
+TEST(Des, FileCipherKnownAnswersRoundTripsAndRefusesDamage)
+{
+    static const struct { size_t len; const char *cipher; } kat[] = {
+        {.len = 0, .cipher = "407e19677f41d2b4"},
+        {.len = 1, .cipher = "7d83b17384dcd9a9"},
+        {.len = 8, .cipher = "ea8a0aaf05178ba709471e3068708b1f"},
+        {.len = 13, .cipher = "ea8a0aaf05178ba71806b54279c1ce02"},
+        {.len = 4096, .cipher = nullptr},
+    };
     const char *plain = "/tmp/dsd-des-plain", *enc = "/tmp/dsd-des-enc", *back = "/tmp/dsd-des-back";
     const char *key = "mqwer#!^$KLPZ392";
-    for (size_t len : {0u, 1u, 7u, 8u, 9u, 4096u}) {
-        std::string data(len, 'x');
-        for (size_t i = 0; i < len; i++)
+    for (const auto &k : kat) {
+        std::string data(k.len, 'x');
+        for (size_t i = 0; i < k.len; i++)
             data[i] = static_cast<char>(i * 31 + 7);
         std::ofstream(plain, std::ios::binary) << data;
         ASSERT_EQ(des_encrypt_file(plain, enc, key), 0);
         std::string cipher = slurp(enc);
-        EXPECT_EQ(cipher.size(), (len / 8 + 1) * 8);
+        EXPECT_EQ(cipher.size(), (k.len / 8 + 1) * 8);
+        if (k.cipher) {
+            EXPECT_EQ(hex_of(cipher), k.cipher) << k.len;
+        }
         ASSERT_EQ(des_decrypt_file(enc, back, key), 0);
-        EXPECT_EQ(slurp(back), data) << len;
+        EXPECT_EQ(slurp(back), data) << k.len;
     }
     EXPECT_NE(des_decrypt_file(enc, back, "another key 1234"), 0); // padding check fails
     std::string cut = slurp(enc).substr(0, 4095);
@@ -112,36 +135,6 @@ TEST(Des, FileCipherRoundTripsAndRefusesDamage)
     remove(plain);
     remove(enc);
     remove(back);
-}
-
-// The file cipher is plain DES-CBC (zero IV, PKCS#7) under the folded key, so
-// the system's openssl, where it still offers DES, must produce the same bytes.
-TEST(Des, FileCipherMatchesOpensslOnRandomInputs)
-{
-    if (system("openssl enc -provider legacy -provider default -des-cbc -K 0123456789abcdef "
-               "-iv 0000000000000000 -in /dev/null >/dev/null 2>&1") != 0)
-        GTEST_SKIP() << "openssl without DES";
-    const char *key = "mqwer#!^$KLPZ392";
-    char hexkey[17];
-    for (int i = 0; i < 8; i++)
-        snprintf(hexkey + 2 * i, 3, "%02x", static_cast<unsigned>(static_cast<uint8_t>(key[i] ^ key[i + 8])));
-    char dir[] = "/tmp/dsd-des-ossl-XXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
-    std::string plain = std::string(dir) + "/p", mine = std::string(dir) + "/m", theirs = std::string(dir) + "/t";
-    std::mt19937 rng(7);
-    for (int round = 0; round < 12; round++) {
-        std::string data(rng() % 3000, '\0');
-        for (auto &c : data)
-            c = static_cast<char>(rng());
-        std::ofstream(plain, std::ios::binary) << data;
-        ASSERT_EQ(des_encrypt_file(plain.c_str(), mine.c_str(), key), 0);
-        std::string cmd = "openssl enc -provider legacy -provider default -des-cbc -K " + std::string(hexkey) +
-                          " -iv 0000000000000000 -in " + plain + " -out " + theirs;
-        ASSERT_EQ(system(cmd.c_str()), 0);
-        EXPECT_EQ(slurp(mine.c_str()), slurp(theirs.c_str())) << "length " << data.size();
-    }
-    std::string cmd = "rm -rf " + std::string(dir);
-    EXPECT_EQ(system(cmd.c_str()), 0);
 }
 
 } // namespace

@@ -147,24 +147,22 @@ TEST_F(Methods, GetByNameTypeAndArray)
 
 TEST_F(Methods, GetRefusals)
 {
-    EXPECT_EQ(run(DS_METHOD_GET, "{}"), -1);
-    EXPECT_EQ(ctx.error_code, -40209);
-    EXPECT_EQ(run(DS_METHOD_GET, R"({"fixture":{"names":"chn1_cam"}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40210);
-    EXPECT_EQ(res(), "null");
-    EXPECT_EQ(run(DS_METHOD_GET, R"({"fixture":{"name":["chn1_cam","nope"]}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40106);
-    EXPECT_EQ(res(), "null");
-    EXPECT_EQ(run(DS_METHOD_GET, R"({"fixture":{"name":["chn1_cam",3]}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40210);
-    EXPECT_EQ(run(DS_METHOD_GET, R"({"fixture":{"name":7}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40210);
-    EXPECT_EQ(run(DS_METHOD_GET, R"({"fixture":{"table":"nope"}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40106);
-    EXPECT_EQ(run(DS_METHOD_GET, R"({"fixture":{"name":"ghost"}})"), -1);  // not in uci
-    EXPECT_EQ(ctx.error_code, -40101);
-    EXPECT_EQ(run(DS_METHOD_GET, R"({"fixture":{"name":"broken"}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40101);
+    // Nothing read before a refusal inside the module is answered.
+    static const struct { const char *request; int32_t code; } rows[] = {
+        {.request = "{}", .code = -40209},
+        {.request = R"({"fixture":{"names":"chn1_cam"}})", .code = -40210},
+        {.request = R"({"fixture":{"name":["chn1_cam","nope"]}})", .code = -40106},
+        {.request = R"({"fixture":{"name":["chn1_cam",3]}})", .code = -40210},
+        {.request = R"({"fixture":{"name":7}})", .code = -40210},
+        {.request = R"({"fixture":{"table":"nope"}})", .code = -40106},
+        {.request = R"({"fixture":{"name":"ghost"}})", .code = -40101}, // not in uci
+        {.request = R"({"fixture":{"name":"broken"}})", .code = -40101},
+    };
+    for (const auto &r : rows) {
+        EXPECT_EQ(run(DS_METHOD_GET, r.request), -1) << r.request;
+        EXPECT_EQ(ctx.error_code, r.code) << r.request;
+        EXPECT_EQ(res(), "null") << r.request;
+    }
     // Unknown module: what was read before it stays in the response.
     EXPECT_EQ(run(DS_METHOD_GET, R"({"fixture":{"name":"status"},"nomod":{"name":"a"}})"), -1);
     EXPECT_EQ(ctx.error_code, -40106);
@@ -227,21 +225,23 @@ TEST_F(Methods, SetUnchangedWritesNothing)
 TEST_F(Methods, SetRefusals)
 {
     std::string before = scratch.read("fixture");
-    EXPECT_EQ(run(DS_METHOD_SET, R"({"fixture":{"chn1_cam":{"enabled":"yes"}}})"), -1);
-    EXPECT_EQ(ctx.error_code, -73701);
-    EXPECT_EQ(run(DS_METHOD_SET, R"({"fixture":{"chn1_cam":{"rate":"31"}}})"), -1);
-    EXPECT_EQ(ctx.error_code, -70222);
-    EXPECT_EQ(run(DS_METHOD_SET, R"({"fixture":{"chn1_cam":{"title":"123456789"}}})"), -1);
-    EXPECT_EQ(ctx.error_code, -70233);
-    ctx.error_code = -40101;
-    EXPECT_EQ(run(DS_METHOD_SET, R"({"fixture":{"ghost":{"enabled":"on"}}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40101);  // diff failures keep the code
-    EXPECT_EQ(run(DS_METHOD_SET, R"({"fixture":{"chn1_cam":{"enabled":true}}})"), -1);
-    EXPECT_EQ(run(DS_METHOD_SET, R"({"fixture":{"chn1_cam":{"list":[]}}})"), -1);
-    EXPECT_EQ(run(DS_METHOD_SET, R"({"nomod":{"chn1_cam":{"enabled":"on"}}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40101);
-    EXPECT_EQ(run(DS_METHOD_SET, "{}"), -1);
-    EXPECT_EQ(ctx.error_code, -40209);
+    // Checker codes, the row's own code, and diff failures that keep the
+    // request's initial code.
+    static const struct { const char *request; int32_t code; } rows[] = {
+        {.request = R"({"fixture":{"chn1_cam":{"enabled":"yes"}}})", .code = -73701},
+        {.request = R"({"fixture":{"chn1_cam":{"rate":"31"}}})", .code = -70222},
+        {.request = R"({"fixture":{"chn1_cam":{"title":"123456789"}}})", .code = -70233},
+        {.request = R"({"fixture":{"ghost":{"enabled":"on"}}})", .code = -40101},
+        {.request = R"({"fixture":{"chn1_cam":{"enabled":true}}})", .code = -40101},
+        {.request = R"({"fixture":{"chn1_cam":{"list":[]}}})", .code = -40101},
+        {.request = R"({"nomod":{"chn1_cam":{"enabled":"on"}}})", .code = -40101},
+        {.request = "{}", .code = -40209},
+    };
+    for (const auto &r : rows) {
+        EXPECT_EQ(run(DS_METHOD_SET, r.request), -1) << r.request;
+        EXPECT_EQ(ctx.error_code, r.code) << r.request;
+        ctx.error_code = -40101;
+    }
     before_result = -555;
     EXPECT_EQ(run(DS_METHOD_SET, R"({"fixture":{"chn1_cam":{"enabled":"on"}}})"), -1);
     EXPECT_EQ(ctx.error_code, -555);
@@ -278,6 +278,9 @@ TEST_F(Methods, AddChecksNameRoomAndOptions)
     EXPECT_EQ(ctx.error_code, -40210);
     EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"zone","name":"zone_1","para":"x"}})"), -1);
     EXPECT_EQ(ctx.error_code, -40210);
+    EXPECT_EQ(run(DS_METHOD_ADD, R"({"nomod":{"table":"t","name":"t_1","para":{}}})"), -1);
+    EXPECT_EQ(ctx.error_code, -40101);
+    EXPECT_EQ(run(DS_METHOD_ADD, R"({"method":"add"})"), 0); // no module: nothing to do
     EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"zone","name":"zone_2","para":{}}})"), 0);
     EXPECT_EQ(section_exist(ctx.uci_ctx, "fixture", "zone_2"), 1);
 }

@@ -24,45 +24,45 @@ jso_ptr str(const char *s) { return jso_ptr(json_object_new_string(s)); }
 
 TEST(NetClass, BoundsIncludingTheWide192)
 {
-    EXPECT_EQ(net_ip_class(ipv4_to_uint("127.255.255.255")), 'A');
-    EXPECT_EQ(net_ip_class(ipv4_to_uint("128.0.0.1")), 'B');
-    EXPECT_EQ(net_ip_class(ipv4_to_uint("191.255.0.1")), 'B');
-    EXPECT_EQ(net_ip_class(ipv4_to_uint("192.168.1.1")), 'B');
-    EXPECT_EQ(net_ip_class(ipv4_to_uint("193.0.0.1")), 'C');
-    EXPECT_EQ(net_ip_class(ipv4_to_uint("223.1.1.1")), 'C');
-    EXPECT_EQ(net_ip_class(ipv4_to_uint("224.0.0.1")), 'D');
-    EXPECT_EQ(net_ip_class(ipv4_to_uint("239.1.1.1")), 'D');
-    EXPECT_EQ(net_ip_class(ipv4_to_uint("240.0.0.1")), 'E');
+    static const struct { const char *ip; char cls; } rows[] = {
+        {.ip = "127.255.255.255", .cls = 'A'}, {.ip = "128.0.0.1", .cls = 'B'}, {.ip = "191.255.0.1", .cls = 'B'},
+        {.ip = "192.168.1.1", .cls = 'B'},     {.ip = "193.0.0.1", .cls = 'C'}, {.ip = "223.1.1.1", .cls = 'C'},
+        {.ip = "224.0.0.1", .cls = 'D'},       {.ip = "239.1.1.1", .cls = 'D'}, {.ip = "240.0.0.1", .cls = 'E'},
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(net_ip_class(ipv4_to_uint(r.ip)), r.cls) << r.ip;
     EXPECT_EQ(net_class_mask('B'), 0xFFFF0000u);
     EXPECT_EQ(net_class_mask('D'), 0u);
 }
 
 TEST(NetAddrMask, NetworkBroadcastAndClassRules)
 {
-    EXPECT_EQ(net_addr_mask_rule("192.168.1.10", "255.255.255.0"), 0);
-    EXPECT_EQ(net_addr_mask_rule("192.168.1.0", "255.255.255.0"), -40315);
-    EXPECT_EQ(net_addr_mask_rule("192.168.1.255", "255.255.255.0"), -40315);
-    EXPECT_EQ(net_addr_mask_rule("0.0.0.5", "255.0.0.0"), -40314);
-    // All network bits set.
-    EXPECT_EQ(net_addr_mask_rule("255.255.255.7", "255.255.255.0"), -40314);
-    // /31 and /32 leave no usable host.
-    EXPECT_EQ(net_addr_mask_rule("10.0.0.1", "255.255.255.254"), -40315);
-    EXPECT_EQ(net_addr_mask_rule("10.0.0.2", "255.255.255.254"), -40315);
-    EXPECT_EQ(net_addr_mask_rule("10.0.0.1", "255.255.255.255"), -40315);
-    EXPECT_EQ(net_addr_mask_rule("10.1.2.3", "255.0.0.0"), 0);
-    EXPECT_EQ(net_addr_mask_rule("200.1.1.1", "128.0.0.0"), -40314);
-    // A stored mask is not re-validated here: the class part of the address
-    // must still fit under it.
-    EXPECT_EQ(net_addr_mask_rule("10.1.2.3", "0.255.255.0"), -40317);
-    // Class B keeps two octets of 192.168.1.10 (192.168.0.0 fits under
-    // 192.168.0.255); as class C the third octet would not fit.
-    EXPECT_EQ(net_addr_mask_rule("192.168.1.10", "192.168.0.255"), 0);
-    EXPECT_EQ(net_addr_mask_rule("193.168.1.10", "193.168.0.255"), -40317);
-    EXPECT_EQ(net_addr_mask_rule(nullptr, "255.0.0.0"), -40317);
-    EXPECT_EQ(net_addr_mask_rule("10.1.2.3", ""), -40317);
+    static const struct { const char *ip, *mask; int32_t code; } rows[] = {
+        {.ip = "192.168.1.10", .mask = "255.255.255.0", .code = 0},
+        {.ip = "192.168.1.0", .mask = "255.255.255.0", .code = -40315},
+        {.ip = "192.168.1.255", .mask = "255.255.255.0", .code = -40315},
+        {.ip = "0.0.0.5", .mask = "255.0.0.0", .code = -40314},
+        {.ip = "255.255.255.7", .mask = "255.255.255.0", .code = -40314}, // all network bits set
+        // /31 and /32 leave no usable host.
+        {.ip = "10.0.0.1", .mask = "255.255.255.254", .code = -40315},
+        {.ip = "10.0.0.2", .mask = "255.255.255.254", .code = -40315},
+        {.ip = "10.0.0.1", .mask = "255.255.255.255", .code = -40315},
+        {.ip = "10.1.2.3", .mask = "255.0.0.0", .code = 0},
+        {.ip = "200.1.1.1", .mask = "128.0.0.0", .code = -40314},
+        // A stored mask is not re-validated here: the class part of the
+        // address must still fit under it. Class B keeps two octets of
+        // 192.168.1.10; as class C the third octet would not fit.
+        {.ip = "10.1.2.3", .mask = "0.255.255.0", .code = -40317},
+        {.ip = "192.168.1.10", .mask = "192.168.0.255", .code = 0},
+        {.ip = "193.168.1.10", .mask = "193.168.0.255", .code = -40317},
+        {.ip = nullptr, .mask = "255.0.0.0", .code = -40317},
+        {.ip = "10.1.2.3", .mask = "", .code = -40317},
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(net_addr_mask_rule(r.ip, r.mask), r.code) << (r.ip ? r.ip : "(null)") << " " << r.mask;
 }
 
-TEST(NetNetmask, ContiguousMasksOnly)
+TEST(NetNetmask, ContiguousMasksOnlyAndSubnetComparison)
 {
     for (const char *ok : {"255.255.255.0", "255.255.254.0", "128.0.0.0", "255.255.255.255",
                            "255.255.0.0", "255.255.255.252"})
@@ -72,10 +72,6 @@ TEST(NetNetmask, ContiguousMasksOnly)
                             "0.255.255.255"})
         EXPECT_EQ(net_netmask_rule(bad), -40305) << bad;
     EXPECT_EQ(net_netmask_rule(nullptr), -40305);
-}
-
-TEST(NetSubnet, ComparesNetworksUnderTheMask)
-{
     EXPECT_EQ(net_same_subnet("192.168.1.10", "192.168.1.20", "255.255.255.0"), 1);
     EXPECT_EQ(net_same_subnet("192.168.1.10", "192.168.2.20", "255.255.255.0"), 0);
     EXPECT_EQ(net_same_subnet("192.168.1.10", "192.168.2.20", "255.255.0.0"), 1);
@@ -160,12 +156,13 @@ TEST_F(NetCheck, RelatedValueFromRequestFirstThenUci)
 
 TEST_F(NetCheck, WanIpUsesHostCheckThenMask)
 {
-    EXPECT_EQ(check_wan_ip(&ctx, str("10.0.0.5").get(), nullptr, &static_mask, 0), 0);
-    EXPECT_EQ(check_wan_ip(&ctx, str("10.0.0.255").get(), nullptr, &static_mask, 0), -40315);
-    EXPECT_EQ(check_wan_ip(&ctx, str("10.0.0.0").get(), nullptr, &static_mask, 0), -40315);
-    EXPECT_EQ(check_wan_ip(&ctx, str("127.0.0.5").get(), nullptr, &static_mask, 0), -40304);
-    EXPECT_EQ(check_wan_ip(&ctx, str("10.0.0.05").get(), nullptr, &static_mask, 0), -40301);
-    EXPECT_EQ(check_wan_ip(&ctx, str("10.0.0").get(), nullptr, &static_mask, 0), -40303);
+    static const struct { const char *ip; int32_t code; } rows[] = {
+        {.ip = "10.0.0.5", .code = 0},        {.ip = "10.0.0.255", .code = -40315},
+        {.ip = "10.0.0.0", .code = -40315},   {.ip = "127.0.0.5", .code = -40304},
+        {.ip = "10.0.0.05", .code = -40301},  {.ip = "10.0.0", .code = -40303},
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(check_wan_ip(&ctx, str(r.ip).get(), nullptr, &static_mask, 0), r.code) << r.ip;
     EXPECT_EQ(check_wan_ip(&ctx, nullptr, nullptr, &static_mask, 0), -40301);
     // The mask sent in the same request wins over the stored one.
     request(R"({"protocol":{"static":{"netmask":"255.255.255.252"}}})");
