@@ -9,6 +9,7 @@
 #include "core/context.h"
 #include "core/wire.h"
 #include "model/methods.h"
+#include "platform/pkg_lock.h"
 #include "platform/trace.h"
 
 namespace {
@@ -88,6 +89,8 @@ int ds_signal_handle(int fd)
         DS_ERR("Failed to parse signal.");
     else
         run_method(ctx);
+    // What the request's writes locked is held until its answer is decided.
+    pkg_unlock_to(0);
     ds_make_response(ctx);
 
     clock_gettime(CLOCK_MONOTONIC, &end);

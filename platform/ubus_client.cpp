@@ -21,6 +21,7 @@ extern "C" {
 }
 
 #include "platform/paths.h"
+#include "platform/stop_signal.h"
 #include "platform/trace.h"
 
 namespace {
@@ -54,6 +55,7 @@ ubus_context *ubus_create_connection(void)
 {
     std::string path = dsd_path("/var/run/ubus.sock");
     ubus_context *conn = ubus_connect(path.c_str());
+    stop_signal_restore(); // uloop_init took SIGTERM over
     if (!conn)
         DS_ERR("connect ubus error.");
     return conn;
