@@ -89,7 +89,7 @@ int ds_signal_handle(int fd)
         DS_ERR("Failed to parse signal.");
     else
         run_method(ctx);
-    // What the request's writes locked is held until its answer is decided.
+    // Nothing a request locked may outlive it, whatever path it took.
     pkg_unlock_to(0);
     ds_make_response(ctx);
 

@@ -187,6 +187,7 @@ struct edit_call {
 int edit_one(uci_context *ctx, const edit_call &call, const char *package, const char *section,
              const char *option, const char *value)
 {
+    pkg_lock_scope scope; // released here unless the caller held it already
     if (pkg_lock(package) != 0)
         return -1;
     uci_ptr ptr;
@@ -379,6 +380,7 @@ int set_uci_section(uci_context *ctx, const char *package, const char *section, 
         DS_ERR("uci cannot found.");
         return 0;
     }
+    pkg_lock_scope scope; // released here unless the caller held it already
     if (pkg_lock(package) != 0)
         return -1;
     json_object_object_foreach(obj, key, val) {
@@ -432,6 +434,7 @@ int add_new_section(uci_context *ctx, const char *package, const char *type, con
         DS_ERR("Section name %s is illegal.", name);
         return -1;
     }
+    pkg_lock_scope scope; // released here unless the caller held it already
     if (pkg_lock(package) != 0)
         return -1;
     uci_ptr ptr;
@@ -452,6 +455,7 @@ int rename_section(uci_context *ctx, const char *package, const char *section, c
         return -1;
     // uci answers 0 for a rename onto an existing name, and stages names it
     // cannot load: both are refused here.
+    pkg_lock_scope scope;
     if (!uci_section_name_ok(new_name) || pkg_lock(package) != 0)
         return -1;
     if (strcmp(section, new_name) != 0 && section_exist(ctx, package, new_name)) {
@@ -603,6 +607,7 @@ int commit_package(uci_context *ctx, const char *package)
 {
     if (!ctx || !package)
         return -1;
+    pkg_lock_scope scope;
     uci_package *p = nullptr;
     if (stage_locked(ctx, package, &p) != 0 ||
         uci_flush_package_at(uci_store_of(ctx), package) != 0) {
@@ -616,6 +621,7 @@ int dummy_commit_package(uci_context *ctx, const char *package)
 {
     if (!ctx || !package)
         return -1;
+    pkg_lock_scope scope;
     uci_package *p = nullptr;
     if (stage_locked(ctx, package, &p) != 0) {
         DS_ERR("uci_save error");

@@ -62,8 +62,9 @@ int set_opt_value(uci_context *ctx, const char *package, const char *section,
                   const char *option, const char *value);
 int delete_opt_value(uci_context *ctx, const char *package, const char *section,
                      const char *option, const char *value);
-// The writers below lock the package for the calling thread (pkg_lock.h) and
-// keep it until the caller's lock scope or the request ends.
+// Every writer here locks the package for the calling thread (pkg_lock.h)
+// for its own duration, or keeps the lock a caller already holds (the set
+// pipeline holds its packages from before its diff until after its commit).
 
 // Stages the context's changes and merges the change log into the file
 // (uci_flush_package). 0 or -1.
