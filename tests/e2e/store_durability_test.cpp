@@ -2,12 +2,15 @@
 // on file after the daemon ends, nothing is applied twice, and two adds of
 // one name cannot both succeed. The host libraries behave like the device's
 // here, so only the daemon's own serialisation and flush keep these true.
+#include <dirent.h>
 #include <gtest/gtest.h>
 #include <json-c/json.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <atomic>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -152,6 +155,52 @@ TEST(StoreDurability, SigtermAfterABusCallFlushesAndExitsZero)
     EXPECT_EQ(slurp(d.path("/tmp/.uci/motion_detection")), "");
     EXPECT_NE(slurp(d.path("/etc/config/motion_detection")).find("\toption sensitivity 'high'\n"),
               std::string::npos);
+}
+
+// Every entry of a directory with its content ("<dir>" for a directory).
+std::map<std::string, std::string> snapshot(const std::string &dir)
+{
+    std::map<std::string, std::string> out;
+    DIR *d = opendir(dir.c_str());
+    if (!d)
+        return out;
+    while (dirent *e = readdir(d)) {
+        std::string name = e->d_name, path = dir + "/" + name;
+        struct stat st;
+        if (name != "." && name != ".." && lstat(path.c_str(), &st) == 0)
+            out[name] = S_ISDIR(st.st_mode) ? "<dir>" : slurp(path);
+    }
+    closedir(d);
+    return out;
+}
+
+TEST(StoreDurability, BackupCarriesStagedChangesAndRestoreIsAllOrNothing)
+{
+    dsd_harness d;
+    ASSERT_TRUE(d.make_config(2));
+    ASSERT_TRUE(d.start({}));
+    auto code = [&](const std::string &req) { return error_code_of(d.request(req)); };
+    std::string file = d.path("/tmp/backup.bin");
+    ASSERT_EQ(code(set_req("chn1_motion_det", "sensitivity", "high")), 0);
+    ASSERT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + file + "\"}}}"), 0);
+    ASSERT_EQ(code(set_req("chn1_motion_det", "sensitivity", "low")), 0);
+
+    // A package that cannot be written stops the restore before any rename
+    // (the first attempt flushes the staged change, as every restore does).
+    ASSERT_EQ(mkdir(d.path("/etc/config/.dsd-tmp-video").c_str(), 0700), 0);
+    std::string upload = R"({"method":"do","system":{"upload_conf_gui":{"url":")" + file + "\"}}}";
+    EXPECT_NE(code(upload), 0);
+    auto before = snapshot(d.path("/etc/config"));
+    EXPECT_NE(code(upload), 0);
+    EXPECT_EQ(snapshot(d.path("/etc/config")), before);
+    EXPECT_EQ(stored(d, "chn1_motion_det", "sensitivity"), "low");
+
+    // Restored, the staged change of the backup is back and stays back.
+    ASSERT_EQ(rmdir(d.path("/etc/config/.dsd-tmp-video").c_str()), 0);
+    ASSERT_EQ(code(upload), 0);
+    EXPECT_EQ(stored(d, "chn1_motion_det", "sensitivity"), "high");
+    for (const auto &[name, body] : snapshot(d.path("/etc/config")))
+        EXPECT_NE(name.rfind(".dsd-tmp-", 0), 0u) << name;
 }
 
 } // namespace
