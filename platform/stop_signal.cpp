@@ -1,6 +1,7 @@
 #include "platform/stop_signal.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -38,6 +39,14 @@ int install(void)
 
 void stop_main(void)
 {
+    // The signal goes to another thread: a handler run on this one, blocked
+    // in the read it is meant to wake, may be deferred until that read
+    // returns (so under sanitizers).
+    sigset_t mask;
+    sigemptyset(&mask);
+    sigaddset(&mask, SIGTERM);
+    sigaddset(&mask, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &mask, nullptr);
     char c;
     while (read(g_pipe[0], &c, 1) < 0 && errno == EINTR) {
     }
