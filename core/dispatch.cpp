@@ -10,6 +10,7 @@
 #include "core/heap.h"
 #include "core/wire.h"
 #include "model/methods.h"
+#include "platform/pkg_lock.h"
 #include "platform/trace.h"
 
 namespace {
@@ -89,6 +90,8 @@ int ds_signal_handle(int fd)
         DS_ERR("Failed to parse signal.");
     else
         run_method(ctx);
+    // Nothing a request locked may outlive it, whatever path it took.
+    pkg_unlock_to(0);
     ds_make_response(ctx);
 
     clock_gettime(CLOCK_MONOTONIC, &end);

@@ -12,7 +12,9 @@
 #include "core/server.h"
 #include "core/shm.h"
 #include "model/registry.h"
+#include "platform/stop_signal.h"
 #include "platform/trace.h"
+#include "platform/uci_flush.h"
 
 namespace {
 
@@ -79,6 +81,13 @@ void serve(ds_model_root **root, thd_pool **pool)
         START_FAIL("Register ds model failed.");
         return;
     }
+    // Before any request: finish what a crash cut short, then keep the
+    // light commit's changes flowing to the files and flush them on SIGTERM.
+    uci_store_recover();
+    if (uci_flusher_start() != 0 || stop_signal_init() != 0) {
+        DS_ERR("Init configuration flusher failed.");
+        return;
+    }
     if (!context_init()) {
         START_FAIL("Init context failed.");
         return;
@@ -112,6 +121,7 @@ int main(int argc, char **argv)
     serve(&root, &pool);
 
     thd_pool_destroy(pool);
+    uci_flusher_stop();
     context_destroy();
     model_destory(root);
     return 0;

@@ -52,7 +52,9 @@ bool add_name_ok(const char *type, const char *name)
         return false;
     int n = 0;
     char tail = 0;
-    return sscanf(name + tlen, "_%d%c", &n, &tail) == 1;
+    // uci_set stages a name uci refuses on load ("T_-5", "T_ 7" pass the
+    // scan) and every later load skips it: such names are refused here.
+    return sscanf(name + tlen, "_%d%c", &n, &tail) == 1 && uci_section_name_ok(name);
 }
 
 // Type registered, room left, name well formed.

@@ -10,6 +10,7 @@
 #include "model/registry.h"
 #include "platform/jso.h"
 #include "platform/trace.h"
+#include "platform/uci_flush.h"
 #include "platform/ubus_client.h"
 
 namespace {
@@ -20,6 +21,19 @@ struct conn_free {
 using conn_ptr = std::unique_ptr<ubus_context, conn_free>;
 
 } // namespace
+
+// Actions after which the device may restart, be reset or be re-flashed, or
+// whose result is a copy of the configuration: the change logs (RAM) must
+// be in the configuration files before they run.
+static bool flush_before(const char *keyword)
+{
+    static const char *const kMarks[] = {"reboot", "reset", "upgrade", "factory", "_conf", nullptr};
+    for (const char *const *m = kMarks; *m; m++) {
+        if (strstr(keyword, *m))
+            return true;
+    }
+    return !strcmp(keyword, "config_recovery");
+}
 
 // Runs one keyword of mod with its argument. 0, or -1 with ctx->error_code set.
 static int do_keyword_action(ds_context *ctx, const ds_module *mod, const char *keyword,
@@ -38,6 +52,8 @@ static int do_keyword_action(ds_context *ctx, const ds_module *mod, const char *
         return -1;
     }
     DS_INFO("Do %s action in module %s.", keyword, mod->name);
+    if (flush_before(keyword) && uci_flush_logged() != 0)
+        DS_ERR("flush before %s failed", keyword);
     if (!row->fn) {
         DS_ERR("Function keyword_action is NULL.");
         ctx->error_code = -40101;

@@ -7,6 +7,7 @@
 #include <json-c/json.h>
 
 #include <cstring>
+#include <set>
 #include <string>
 
 #include "core/context.h"
@@ -15,6 +16,7 @@
 #include "model/section_lookup.h"
 #include "model/set_pipeline.h"
 #include "platform/jso.h"
+#include "platform/pkg_lock.h"
 #include "platform/trace.h"
 #include "platform/uci_access.h"
 #include "platform/uci_cache.h"
@@ -368,12 +370,37 @@ static int commit_uci(ds_context *ctx)
     return 0;
 }
 
-static int run_pipeline(ds_context *ctx, bool with_srvcb)
+// Locks the package of every module the request names, in name order, and
+// drops any copy the context loaded before: the diff and the checks must
+// read what the commit will merge into. Unknown modules are left to the steps.
+static int lock_request_packages(ds_context *ctx)
 {
-    if (!ctx || ctx->fd < 0 || !ctx->req_obj) {
-        DS_ERR("Invalid params.");
-        return -1;
+    ds_model_root *root = get_model_root();
+    std::set<std::string> packages;
+    if (root && json_object_is_type(ctx->req_obj, json_type_object)) {
+        json_object_object_foreach(ctx->req_obj, mod_name, req_mod) {
+            const ds_module *mod = get_module_node(root, mod_name);
+            if (mod && mod->package && json_object_is_type(req_mod, json_type_object))
+                packages.insert(mod->package);
+        }
     }
+    for (const std::string &pkg : packages) {
+        if (pkg_lock(pkg.c_str()) != 0) {
+            DS_ERR("Lock package %s failed.", pkg.c_str());
+            ctx->error_code = -40101;
+            return -1;
+        }
+        dsd_uci_unload(ctx->uci_ctx, pkg.c_str());
+    }
+    return 0;
+}
+
+// Diff to commit, holding the request's packages; 1 when nothing changed.
+static int run_locked_steps(ds_context *ctx)
+{
+    pkg_lock_scope scope;
+    if (lock_request_packages(ctx) != 0)
+        return -1;
     int changed = 0;
     if (diff_data(ctx, &changed) != 0) {
         DS_ERR("Get diff data failed.");
@@ -381,8 +408,7 @@ static int run_pipeline(ds_context *ctx, bool with_srvcb)
     }
     if (!changed) {
         DS_INFO("Data unchanged.");
-        ctx->error_code = 0;
-        return 0;
+        return 1;
     }
     if (filter_args(ctx) != 0) {
         DS_ERR("Filter args failed.");
@@ -400,7 +426,21 @@ static int run_pipeline(ds_context *ctx, bool with_srvcb)
         DS_ERR("Run commit_uci failed.");
         return -1;
     }
-    if (with_srvcb && do_srvcb(ctx) != 0) {
+    return 0;
+}
+
+// The service callbacks run after the packages are released: they apply
+// what is committed and may commit other packages themselves.
+static int run_pipeline(ds_context *ctx, bool with_srvcb)
+{
+    if (!ctx || ctx->fd < 0 || !ctx->req_obj) {
+        DS_ERR("Invalid params.");
+        return -1;
+    }
+    int rc = run_locked_steps(ctx);
+    if (rc < 0)
+        return -1;
+    if (rc == 0 && with_srvcb && do_srvcb(ctx) != 0) {
         DS_ERR("Run do_srvcb failed.");
         return -1;
     }

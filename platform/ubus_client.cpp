@@ -22,6 +22,7 @@ extern "C" {
 }
 
 #include "platform/paths.h"
+#include "platform/stop_signal.h"
 #include "platform/trace.h"
 
 namespace {
@@ -59,6 +60,7 @@ ubus_context *ubus_create_connection(void)
     std::string path = dsd_path("/var/run/ubus.sock");
     bool present = access(path.c_str(), F_OK) == 0;
     ubus_context *conn = ubus_connect(present ? path.c_str() : nullptr);
+    stop_signal_restore(); // uloop_init took SIGTERM over
     if (!conn)
         DS_ERR("connect ubus error.");
     return conn;

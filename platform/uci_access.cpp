@@ -3,8 +3,8 @@
 #include <json-c/json.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <uci.h>
 #include <unistd.h>
+#include <uci.h>
 
 #include <cerrno>
 #include <climits>
@@ -15,10 +15,13 @@
 #include <string>
 
 #include "platform/paths.h"
+#include "platform/pkg_lock.h"
 #include "platform/safe_file.h"
 #include "platform/trace.h"
 #include "platform/uci_cache.h"
 #include "platform/uci_dummy.h"
+#include "platform/uci_files.h"
+#include "platform/uci_flush.h"
 
 namespace {
 
@@ -144,6 +147,36 @@ int parse_non_negative(const char *s)
     return static_cast<int>(v);
 }
 
+// Cuts a torn last line (a save cut short) from a change log, so the next
+// appended change is not glued to it and skipped by every load.
+void cut_torn_tail(const std::string &path)
+{
+    std::string text;
+    if (!read_file(path, &text) || text.empty() || text.back() == '\n')
+        return;
+    if (truncate(path.c_str(), static_cast<off_t>(text.rfind('\n') + 1)) != 0)
+        DS_ERR("cut torn change in %s failed", path.c_str());
+}
+
+// Every directory on the delta search path other than the save directory is
+// pointed at one that never holds change files: the library keeps its
+// default save directory there even after uci_set_savedir.
+bool replace_delta_path(uci_context *ctx)
+{
+    std::string none = std::string(ctx->savedir) + "/.dsd-none";
+    uci_element *e;
+    uci_foreach_element(&ctx->delta_path, e) {
+        if (e->name && !strcmp(e->name, ctx->savedir))
+            continue;
+        char *copy = strdup(none.c_str());
+        if (!copy)
+            return false;
+        free(e->name);
+        e->name = copy;
+    }
+    return true;
+}
+
 // One change through the library's editing call, then a save of the package.
 // Traced under the caller's name; the save's result counts only where the
 // caller reports it.
@@ -158,6 +191,9 @@ struct edit_call {
 int edit_one(uci_context *ctx, const edit_call &call, const char *package, const char *section,
              const char *option, const char *value)
 {
+    pkg_lock_scope scope; // released here unless the caller held it already
+    if (pkg_lock(package) != 0)
+        return -1;
     uci_cache_drop_guard drop{package};
     uci_ptr ptr;
     lookup(ctx, &ptr, package, section, option, value);
@@ -165,7 +201,7 @@ int edit_one(uci_context *ctx, const edit_call &call, const char *package, const
         DS_TRACE_AS(call.func, call.level, "%s", call.fail_text);
         return -1;
     }
-    if (uci_save(ctx, ptr.p) != UCI_OK && call.save_counts) {
+    if (dsd_uci_save(ctx, ptr.p) != 0 && call.save_counts) {
         DS_TRACE_AS(call.func, TRACE_ERROR, "uci save error");
         return -1;
     }
@@ -198,21 +234,60 @@ static bool savedir_safe(void)
     return fresh.ok();
 }
 
+uci_context *dsd_uci_alloc_at(const char *confdir, const char *savedir)
+{
+    if (!confdir || !savedir)
+        return nullptr;
+    uci_context *ctx = uci_alloc_context();
+    if (!ctx)
+        return nullptr;
+    if (uci_set_confdir(ctx, confdir) != UCI_OK ||
+        uci_set_savedir(ctx, savedir) != UCI_OK || !replace_delta_path(ctx)) {
+        uci_free_context(ctx);
+        return nullptr;
+    }
+    return ctx;
+}
+
 uci_context *dsd_uci_alloc(void)
 {
     if (!savedir_safe()) {
         DS_ERR("Uci save directory is not safe.");
         return nullptr;
     }
-    uci_context *ctx = uci_alloc_context();
-    if (!ctx || dsd_root().empty())
-        return ctx;
-    if (uci_set_confdir(ctx, dsd_path("/etc/config").c_str()) != UCI_OK ||
-        uci_set_savedir(ctx, dsd_path("/tmp/.uci").c_str()) != UCI_OK) {
-        uci_free_context(ctx);
-        return nullptr;
+    if (dsd_root().empty())
+        return uci_alloc_context();
+    return dsd_uci_alloc_at(dsd_path("/etc/config").c_str(), dsd_path("/tmp/.uci").c_str());
+}
+
+int dsd_uci_save(uci_context *ctx, uci_package *p)
+{
+    if (!ctx || !p)
+        return -1;
+    std::string path = std::string(ctx->savedir) + "/" + p->e.name;
+    cut_torn_tail(path);
+    struct stat st;
+    bool existed = lstat(path.c_str(), &st) == 0;
+    if (uci_save(ctx, p) == UCI_OK)
+        return 0;
+    DS_ERR("uci save error");
+    // A failed append (a full /tmp) may leave part of a line: back to what was there.
+    if (existed ? truncate(path.c_str(), st.st_size) != 0 : unlink(path.c_str()) != 0)
+        DS_ERR("restore change log %s failed", path.c_str());
+    return -1;
+}
+
+void dsd_uci_unload(uci_context *ctx, const char *package)
+{
+    if (!ctx || !package)
+        return;
+    uci_element *e;
+    uci_foreach_element(&ctx->root, e) {
+        if (!strcmp(e->name, package)) {
+            uci_unload(ctx, uci_to_package(e));
+            return;
+        }
     }
-    return ctx;
 }
 
 json_object *single_section(uci_section *s)
@@ -328,7 +403,6 @@ int set_uci_section(uci_context *ctx, const char *package, const char *section, 
         DS_ERR("json type error.");
         return -1;
     }
-    uci_cache_drop_guard drop{package};
     uci_ptr ptr;
     int rc = lookup(ctx, &ptr, package, section, nullptr, nullptr);
     if (rc != UCI_OK) {
@@ -339,11 +413,15 @@ int set_uci_section(uci_context *ctx, const char *package, const char *section, 
         DS_ERR("uci cannot found.");
         return 0;
     }
+    pkg_lock_scope scope; // released here unless the caller held it already
+    if (pkg_lock(package) != 0)
+        return -1;
+    uci_cache_drop_guard drop{package};
     json_object_object_foreach(obj, key, val) {
         write_member(ctx, package, section, key, val);
     }
-    if (ptr.p)
-        uci_save(ctx, ptr.p);
+    if (ptr.p && dsd_uci_save(ctx, ptr.p) != 0)
+        return -1;
     return 0;
 }
 
@@ -386,6 +464,13 @@ int add_new_section(uci_context *ctx, const char *package, const char *type, con
 {
     if (!ctx || !package || !type || !name)
         return -1;
+    if (!uci_section_name_ok(name)) {
+        DS_ERR("Section name %s is illegal.", name);
+        return -1;
+    }
+    pkg_lock_scope scope; // released here unless the caller held it already
+    if (pkg_lock(package) != 0)
+        return -1;
     uci_cache_drop_guard drop{package};
     uci_ptr ptr;
     if (lookup(ctx, &ptr, package, name, nullptr, type) != UCI_OK) {
@@ -396,14 +481,22 @@ int add_new_section(uci_context *ctx, const char *package, const char *type, con
         DS_ERR("uci set error");
         return -1;
     }
-    uci_save(ctx, ptr.p);
-    return 0;
+    return dsd_uci_save(ctx, ptr.p);
 }
 
 int rename_section(uci_context *ctx, const char *package, const char *section, const char *new_name)
 {
     if (!ctx || !package || !section || !new_name)
         return -1;
+    // uci answers 0 for a rename onto an existing name, and stages names it
+    // cannot load: both are refused here.
+    pkg_lock_scope scope;
+    if (!uci_section_name_ok(new_name) || pkg_lock(package) != 0)
+        return -1;
+    if (strcmp(section, new_name) != 0 && section_exist(ctx, package, new_name)) {
+        DS_ERR("Section %s exit.", new_name);
+        return -1;
+    }
     return edit_one(ctx, {uci_rename, __func__, TRACE_ERROR, "uci rename error", false}, package,
                     section, nullptr, new_name);
 }
@@ -530,9 +623,11 @@ int delete_opt_value(uci_context *ctx, const char *package, const char *section,
                     section, option, value);
 }
 
-int commit_package(uci_context *ctx, const char *package)
+// Stages the context's changes of `package` under its lock; the package
+// handle through *p.
+static int stage_locked(uci_context *ctx, const char *package, uci_package **p)
 {
-    if (!ctx || !package)
+    if (pkg_lock(package) != 0)
         return -1;
     uci_cache_drop_guard drop{package};
     uci_ptr ptr;
@@ -540,7 +635,18 @@ int commit_package(uci_context *ctx, const char *package)
         DS_ERR("uci lookup ptr error.");
         return -1;
     }
-    if (uci_commit(ctx, &ptr.p, false) != UCI_OK) {
+    *p = ptr.p;
+    return dsd_uci_save(ctx, ptr.p);
+}
+
+int commit_package(uci_context *ctx, const char *package)
+{
+    if (!ctx || !package)
+        return -1;
+    pkg_lock_scope scope;
+    uci_package *p = nullptr;
+    if (stage_locked(ctx, package, &p) != 0 ||
+        uci_flush_package_at(uci_store_of(ctx), package) != 0) {
         DS_ERR("uci_commit error");
         return -1;
     }
@@ -551,19 +657,29 @@ int dummy_commit_package(uci_context *ctx, const char *package)
 {
     if (!ctx || !package)
         return -1;
-    uci_cache_drop_guard drop{package};
-    uci_ptr ptr;
-    if (lookup(ctx, &ptr, package, nullptr, nullptr, nullptr) != UCI_OK || !ptr.p) {
-        DS_ERR("uci lookup ptr error.");
-        return -1;
-    }
-    if (uci_save(ctx, ptr.p) != UCI_OK) {
+    pkg_lock_scope scope;
+    uci_package *p = nullptr;
+    if (stage_locked(ctx, package, &p) != 0) {
         DS_ERR("uci_save error");
         return -1;
     }
-    if (uci_dummy_commit(ctx, &ptr.p, false) != UCI_OK) {
+    if (uci_dummy_commit(ctx, &p, false) != UCI_OK) {
         DS_ERR("uci_dummy_commit error");
         return -1;
     }
+    uci_flush_mark(package);
     return 0;
+}
+
+bool uci_section_name_ok(const char *name)
+{
+    if (!name || !*name)
+        return false;
+    for (const char *c = name; *c; c++) {
+        bool ok = (*c >= 'a' && *c <= 'z') || (*c >= 'A' && *c <= 'Z') ||
+                  (*c >= '0' && *c <= '9') || *c == '_';
+        if (!ok)
+            return false;
+    }
+    return true;
 }

@@ -9,6 +9,7 @@
 #pragma once
 
 struct uci_context;
+struct uci_package;
 struct uci_section;
 struct json_object;
 
@@ -16,6 +17,23 @@ struct json_object;
 // (the system's, or under DSD_ROOT on a host). Null on failure; free with
 // uci_free_context.
 uci_context *dsd_uci_alloc(void);
+
+// A context on the given directories (the flush uses a private save
+// directory). Every other directory on the library's delta search path is
+// replaced, so only `savedir`'s change files are replayed. Null on failure.
+uci_context *dsd_uci_alloc_at(const char *confdir, const char *savedir);
+
+// uci_save that never leaves a torn record: a torn last line already in the
+// log is cut first, and a failed append brings the log back to its previous
+// content. 0, or -1 with a trace. The caller holds the package's lock.
+int dsd_uci_save(uci_context *ctx, uci_package *p);
+
+// Drops the context's copy of `package`, if loaded, so the next lookup reads
+// the file and the change log afresh (after taking the package's lock).
+void dsd_uci_unload(uci_context *ctx, const char *package);
+
+// A section name that uci accepts on load: letters, digits and '_'.
+bool uci_section_name_ok(const char *name);
 
 json_object *get_uci_section(uci_context *ctx, const char *package, const char *section);
 json_object *single_section(uci_section *s);
@@ -44,5 +62,14 @@ int set_opt_value(uci_context *ctx, const char *package, const char *section,
                   const char *option, const char *value);
 int delete_opt_value(uci_context *ctx, const char *package, const char *section,
                      const char *option, const char *value);
+// Every writer here locks the package for the calling thread (pkg_lock.h)
+// for its own duration, or keeps the lock a caller already holds (the set
+// pipeline holds its packages from before its diff until after its commit).
+
+// Stages the context's changes and merges the change log into the file
+// (uci_flush_package). 0 or -1.
 int commit_package(uci_context *ctx, const char *package);
+// Stages the context's changes (visible to every reader at once) and leaves
+// the file to the background flusher, which writes it within
+// 2 * UCI_FLUSH_WINDOW_S seconds. 0 or -1.
 int dummy_commit_package(uci_context *ctx, const char *package);

@@ -7,6 +7,7 @@
 // Each "data" text is one reply message; it reaches the data callback as a
 // blob attribute holding that text. A reply that arrives after its caller gave
 // up (time-out) carries an old sequence number and is skipped.
+#include <signal.h>
 #include <arpa/inet.h>
 #include <json-c/json.h>
 #include <poll.h>
@@ -161,8 +162,28 @@ static int frame_status(json_object *frame)
 // Connects to the broker at path (default "/var/run/ubus/ubus.sock", libubus's
 // UBUS_UNIX_SOCKET of current OpenWrt releases); the caller
 // owns the context (ubus_free). NULL when nothing listens there.
+// What uloop_init does on the device when libubus connects: SIGTERM and
+// SIGINT then only set a flag that a uloop would read.
+static volatile sig_atomic_t g_uloop_cancelled;
+
+static void uloop_flag_handler(int)
+{
+    g_uloop_cancelled = 1;
+}
+
+static void uloop_take_signals(void)
+{
+    struct sigaction sa;
+    memset(&sa, 0, sizeof sa);
+    sigemptyset(&sa.sa_mask);
+    sa.sa_handler = uloop_flag_handler;
+    sigaction(SIGTERM, &sa, nullptr);
+    sigaction(SIGINT, &sa, nullptr);
+}
+
 extern "C" struct ubus_context *ubus_connect(const char *path)
 {
+    uloop_take_signals();
     if (!path)
         path = "/var/run/ubus/ubus.sock";
     struct sockaddr_un sun;

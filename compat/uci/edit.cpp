@@ -181,7 +181,9 @@ int uci_set(struct uci_context *ctx, struct uci_ptr *ptr)
             return UCI_OK;
         if (!uci_type_valid(ptr->value))
             return uci_set_error(ctx, UCI_ERR_INVAL, __func__);
-    } else if (!uci_name_valid(ptr->section, false) || !uci_type_valid(ptr->value)) {
+    } else if (!uci_type_valid(ptr->value)) {
+        // Like uci, the section name is not checked: a name a load refuses
+        // is staged, and every later load skips that change.
         return uci_set_error(ctx, UCI_ERR_INVAL, __func__);
     }
     return record(ctx, ptr, make_change(CMD_CHANGE, ptr, ptr->value), __func__);
@@ -240,6 +242,9 @@ int uci_rename(struct uci_context *ctx, struct uci_ptr *ptr)
         return uci_set_error(ctx, UCI_ERR_INVAL, __func__);
     if (!ptr->s || (ptr->option && !ptr->o))
         return uci_set_error(ctx, UCI_ERR_NOTFOUND, __func__);
+    uci_section *taken = ptr->option ? nullptr : uci_sec_find(ptr->p, ptr->value);
+    if (taken && taken != ptr->s)
+        return UCI_OK; // uci answers 0 and the rename never happens as asked
     return record(ctx, ptr, make_change(CMD_RENAME, ptr, ptr->value), __func__);
 }
 

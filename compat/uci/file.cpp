@@ -64,26 +64,21 @@ bool write_all(int fd, const std::string &data)
 }
 
 // Opens and locks the file that `path` names at the moment the lock is held.
+// Like uci, the lock is taken on the file as it was opened: a commit that
+// waited while another replaced the file holds a lock on the old inode and
+// works from stale content. The daemon serialises its own commits.
 int open_locked(const std::string &path, int flags, int op)
 {
-    for (int tries = 0; tries < 1000; tries++) {
-        int fd = open(path.c_str(), flags | O_CLOEXEC, UCI_FILEMODE);
-        if (fd < 0)
+    int fd = open(path.c_str(), flags | O_CLOEXEC, UCI_FILEMODE);
+    if (fd < 0)
+        return -1;
+    while (flock(fd, op) < 0) {
+        if (errno != EINTR) {
+            close(fd);
             return -1;
-        while (flock(fd, op) < 0) {
-            if (errno != EINTR) {
-                close(fd);
-                return -1;
-            }
         }
-        struct stat held, named;
-        if (fstat(fd, &held) == 0 && stat(path.c_str(), &named) == 0 &&
-            held.st_ino == named.st_ino && held.st_dev == named.st_dev)
-            return fd;
-        close(fd); // replaced while we waited: lock the new file instead
     }
-    errno = EAGAIN;
-    return -1;
+    return fd;
 }
 
 void load_changes(uci_context *ctx, uci_package *p, int log_fd)
@@ -178,6 +173,16 @@ int uci_load(struct uci_context *ctx, const char *name, struct uci_package **pac
     int rc = parse_into(ctx, p.get(), cfg.fd);
     if (rc != UCI_OK)
         return uci_set_error(ctx, rc, __func__);
+    // Like uci: every directory of the delta path first (the default save
+    // directory stays there after uci_set_savedir), then the save directory.
+    uci_element *dir;
+    uci_foreach_element(&ctx->delta_path, dir) {
+        if (!dir->name || !strcmp(dir->name, ctx->savedir))
+            continue;
+        fd_closer extra{open(pkg_file(dir->name, name).c_str(), O_RDONLY | O_CLOEXEC)};
+        if (extra.fd >= 0 && flock(extra.fd, LOCK_SH) == 0)
+            load_changes(ctx, p.get(), extra.fd);
+    }
     fd_closer log{open(pkg_file(ctx->savedir, name).c_str(), O_RDONLY | O_CLOEXEC)};
     if (log.fd >= 0 && flock(log.fd, LOCK_SH) == 0)
         load_changes(ctx, p.get(), log.fd);
@@ -233,10 +238,11 @@ static int commit_merged(uci_context *ctx, uci_package *p, const std::string &pa
     if (rc != UCI_OK)
         return rc;
     load_changes(ctx, p, log.fd);
-    rc = write_atomically(p, path);
-    if (rc == UCI_OK && ftruncate(log.fd, 0) != 0)
-        rc = UCI_ERR_IO;
-    return rc;
+    // uci empties the log before the new file is in place: a crash in
+    // between loses the merged changes (the daemon never relies on this).
+    if (ftruncate(log.fd, 0) != 0)
+        return UCI_ERR_IO;
+    return write_atomically(p, path);
 }
 
 int uci_commit(struct uci_context *ctx, struct uci_package **package, bool overwrite)

@@ -75,16 +75,21 @@ bool take_double(cursor &c, std::string &out)
 enum arg_result { ARG_OK, ARG_BAD };
 
 // One argument: quoted and unquoted pieces up to whitespace, as uci reads
-// them. '#' cuts the rest of the line; ';' is left for the caller.
+// them. '#' cuts the rest of the line; ';' is left for the caller, except
+// right after an unquoted piece, where uci's reader loses the rest of the
+// line (so "option x 2; option y 3" drops y).
 arg_result take_arg(cursor &c, std::string &out)
 {
+    bool unquoted_tail = false;
     do {
         switch (*c.p) {
         case '\'':
+            unquoted_tail = false;
             if (!take_single(c, out))
                 return ARG_BAD;
             break;
         case '"':
+            unquoted_tail = false;
             if (!take_double(c, out))
                 return ARG_BAD;
             break;
@@ -92,6 +97,8 @@ arg_result take_arg(cursor &c, std::string &out)
             skip_to_eol(c);
             return ARG_OK;
         case ';':
+            if (unquoted_tail)
+                skip_to_eol(c);
             return ARG_OK;
         case '\\':
             if (skip_continuation(c))
@@ -99,6 +106,7 @@ arg_result take_arg(cursor &c, std::string &out)
             c.p++;
             [[fallthrough]];
         default:
+            unquoted_tail = true;
             out += *c.p++;
             break;
         }
@@ -167,6 +175,8 @@ bool do_config(parse_state &st, const command &cmd)
     if (name && !uci_name_valid(name, false))
         return false;
     uci_section *s = name ? uci_sec_find(st.p, name) : nullptr;
+    if (s && strcmp(s->type, w[1].c_str()) != 0)
+        return false; // "section of different type overwrites prior section with same name"
     if (s) {
         uci_change c{.cmd = CMD_CHANGE, .section = name, .option = "", .value = w[1], .has_value = true};
         if (uci_apply_change(st.p, c) != UCI_OK)

@@ -78,7 +78,14 @@ struct uci_context *uci_alloc_context(void)
     uci_list_init_(&ctx->delta_path);
     ctx->confdir = strdup(UCI_CONFDIR);
     ctx->savedir = strdup(UCI_SAVEDIR);
-    if (!ctx->confdir || !ctx->savedir) {
+    // The default save directory is on the delta search path for good.
+    auto *dir = static_cast<uci_element *>(calloc(1, sizeof(uci_element)));
+    if (dir) {
+        dir->type = UCI_TYPE_PATH;
+        dir->name = strdup(UCI_SAVEDIR);
+        uci_list_add_(&ctx->delta_path, &dir->list);
+    }
+    if (!ctx->confdir || !ctx->savedir || !dir || !dir->name) {
         uci_free_context(ctx);
         return nullptr;
     }
@@ -91,6 +98,12 @@ void uci_free_context(struct uci_context *ctx)
         return;
     while (!uci_list_empty(&ctx->root))
         uci_pkg_free(uci_to_package(list_to_element(ctx->root.next)));
+    while (!uci_list_empty(&ctx->delta_path)) {
+        uci_element *dir = list_to_element(ctx->delta_path.next);
+        uci_list_del_(&dir->list);
+        free(dir->name);
+        free(dir);
+    }
     free(ctx->confdir);
     free(ctx->savedir);
     free(ctx->buf);
@@ -240,19 +253,13 @@ static unsigned int djb_hash(unsigned int hash, const char *str)
 }
 
 // Anonymous sections get uci's generated name: "cfg", the section's ordinal
-// in hex, then 16 bits of a hash over its type and plain option values.
+// in hex, then 16 bits of a hash of its type alone (uci names a section
+// before its options are read).
 void uci_sec_name_anonymous(uci_section *s)
 {
     if (s->e.name)
         return;
     unsigned int hash = djb_hash(~0U, s->type);
-    uci_element *e;
-    uci_foreach_element(&s->options, e) {
-        uci_option *o = uci_to_option(e);
-        hash = djb_hash(hash, e->name);
-        if (o->type == UCI_TYPE_STRING)
-            hash = djb_hash(hash, o->v.string);
-    }
     auto &idx = pkg_priv(s->package)->by_name;
     char buf[32];
     int ordinal = s->package->n_section;

@@ -23,8 +23,9 @@
 #include "platform/safe_file.h"
 #include "platform/shell.h"
 #include "platform/trace.h"
+#include "platform/pkg_lock.h"
 #include "platform/uci_access.h"
-#include "platform/uci_cache.h"
+#include "platform/uci_flush.h"
 
 namespace {
 
@@ -41,18 +42,6 @@ bool read_all(const std::string &path, std::string *out)
         return false;
     out->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     return !in.bad();
-}
-
-bool write_all(const std::string &path, const std::string &data, mode_t mode = 0644)
-{
-    std::string tmp = path + ".tmp";
-    {
-        std::ofstream out(tmp, std::ios::binary | std::ios::trunc);
-        if (!out || !(out << data) || !out.flush())
-            return false;
-    }
-    chmod(tmp.c_str(), mode);
-    return rename(tmp.c_str(), path.c_str()) == 0;
 }
 
 bool excluded(const char *name)
@@ -153,15 +142,10 @@ bool download_target(json_object *arg, std::string *dest, std::string *name)
     return true;
 }
 
-// Replaces one package; its staged changes are dropped so they cannot be
-// replayed over the restored file.
+// Replaces one package (all-or-nothing writer of the uci store).
 bool install_package(const std::string &name, const std::string &body)
 {
-    if (!write_all(dsd_path("/etc/config/") + name, body))
-        return false;
-    unlink((dsd_path("/tmp/.uci/") + name).c_str());
-    uci_cache_drop(name.c_str());
-    return true;
+    return uci_install_packages({{name, body}}) == 0;
 }
 
 // /tmp is writable by other programs: every work file there is made fresh
@@ -176,19 +160,18 @@ bool write_work_file(int dirfd, const char *name, const std::string &data)
     return f.ok() && sf_write_all(f.fd, data) == 0;
 }
 
-// Unpacks into the fresh directory unpack_fd, then installs. Every file is
-// unpacked before the first one is installed, so a full /tmp stops the
-// restore with the configuration still whole.
+// Unpacks into the fresh directory unpack_fd, then installs. Every package
+// is written beside its target before the first one is renamed into place,
+// so a full /tmp or any other failure leaves the configuration as it was.
 int restore_files(int unpack_fd, const std::vector<std::pair<std::string, std::string>> &files)
 {
     for (const auto &[name, body] : files) {
         if (!write_work_file(unpack_fd, name.c_str(), body))
             return ERR_ARG;
     }
-    for (const auto &[name, body] : files) {
-        if (!install_package(name, body))
-            return ERR_ARG;
-    }
+    uci_flush_logged();
+    if (uci_install_packages(files) != 0)
+        return ERR_ARG;
     sf_empty_dir(unpack_fd);
     shell_run("uc_convert -t 1 >/dev/null 2>&1");
     return 0;
@@ -255,6 +238,17 @@ bool check_md5_header(const std::string &plain, const std::string &device, std::
     return true;
 }
 
+// Packages only: no hidden or temporary files (a commit's or an editor's),
+// no symbolic links or other non-regular entries, no excluded package.
+bool backup_entry(const std::string &path, const char *name)
+{
+    size_t len = strlen(name);
+    bool temporary = strchr(name, '.') || name[len - 1] == '~' || strstr(name, "-opkg");
+    struct stat st;
+    return name[0] != '.' && !temporary && lstat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) &&
+           !excluded(name);
+}
+
 } // namespace
 
 bool backup_bundle(const std::string &confdir, std::string *bundle)
@@ -267,11 +261,11 @@ bool backup_bundle(const std::string &confdir, std::string *bundle)
     int packed = 0;
     while (dirent *e = readdir(dir)) {
         std::string path = confdir + "/" + e->d_name;
-        struct stat st;
-        if (e->d_name[0] == '.' || stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode) || excluded(e->d_name))
+        if (!backup_entry(path, e->d_name))
             continue;
         std::string body;
-        if (!read_all(path, &body)) {
+        pkg_lock_scope scope; // a package is read whole, never half-committed
+        if (pkg_lock(e->d_name) != 0 || !read_all(path, &body)) {
             DS_TRACE_AS("append_conf", TRACE_ERROR, "open file (%s) error\n", path.c_str());
             continue;
         }
@@ -394,6 +388,8 @@ static int make_backup(ds_context *ctx, json_object *arg)
     if (!path_ok(dest) || !plain_name(name.empty() ? "x" : name))
         return ERR_PATH;
     std::string bundle, device = device_name(ctx);
+    if (uci_flush_logged() != 0)
+        DS_ERR("flush before backup failed");
     if (!backup_bundle(dsd_path("/etc/config"), &bundle)) {
         DS_ERR("package conf error.");
         DS_ERR("merge conf file error");

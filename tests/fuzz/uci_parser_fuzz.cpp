@@ -1,9 +1,10 @@
 // Arbitrary bytes as a config file and as a change log. Whatever parses must
 // export to a text that parses back to the same export, except where a named
 // section carries a generated-looking name ("cfg" and six hex digits): uci
-// merges such a section into the anonymous one that happens to get that name,
-// and an anonymous name depends on the section's contents, so the merge can
-// differ between the original text and its export. Real uci does the same.
+// merges such a section into the anonymous one of its type that gets that
+// name (another type is a parse error), and an anonymous name depends on the
+// section's place, so the merge can differ between the original text and its
+// export. Real uci does the same.
 #include <uci.h>
 
 #include <cctype>

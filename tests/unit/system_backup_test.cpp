@@ -2,6 +2,7 @@
 // splitter accepts back.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -50,6 +51,10 @@ TEST_F(BackupBundle, PacksPlainPackagesAndSplitsBackToTheSameFiles)
     for (const char *secret : {"user_management", "uhttpd", "cloud_config", "cloud_status", "ovddns_status"})
         put(secret, "config secret 's'\n");
     put(".hidden", "config h 'h'\n");
+    // Temporary files (an editor's, a commit's, the daemon's) and links never travel.
+    for (const char *temp : {"network.tmp", "video~", ".dsd-tmp-video", ".video.uci-a1b2"})
+        put(temp, "config temp 't'\n");
+    ASSERT_EQ(symlink("/etc/passwd", (dir + "/passwd").c_str()), 0);
     ASSERT_EQ(mkdir((dir + "/subdir").c_str(), 0700), 0);
 
     std::string bundle;
@@ -59,6 +64,8 @@ TEST_F(BackupBundle, PacksPlainPackagesAndSplitsBackToTheSameFiles)
     EXPECT_EQ(bundle.find("secret"), std::string::npos);
     EXPECT_EQ(bundle.find("hidden"), std::string::npos);
     EXPECT_EQ(bundle.find("subdir"), std::string::npos);
+    EXPECT_EQ(bundle.find("temp"), std::string::npos);
+    EXPECT_EQ(bundle.find("passwd"), std::string::npos);
 
     Files files;
     ASSERT_TRUE(backup_split(bundle, &files));

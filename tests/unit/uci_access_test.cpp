@@ -3,6 +3,10 @@
 #include <json-c/json.h>
 #include <uci.h>
 
+#include <signal.h>
+#include <sys/resource.h>
+
+#include <fstream>
 #include <memory>
 
 #include "platform/uci_access.h"
@@ -157,6 +161,33 @@ TEST_F(UciAccess, LightCommitIsVisibleWithoutRewritingTheFile)
     ASSERT_EQ(commit_package(other.get(), "pkg"), 0);
     EXPECT_NE(d.read("pkg").find("option a 'light'"), std::string::npos);
     EXPECT_EQ(dummy_commit_package(ctx.get(), "nopkg"), -1);
+}
+
+// A save cut short (here by a file size limit, as a full /tmp would) leaves
+// no torn line: the change log is back to what it was, the request fails,
+// and later changes are read.
+TEST_F(UciAccess, FailedSaveLeavesNoTornChange)
+{
+    ASSERT_EQ(set_opt_value(ctx.get(), "pkg", "full", "a", "first"), 0);
+    std::string before = d.changes("pkg");
+    ASSERT_FALSE(before.empty());
+    struct rlimit old{}, small{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
+    small = old;
+    small.rlim_cur = before.size() + 10;
+    signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    int rc = set_opt_value(ctx.get(), "pkg", "full", "a", std::string(100, 'z').c_str());
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &old), 0);
+    EXPECT_EQ(rc, -1);
+    EXPECT_EQ(d.changes("pkg"), before);
+
+    // A torn line left by a crash is cut before the next change is appended.
+    std::ofstream(d.save + "/pkg", std::ios::app) << "pkg.full.a='torn";
+    ctx_ptr next(d.context());
+    ASSERT_EQ(set_opt_value(next.get(), "pkg", "full", "a", "second"), 0);
+    ctx_ptr reader(d.context());
+    EXPECT_STREQ(get_opt_value(reader.get(), "pkg", "full", "a"), "second");
 }
 
 TEST_F(UciAccess, NullArgumentsFailQuietly)

@@ -1,0 +1,206 @@
+// The store under concurrent clients and at stop: every change answered 0 is
+// on file after the daemon ends, nothing is applied twice, and two adds of
+// one name cannot both succeed. The host libraries behave like the device's
+// here, so only the daemon's own serialisation and flush keep these true.
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "harness/dsd_harness.h"
+#include "harness/exec_wrapper.h"
+
+namespace {
+
+constexpr int kClients = 6;
+
+std::string slurp(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+std::string set_req(const std::string &sec, const std::string &opt, const std::string &value)
+{
+    return R"({"method":"set","motion_detection":{")" + sec + R"(":{")" + opt + R"(":")" + value +
+           "\"}}}";
+}
+
+// The option as dsd answers it (a string), or "" when absent.
+std::string stored(const dsd_harness &d, const std::string &sec, const std::string &opt)
+{
+    std::string res = d.request(R"({"method":"get","motion_detection":{"name":")" + sec + "\"}}");
+    json_object *obj = json_tokener_parse(res.c_str());
+    json_object *mod = nullptr, *s = nullptr, *v = nullptr;
+    std::string out;
+    if (obj && json_object_object_get_ex(obj, "motion_detection", &mod) &&
+        json_object_object_get_ex(mod, sec.c_str(), &s) && json_object_object_get_ex(s, opt.c_str(), &v) &&
+        json_object_is_type(v, json_type_string))
+        out = json_object_get_string(v);
+    json_object_put(obj);
+    return out;
+}
+
+struct writer {
+    std::string sec, opt;
+    std::vector<std::string> values; // cycled through; the last one sent must stay
+};
+
+// Each writer sends `count` sets of its own option; all answered 0.
+void run_writers(const dsd_harness &d, const std::vector<writer> &writers, int count)
+{
+    std::vector<std::thread> threads;
+    std::atomic<int> failed{0};
+    for (const writer &w : writers) {
+        threads.emplace_back([&, w] {
+            for (int i = 0; i < count; i++) {
+                if (error_code_of(d.request(set_req(w.sec, w.opt, w.values[i % w.values.size()]))) != 0)
+                    failed++;
+            }
+        });
+    }
+    for (auto &t : threads)
+        t.join();
+    EXPECT_EQ(failed.load(), 0);
+}
+
+std::string last_value(const writer &w, int count)
+{
+    return w.values[(count - 1) % w.values.size()];
+}
+
+TEST(StoreDurability, SixClientsOnOnePackageAndOneSectionLoseNothing)
+{
+    dsd_harness d;
+    ASSERT_TRUE(d.make_config(kClients));
+    ASSERT_TRUE(d.start({}));
+    if (stored(d, "chn1_motion_det", "digital_sensitivity").empty())
+        GTEST_SKIP() << "motion_detection has no option rows in this build";
+    const int count = 200 / harness_slowdown();
+
+    std::vector<writer> sections, options;
+    for (int c = 1; c <= kClients; c++) {
+        writer w{"chn" + std::to_string(c) + "_motion_det", "digital_sensitivity", {}};
+        for (int v = 0; v < 7; v++)
+            w.values.push_back(std::to_string(c * 10 + v));
+        sections.push_back(w);
+    }
+    for (const char *opt : {"enabled", "people_enabled", "vehicle_enabled"})
+        options.push_back({"chn1_motion_det", opt, {"on", "off"}});
+    options.push_back({"chn1_motion_det", "sensitivity", {"low", "high", "medium"}});
+    options.push_back({"chn1_motion_det", "digital_sensitivity", {"3", "4", "5", "6", "7"}});
+
+    run_writers(d, sections, count);
+    for (const writer &w : sections)
+        EXPECT_EQ(stored(d, w.sec, w.opt), last_value(w, count)) << w.sec;
+    run_writers(d, options, count + 1);
+    for (const writer &w : options)
+        EXPECT_EQ(stored(d, w.sec, w.opt), last_value(w, count + 1)) << w.opt;
+
+    // SIGTERM: the light commit's changes are flushed, and dsd exits 0.
+    int status = d.stop();
+    ASSERT_TRUE(WIFEXITED(status)) << status;
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(slurp(d.path("/tmp/.uci/motion_detection")), "");
+    std::string file = slurp(d.path("/etc/config/motion_detection"));
+    for (const writer &w : options) {
+        std::string line = "\toption " + w.opt + " '" + last_value(w, count + 1) + "'\n";
+        EXPECT_NE(file.find("config on_off 'chn1_motion_det'\n"), std::string::npos);
+        EXPECT_NE(file.find(line), std::string::npos) << line;
+    }
+}
+
+TEST(StoreDurability, TwoAddsOfOneNameGiveOneSuccess)
+{
+    dsd_harness d;
+    ASSERT_TRUE(d.make_config(2));
+    ASSERT_TRUE(d.start({}));
+    const int rounds = 20 / harness_slowdown() + 1;
+    for (int r = 0; r < rounds; r++) {
+        std::string req = R"({"method":"add","motion_detection":{"table":"region_info","name":"region_info_)" +
+                          std::to_string(100 + r) + R"(","para":{}}})";
+        int codes[2] = {1, 1};
+        std::thread a([&] { codes[0] = error_code_of(d.request(req)); });
+        std::thread b([&] { codes[1] = error_code_of(d.request(req)); });
+        a.join();
+        b.join();
+        EXPECT_EQ(std::min(codes[0], codes[1]), -40203) << "round " << r;
+        EXPECT_EQ(std::max(codes[0], codes[1]), 0) << "round " << r;
+    }
+}
+
+TEST(StoreDurability, SigtermAfterABusCallFlushesAndExitsZero)
+{
+    dsd_harness d;
+    ASSERT_TRUE(d.make_config(2));
+    ASSERT_TRUE(d.start({}));
+    ASSERT_EQ(error_code_of(d.request(set_req("chn2_motion_det", "sensitivity", "high"))), 0);
+    // A forward connects to the bus (none runs here): the bus library takes
+    // SIGTERM over, as uloop_init does on the device.
+    d.request(R"({"method":"forward","destination":"ipc","channel":1,"content":{"cmd":"get"}})");
+    ASSERT_NE(slurp(d.path("/tmp/.uci/motion_detection")), "");
+    int status = d.stop();
+    ASSERT_TRUE(WIFEXITED(status)) << status;
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(slurp(d.path("/tmp/.uci/motion_detection")), "");
+    EXPECT_NE(slurp(d.path("/etc/config/motion_detection")).find("\toption sensitivity 'high'\n"),
+              std::string::npos);
+}
+
+// Every entry of a directory with its content ("<dir>" for a directory).
+std::map<std::string, std::string> snapshot(const std::string &dir)
+{
+    std::map<std::string, std::string> out;
+    DIR *d = opendir(dir.c_str());
+    if (!d)
+        return out;
+    while (dirent *e = readdir(d)) {
+        std::string name = e->d_name, path = dir + "/" + name;
+        struct stat st;
+        if (name != "." && name != ".." && lstat(path.c_str(), &st) == 0)
+            out[name] = S_ISDIR(st.st_mode) ? "<dir>" : slurp(path);
+    }
+    closedir(d);
+    return out;
+}
+
+TEST(StoreDurability, BackupCarriesStagedChangesAndRestoreIsAllOrNothing)
+{
+    dsd_harness d;
+    ASSERT_TRUE(d.make_config(2));
+    ASSERT_TRUE(d.start({}));
+    auto code = [&](const std::string &req) { return error_code_of(d.request(req)); };
+    std::string file = d.path("/tmp/backup.bin");
+    ASSERT_EQ(code(set_req("chn1_motion_det", "sensitivity", "high")), 0);
+    ASSERT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + file + "\"}}}"), 0);
+    ASSERT_EQ(code(set_req("chn1_motion_det", "sensitivity", "low")), 0);
+
+    // A package that cannot be written stops the restore before any rename
+    // (the first attempt flushes the staged change, as every restore does).
+    ASSERT_EQ(mkdir(d.path("/etc/config/.dsd-tmp-video").c_str(), 0700), 0);
+    std::string upload = R"({"method":"do","system":{"upload_conf_gui":{"url":")" + file + "\"}}}";
+    EXPECT_NE(code(upload), 0);
+    auto before = snapshot(d.path("/etc/config"));
+    EXPECT_NE(code(upload), 0);
+    EXPECT_EQ(snapshot(d.path("/etc/config")), before);
+    EXPECT_EQ(stored(d, "chn1_motion_det", "sensitivity"), "low");
+
+    // Restored, the staged change of the backup is back and stays back.
+    ASSERT_EQ(rmdir(d.path("/etc/config/.dsd-tmp-video").c_str()), 0);
+    ASSERT_EQ(code(upload), 0);
+    EXPECT_EQ(stored(d, "chn1_motion_det", "sensitivity"), "high");
+    for (const auto &[name, body] : snapshot(d.path("/etc/config")))
+        EXPECT_NE(name.rfind(".dsd-tmp-", 0), 0u) << name;
+}
+
+} // namespace
