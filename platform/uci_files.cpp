@@ -12,23 +12,10 @@
 #include <memory>
 
 #include "platform/paths.h"
+#include "platform/safe_file.h"
 #include "platform/trace.h"
 
 namespace {
-
-bool write_fd_all(int fd, const std::string &body)
-{
-    size_t done = 0;
-    while (done < body.size()) {
-        ssize_t n = write(fd, body.data() + done, body.size() - done);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        done += static_cast<size_t>(n);
-    }
-    return true;
-}
 
 // The target's mode and owner go to the new file, so a restore or a flush
 // never widens who may read a package.
@@ -111,7 +98,7 @@ bool write_beside(const std::string &target, const std::string &tmp, const std::
         DS_ERR("create %s failed, errno %d", tmp.c_str(), errno);
         return false;
     }
-    bool ok = copy_owner(fd, target) && write_fd_all(fd, body) && fsync(fd) == 0;
+    bool ok = copy_owner(fd, target) && sf_write_all(fd, body) == 0 && fsync(fd) == 0;
     ok = close(fd) == 0 && ok;
     if (!ok) {
         DS_ERR("write %s failed, errno %d", tmp.c_str(), errno);
