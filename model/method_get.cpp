@@ -36,9 +36,14 @@ static json_object *read_uci(ds_context *ctx, const ds_module *mod, const char *
         reads->snap = uci_cache_open(mod->package);
         reads->opened = true;
     }
+    // Clients 1 and 2 get their responses URL-encoded, which walks the tree:
+    // they need real section objects, the others take the stored text.
+    bool url_coded = ctx->client == 1 || ctx->client == 2;
+    if (reads->snap && by_name)
+        return url_coded ? uci_snapshot_section(*reads->snap, name)
+                         : uci_snapshot_section_text(*reads->snap, name);
     if (reads->snap)
-        return by_name ? uci_snapshot_section(*reads->snap, name)
-                       : uci_snapshot_section_type(*reads->snap, name);
+        return uci_snapshot_section_type(*reads->snap, name);
     if (by_name)
         return get_uci_section(ctx->uci_ctx, mod->package, name);
     return get_uci_section_type(ctx->uci_ctx, mod->package, name);

@@ -1,11 +1,13 @@
 #include "platform/http_client.h"
 
 #include <curl/curl.h>
+#include <dlfcn.h>
 #include <pthread.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -29,16 +31,98 @@ struct http_recv_buf {
 // build lists of their own and need no lock.
 pthread_mutex_t g_http_lock = PTHREAD_MUTEX_INITIALIZER;
 
-// libcurl's global state is set up once for the process: setting it up and
-// tearing it down per request is not safe while another thread transfers.
-void global_init(void)
+// libcurl's entry points, taken from the shared library on first use rather
+// than linked: Debian's libcurl maps GnuTLS, OpenSSL, Kerberos, LDAP and SSH
+// at start-up, megabytes of resident memory a daemon that may never contact
+// a camera does not need. curl's headers give the types only.
+struct curl_api {
+    CURLcode (*global_init)(long flags);
+    CURL *(*easy_init)(void);
+    CURLcode (*easy_setopt)(CURL *curl, CURLoption option, ...);
+    CURLcode (*easy_perform)(CURL *curl);
+    CURLcode (*easy_getinfo)(CURL *curl, CURLINFO info, ...);
+    void (*easy_cleanup)(CURL *curl);
+    const char *(*easy_strerror)(CURLcode code);
+    curl_slist *(*slist_append)(curl_slist *list, const char *text);
+    void (*slist_free_all)(curl_slist *list);
+    curl_mime *(*mime_init)(CURL *curl);
+    curl_mimepart *(*mime_addpart)(curl_mime *mime);
+    CURLcode (*mime_name)(curl_mimepart *part, const char *name);
+    CURLcode (*mime_filedata)(curl_mimepart *part, const char *file);
+    CURLcode (*mime_type)(curl_mimepart *part, const char *type);
+    void (*mime_free)(curl_mime *mime);
+};
+
+struct curl_symbol {
+    const char *name;
+    size_t offset; // of the pointer in curl_api
+};
+
+const curl_symbol k_curl_symbols[] = {
+    {.name = "curl_global_init", .offset = offsetof(curl_api, global_init)},
+    {.name = "curl_easy_init", .offset = offsetof(curl_api, easy_init)},
+    {.name = "curl_easy_setopt", .offset = offsetof(curl_api, easy_setopt)},
+    {.name = "curl_easy_perform", .offset = offsetof(curl_api, easy_perform)},
+    {.name = "curl_easy_getinfo", .offset = offsetof(curl_api, easy_getinfo)},
+    {.name = "curl_easy_cleanup", .offset = offsetof(curl_api, easy_cleanup)},
+    {.name = "curl_easy_strerror", .offset = offsetof(curl_api, easy_strerror)},
+    {.name = "curl_slist_append", .offset = offsetof(curl_api, slist_append)},
+    {.name = "curl_slist_free_all", .offset = offsetof(curl_api, slist_free_all)},
+    {.name = "curl_mime_init", .offset = offsetof(curl_api, mime_init)},
+    {.name = "curl_mime_addpart", .offset = offsetof(curl_api, mime_addpart)},
+    {.name = "curl_mime_name", .offset = offsetof(curl_api, mime_name)},
+    {.name = "curl_mime_filedata", .offset = offsetof(curl_api, mime_filedata)},
+    {.name = "curl_mime_type", .offset = offsetof(curl_api, mime_type)},
+    {.name = "curl_mime_free", .offset = offsetof(curl_api, mime_free)},
+    {.name = nullptr, .offset = 0},
+};
+
+static_assert(sizeof(void *) == sizeof(void (*)(void)), "dlsym results are stored as function pointers");
+
+// Fills api from the library; false (with a trace) when a symbol is missing.
+bool resolve_curl(void *lib, curl_api *api)
+{
+    for (const curl_symbol *s = k_curl_symbols; s->name; s++) {
+        void *fn = dlsym(lib, s->name);
+        if (!fn) {
+            DS_TRACE_AS("init_curl_easy_handle", TRACE_ERROR, "libcurl lacks %s", s->name);
+            return false;
+        }
+        memcpy(reinterpret_cast<char *>(api) + s->offset, &fn, sizeof fn);
+    }
+    return true;
+}
+
+// The loaded library, or nullptr when it could not be loaded: every HTTP call
+// then fails through its ordinary error path. Any thread. The first caller
+// opens libcurl, resolves the table and sets up curl's global state (which
+// must happen once per process: setting it up and tearing it down per request
+// is not safe while another thread transfers) inside std::call_once; callers
+// arriving meanwhile wait for it, and call_once's completion orders those
+// writes before every later caller's reads, so the table needs no lock. It is
+// never written again. The library stays loaded for the life of the process;
+// a failed load is not retried (it traces once).
+const curl_api *curl_lib(void)
 {
     static std::once_flag once;
+    static curl_api api;
+    static const curl_api *loaded = nullptr;
     std::call_once(once, [] {
-        CURLcode rc = curl_global_init(CURL_GLOBAL_ALL);
+        void *lib = dlopen("libcurl.so.4", RTLD_NOW | RTLD_LOCAL);
+        if (!lib) {
+            DS_TRACE_AS("init_curl_easy_handle", TRACE_ERROR, "cannot load libcurl: %s", dlerror());
+            return;
+        }
+        if (!resolve_curl(lib, &api)) {
+            dlclose(lib);
+            return;
+        }
+        CURLcode rc = api.global_init(CURL_GLOBAL_ALL);
         if (rc != CURLE_OK)
-            DS_TRACE_AS("init_curl_easy_handle", TRACE_ERROR, "curl_global_init failed: %s", curl_easy_strerror(rc));
+            DS_TRACE_AS("init_curl_easy_handle", TRACE_ERROR, "curl_global_init failed: %s", api.easy_strerror(rc));
+        loaded = &api;
     });
+    return loaded;
 }
 
 size_t http_write_data(char *data, size_t size, size_t count, void *user)
@@ -85,11 +169,16 @@ struct http_lock {
     ~http_lock() { pthread_mutex_unlock(&g_http_lock); }
 };
 
+// Handles and lists exist only once the library is loaded, so the deleters
+// find it there.
 struct curl_easy_deleter {
-    void operator()(CURL *c) const { curl_easy_cleanup(c); }
+    void operator()(CURL *c) const { curl_lib()->easy_cleanup(c); }
 };
 struct slist_deleter {
-    void operator()(curl_slist *l) const { curl_slist_free_all(l); }
+    void operator()(curl_slist *l) const { curl_lib()->slist_free_all(l); }
+};
+struct mime_deleter {
+    void operator()(curl_mime *m) const { curl_lib()->mime_free(m); }
 };
 
 bool flags_ok(int with_stok, int with_ds)
@@ -106,15 +195,15 @@ bool flags_ok(int with_stok, int with_ds)
 }
 
 // Performs and copies a 200 reply; -1 otherwise.
-int perform_and_copy(CURL *curl, http_recv_buf *rb, char *reply)
+int perform_and_copy(const curl_api *api, CURL *curl, http_recv_buf *rb, char *reply)
 {
-    CURLcode rc = curl_easy_perform(curl);
+    CURLcode rc = api->easy_perform(curl);
     if (rc != CURLE_OK) {
         DS_TRACE_AS("http_single_post", TRACE_ERROR, "curl_easy_perform() failed: %d", static_cast<int>(rc));
         return -1;
     }
     long status = 0;
-    curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
+    api->easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
     if (status != 200)
         return -1;
     strcpy(reply, rb->text);
@@ -161,14 +250,15 @@ int http_single_post(const char *ip, const char *port, const char *stok, int wit
     }
     if (!flags_ok(with_stok, with_ds))
         return -1;
+    const curl_api *api = curl_lib();
     http_lock lock;
-    std::unique_ptr<curl_slist, slist_deleter> headers(curl_slist_append(nullptr, "Content-Type:application/json"));
+    std::unique_ptr<curl_slist, slist_deleter> headers(
+        api ? api->slist_append(nullptr, "Content-Type:application/json") : nullptr);
     if (http_makeup_url(ip, port, stok, with_stok, with_ds, url, nullptr) != 0) {
         DS_ERR("http_makeup_url failed");
         return -1;
     }
-    global_init();
-    std::unique_ptr<CURL, curl_easy_deleter> curl(curl_easy_init());
+    std::unique_ptr<CURL, curl_easy_deleter> curl(api ? api->easy_init() : nullptr);
     if (!curl) {
         DS_ERR("curl_easy_init failed");
         DS_ERR("init_http_handle failed");
@@ -176,16 +266,16 @@ int http_single_post(const char *ip, const char *port, const char *stok, int wit
     }
     auto rb = std::make_unique<http_recv_buf>();
     memset(rb.get(), 0, sizeof *rb);
-    curl_easy_setopt(curl.get(), CURLOPT_URL, url);
-    curl_easy_setopt(curl.get(), CURLOPT_HTTPHEADER, headers.get());
-    curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT_MS, static_cast<long>(timeout_ms));
-    curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDS, body);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, http_write_data);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, rb.get());
-    curl_easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(curl.get(), CURLOPT_BUFFERSIZE, 4096L);
-    curl_easy_setopt(curl.get(), CURLOPT_MAXFILESIZE, 4096L);
-    return perform_and_copy(curl.get(), rb.get(), reply);
+    api->easy_setopt(curl.get(), CURLOPT_URL, url);
+    api->easy_setopt(curl.get(), CURLOPT_HTTPHEADER, headers.get());
+    api->easy_setopt(curl.get(), CURLOPT_TIMEOUT_MS, static_cast<long>(timeout_ms));
+    api->easy_setopt(curl.get(), CURLOPT_POSTFIELDS, body);
+    api->easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, http_write_data);
+    api->easy_setopt(curl.get(), CURLOPT_WRITEDATA, rb.get());
+    api->easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
+    api->easy_setopt(curl.get(), CURLOPT_BUFFERSIZE, 4096L);
+    api->easy_setopt(curl.get(), CURLOPT_MAXFILESIZE, 4096L);
+    return perform_and_copy(api, curl.get(), rb.get(), reply);
 }
 
 int http_mutipartform_post_upload_file(const char *ip, const char *port, const char *stok, int with_stok,
@@ -196,23 +286,23 @@ int http_mutipartform_post_upload_file(const char *ip, const char *port, const c
         DS_ERR("invalid argument.");
         return -1;
     }
-    global_init();
+    const curl_api *api = curl_lib();
     DS_ERR("curl_formadd filesize\n");
     DS_ERR("curl_formadd submit\n");
     DS_ERR("curl curl_easy_init\n");
-    std::unique_ptr<CURL, curl_easy_deleter> curl(curl_easy_init());
+    std::unique_ptr<CURL, curl_easy_deleter> curl(api ? api->easy_init() : nullptr);
     if (!curl)
         return 0; // nothing sent; callers tolerate it, as they always have
-    curl_mime *mime = curl_mime_init(curl.get());
-    curl_mimepart *part = curl_mime_addpart(mime);
-    curl_mime_name(part, "filename");
-    curl_mime_filedata(part, file);
-    curl_mime_type(part, "application/octet-stream");
+    std::unique_ptr<curl_mime, mime_deleter> mime(api->mime_init(curl.get()));
+    curl_mimepart *part = api->mime_addpart(mime.get());
+    api->mime_name(part, "filename");
+    api->mime_filedata(part, file);
+    api->mime_type(part, "application/octet-stream");
     curl_slist *list = nullptr;
     for (const char *h : {"Expect:", "Accept:text/html,application/xhtml+xml,application/xml;q=0.9,*/*;q=0.8",
                           "Accept-Encoding:Accept-Encoding", "Accept-Language:zh-CN,zh;q=0.8,en-US;q=0.5,en;q=0.3",
                           "Connection:keep-alive"})
-        list = curl_slist_append(list, h);
+        list = api->slist_append(list, h);
     std::unique_ptr<curl_slist, slist_deleter> headers(list);
     DS_ERR("curl true begin post\n");
     int rc = -1;
@@ -220,27 +310,26 @@ int http_mutipartform_post_upload_file(const char *ip, const char *port, const c
         DS_ERR("url : %s\n", url);
         auto rb = std::make_unique<http_recv_buf>();
         memset(rb.get(), 0, sizeof *rb);
-        curl_easy_setopt(curl.get(), CURLOPT_URL, url);
-        curl_easy_setopt(curl.get(), CURLOPT_HTTPHEADER, headers.get());
-        curl_easy_setopt(curl.get(), CURLOPT_MIMEPOST, mime);
-        curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, rb.get());
-        curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, http_write_data);
-        curl_easy_setopt(curl.get(), CURLOPT_BUFFERSIZE, 4096L);
-        curl_easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
+        api->easy_setopt(curl.get(), CURLOPT_URL, url);
+        api->easy_setopt(curl.get(), CURLOPT_HTTPHEADER, headers.get());
+        api->easy_setopt(curl.get(), CURLOPT_MIMEPOST, mime.get());
+        api->easy_setopt(curl.get(), CURLOPT_WRITEDATA, rb.get());
+        api->easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, http_write_data);
+        api->easy_setopt(curl.get(), CURLOPT_BUFFERSIZE, 4096L);
+        api->easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
         // A camera that stops taking the image must not hold the worker for ever.
-        curl_easy_setopt(curl.get(), CURLOPT_LOW_SPEED_LIMIT, 1L);
-        curl_easy_setopt(curl.get(), CURLOPT_LOW_SPEED_TIME, 40L);
-        CURLcode cc = curl_easy_perform(curl.get());
+        api->easy_setopt(curl.get(), CURLOPT_LOW_SPEED_LIMIT, 1L);
+        api->easy_setopt(curl.get(), CURLOPT_LOW_SPEED_TIME, 40L);
+        CURLcode cc = api->easy_perform(curl.get());
         if (cc == CURLE_OK) {
             strcpy(reply, rb->text);
             rc = 0;
         } else {
-            DS_ERR("curl_easy_perform() failed: %d, %s\n", static_cast<int>(cc), curl_easy_strerror(cc));
+            DS_ERR("curl_easy_perform() failed: %d, %s\n", static_cast<int>(cc), api->easy_strerror(cc));
         }
     } else {
         DS_ERR("http_makeup_url failed");
     }
-    curl_mime_free(mime);
     return rc;
 }
 
@@ -255,6 +344,7 @@ int http_single_upload_file(const char *ip, const char *port, const char *stok, 
     }
     if (!flags_ok(with_stok, 0))
         return -1;
+    const curl_api *api = curl_lib();
     http_lock lock;
     struct stat st;
     if (stat(file, &st) != 0) {
@@ -265,7 +355,8 @@ int http_single_upload_file(const char *ip, const char *port, const char *stok, 
     char type[64], length[64];
     snprintf(length, sizeof length, "Content-Length:%d", static_cast<int>(st.st_size));
     snprintf(type, sizeof type, "Content-Type:multipart/form-data; boundary=%s", boundary);
-    std::unique_ptr<curl_slist, slist_deleter> headers(curl_slist_append(curl_slist_append(nullptr, length), type));
+    std::unique_ptr<curl_slist, slist_deleter> headers(
+        api ? api->slist_append(api->slist_append(nullptr, length), type) : nullptr);
     if (http_makeup_url(ip, port, stok, with_stok, 0, url, path) != 0) {
         DS_ERR("http_makeup_url failed");
         return -1;
@@ -276,27 +367,26 @@ int http_single_upload_file(const char *ip, const char *port, const char *stok, 
         DS_ERR("fopen filename %s failed\n", file);
         return -1;
     }
-    global_init();
-    std::unique_ptr<CURL, curl_easy_deleter> curl(curl_easy_init());
+    std::unique_ptr<CURL, curl_easy_deleter> curl(api ? api->easy_init() : nullptr);
     if (!curl) {
         DS_ERR("curl_easy_init failed");
         return -1;
     }
     auto rb = std::make_unique<http_recv_buf>();
     memset(rb.get(), 0, sizeof *rb);
-    curl_easy_setopt(curl.get(), CURLOPT_URL, url);
-    curl_easy_setopt(curl.get(), CURLOPT_HTTPHEADER, headers.get());
-    curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT_MS, static_cast<long>(timeout_ms));
-    curl_easy_setopt(curl.get(), CURLOPT_READFUNCTION, read_callback);
-    curl_easy_setopt(curl.get(), CURLOPT_READDATA, f.get());
-    curl_easy_setopt(curl.get(), CURLOPT_UPLOAD, 1L);
-    curl_easy_setopt(curl.get(), CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(st.st_size));
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, rb.get());
-    curl_easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, http_write_data);
-    curl_easy_setopt(curl.get(), CURLOPT_BUFFERSIZE, 4096L);
-    curl_easy_setopt(curl.get(), CURLOPT_MAXFILESIZE, 4096L);
-    return perform_and_copy(curl.get(), rb.get(), reply);
+    api->easy_setopt(curl.get(), CURLOPT_URL, url);
+    api->easy_setopt(curl.get(), CURLOPT_HTTPHEADER, headers.get());
+    api->easy_setopt(curl.get(), CURLOPT_TIMEOUT_MS, static_cast<long>(timeout_ms));
+    api->easy_setopt(curl.get(), CURLOPT_READFUNCTION, read_callback);
+    api->easy_setopt(curl.get(), CURLOPT_READDATA, f.get());
+    api->easy_setopt(curl.get(), CURLOPT_UPLOAD, 1L);
+    api->easy_setopt(curl.get(), CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(st.st_size));
+    api->easy_setopt(curl.get(), CURLOPT_WRITEDATA, rb.get());
+    api->easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
+    api->easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, http_write_data);
+    api->easy_setopt(curl.get(), CURLOPT_BUFFERSIZE, 4096L);
+    api->easy_setopt(curl.get(), CURLOPT_MAXFILESIZE, 4096L);
+    return perform_and_copy(api, curl.get(), rb.get(), reply);
 }
 
 int http_single_download_file(const char *ip, const char *port, const char *stok, int with_stok,
@@ -309,18 +399,18 @@ int http_single_download_file(const char *ip, const char *port, const char *stok
     }
     if (!flags_ok(with_stok, 0) || http_makeup_url(ip, port, stok, with_stok, 0, url, path) != 0)
         return -1;
-    global_init();
-    std::unique_ptr<CURL, curl_easy_deleter> curl(curl_easy_init());
+    const curl_api *api = curl_lib();
+    std::unique_ptr<CURL, curl_easy_deleter> curl(api ? api->easy_init() : nullptr);
     if (!curl)
         return -1;
-    curl_easy_setopt(curl.get(), CURLOPT_URL, url);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, http_write_file);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, dest);
-    curl_easy_setopt(curl.get(), CURLOPT_MAXREDIRS, 5L);
-    curl_easy_setopt(curl.get(), CURLOPT_FOLLOWLOCATION, 1L);
-    curl_easy_setopt(curl.get(), CURLOPT_NOPROGRESS, 1L);
-    curl_easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
-    CURLcode rc = curl_easy_perform(curl.get());
+    api->easy_setopt(curl.get(), CURLOPT_URL, url);
+    api->easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, http_write_file);
+    api->easy_setopt(curl.get(), CURLOPT_WRITEDATA, dest);
+    api->easy_setopt(curl.get(), CURLOPT_MAXREDIRS, 5L);
+    api->easy_setopt(curl.get(), CURLOPT_FOLLOWLOCATION, 1L);
+    api->easy_setopt(curl.get(), CURLOPT_NOPROGRESS, 1L);
+    api->easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
+    CURLcode rc = api->easy_perform(curl.get());
     if (rc != CURLE_OK) {
         DS_ERR("curl_easy_perform() failed: %d", static_cast<int>(rc));
         return -1;

@@ -1,6 +1,7 @@
 // HTTP to the cameras over libcurl's easy interface: the camera URL form, a
 // JSON post with its reply (at most 4090 bytes), a multipart file post, and
-// a file upload and download. All transfers are synchronous.
+// a file upload and download. All transfers are synchronous. libcurl is
+// loaded on the first transfer; if it cannot be, every transfer fails (-1).
 #pragma once
 
 enum { HTTP_URL_LEN = 128, HTTP_REPLY_LEN = 4092 };

@@ -35,6 +35,10 @@ struct uci_snapshot {
     std::vector<option> options;
     std::vector<uint32_t> values;
     std::unordered_map<std::string_view, uint32_t> by_name;
+    // Each section's JSON text as the response serialiser writes it
+    // (JSON_C_TO_STRING_SPACED): section i ends at json_end[i].
+    std::string json;
+    std::vector<uint32_t> json_end;
 };
 
 namespace {
@@ -211,8 +215,11 @@ size_t snapshot_bytes(const uci_snapshot &s)
            s.sections.capacity() * sizeof(uci_snapshot::section) +
            s.options.capacity() * sizeof(uci_snapshot::option) +
            s.values.capacity() * sizeof(uint32_t) + s.by_name.bucket_count() * sizeof(void *) +
-           s.by_name.size() * (sizeof(std::string_view) + sizeof(uint32_t) + 2 * sizeof(void *));
+           s.by_name.size() * (sizeof(std::string_view) + sizeof(uint32_t) + 2 * sizeof(void *)) +
+           s.json.capacity() + s.json_end.capacity() * sizeof(uint32_t);
 }
+
+void store_section_texts(uci_snapshot *s);
 
 struct uci_ctx_free {
     void operator()(uci_context *c) const { uci_free_context(c); }
@@ -232,6 +239,7 @@ uci_snapshot_ref load_snapshot(const char *package)
         put_section(snap.get(), uci_to_section(e));
     }
     index_sections(snap.get());
+    store_section_texts(snap.get());
     return snap;
 }
 
@@ -327,6 +335,29 @@ json_object *section_json(const uci_snapshot &s, const uci_snapshot::section &se
     return obj;
 }
 
+// A whole-package get answers some 1,100 sections: building each as a tree
+// and serialising it again per request was most of its cost, so the text is
+// made once per snapshot, with the flags ds_make_response uses.
+void store_section_texts(uci_snapshot *s)
+{
+    s->json_end.reserve(s->sections.size());
+    for (const uci_snapshot::section &sec : s->sections) {
+        json_object *obj = section_json(*s, sec);
+        size_t len = 0;
+        const char *text = json_object_to_json_string_length(obj, JSON_C_TO_STRING_SPACED, &len);
+        s->json.append(text ? text : "null", text ? len : 4);
+        json_object_put(obj);
+        s->json_end.push_back(static_cast<uint32_t>(s->json.size()));
+    }
+    s->json.shrink_to_fit();
+}
+
+// Writes a stored section text (the object's string) as it is, unquoted.
+int write_stored_text(json_object *jso, printbuf *pb, int, int)
+{
+    return printbuf_memappend(pb, json_object_get_string(jso), json_object_get_string_len(jso));
+}
+
 const uci_snapshot::section *find_section(const uci_snapshot &snap, const char *name)
 {
     auto it = snap.by_name.find(std::string_view(name));
@@ -393,6 +424,22 @@ json_object *uci_snapshot_section(const uci_snapshot &snap, const char *section)
         return nullptr;
     }
     return section_json(snap, *sec);
+}
+
+json_object *uci_snapshot_section_text(const uci_snapshot &snap, const char *section)
+{
+    const uci_snapshot::section *sec = section ? find_section(snap, section) : nullptr;
+    if (!sec) {
+        DS_TRACE_AS("get_uci_section", TRACE_ERROR, "uci cannot found.\n");
+        return nullptr;
+    }
+    size_t i = static_cast<size_t>(sec - snap.sections.data());
+    uint32_t begin = i ? snap.json_end[i - 1] : 0;
+    json_object *obj = json_object_new_string_len(snap.json.data() + begin,
+                                                  static_cast<int>(snap.json_end[i] - begin));
+    if (obj)
+        json_object_set_serializer(obj, write_stored_text, nullptr, nullptr);
+    return obj;
 }
 
 json_object *uci_snapshot_section_type(const uci_snapshot &snap, const char *type)

@@ -39,6 +39,13 @@ uci_snapshot_ref uci_cache_open(const char *package);
 // package has no such section. Any thread.
 json_object *uci_snapshot_section(const uci_snapshot &snap, const char *section);
 
+// The same section, for a response that is only serialised: a string object
+// whose serialiser writes the section's stored JSON text unquoted, exactly
+// what json_object_to_json_string writes for uci_snapshot_section's object.
+// Not for a response that is walked or re-coded afterwards (URL coding):
+// its type is string. New object or null, as uci_snapshot_section. Any thread.
+json_object *uci_snapshot_section_text(const uci_snapshot &snap, const char *section);
+
 // Every section of `type` as get_uci_section_type forms them: an array of
 // one-member objects in uci's order (empty when there is none). Any thread.
 json_object *uci_snapshot_section_type(const uci_snapshot &snap, const char *type);

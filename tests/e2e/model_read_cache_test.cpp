@@ -239,6 +239,12 @@ TEST(ReadCacheAgreement, CachedAndUncachedAnswersAgreeWithConcurrentWriters)
             ASSERT_EQ(error_code_of(want), 0) << want;
             EXPECT_EQ(seen[i], want) << "round " << round << ": " << reads[i];
         }
+        // Clients whose responses are URL-encoded take another cached path.
+        dsd_identity coded;
+        coded.client = 1;
+        std::string want = plain.request(reads[1], coded);
+        ASSERT_EQ(error_code_of(want), 0) << want;
+        EXPECT_EQ(cached.request(reads[1], coded), want) << "round " << round;
     }
 }
 
