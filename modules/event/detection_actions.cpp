@@ -45,7 +45,7 @@ const char *const *region_keys(det_region_form form)
 
 std::string name_of(const char *fmt, int a, int b = 0)
 {
-    char buf[32];
+    char buf[64]; // room for any two ints, so the name is never cut
     snprintf(buf, sizeof buf, fmt, a, b);
     return buf;
 }
