@@ -248,12 +248,16 @@ int uci_flush_logged(void)
 
 void uci_store_recover(void)
 {
+    uci_install_recover();
     dirs_t d = uci_store_default();
     for (const std::string &pkg : dir_names(journal_dir(d)))
         recover_one(d, pkg);
     rmdir_tree_flat(work_dir(d));
     remove_daemon_temps(d.conf);
     remove_daemon_temps(d.save);
+    // Backup and restore work files: plain configuration text a kill left.
     rmdir_tree_flat(dsd_path("/tmp/restore"));
+    unlink(dsd_path("/tmp/decrypt_conf").c_str());
+    unlink(dsd_path("/tmp/conf_package_md5").c_str());
     mark_logged();
 }

@@ -53,7 +53,7 @@ void uci_flusher_stop(void);
 
 // Start-up: finishes or undoes flushes a crash interrupted (from their
 // journals), removes the daemon's temporary files from the configuration and
-// save directories, and notes every package with a non-empty change log so
+// save directories and the backup/restore work files of /tmp, and notes every package with a non-empty change log so
 // the flusher writes it. Before the first request; main thread.
 void uci_store_recover(void);
 
@@ -66,3 +66,9 @@ void uci_store_recover(void);
 // commit never reapplies an older read over the restored file. 0 or -1.
 // Worker thread holding no package lock.
 int uci_install_packages(const std::vector<std::pair<std::string, std::string>> &files);
+
+// Start-up, before uci_store_recover removes temporaries: an install that
+// had written all its temporary files (its marker is on disk) is finished
+// by renaming the rest into place, so a crash never leaves a mix of old and
+// restored packages. Main thread, before the first request.
+void uci_install_recover(void);

@@ -39,6 +39,42 @@ int lock_and_flush(file_list *files)
     return 0;
 }
 
+// Written (and synced) once every temporary file of an install is complete:
+// from then on the install must end with all packages renamed, even across a
+// crash, or a kill between two renames would leave a mix of old and restored
+// packages. Hidden and with a '.', so no package or backup can carry the name.
+std::string install_marker(const uci_store_dirs &d)
+{
+    return d.conf + "/.dsd-install";
+}
+
+std::string marker_body(const file_list &files)
+{
+    std::string body;
+    for (const auto &f : files)
+        body += f.first + "\n";
+    return body;
+}
+
+// Renames every temporary file still present over its package; -1 when one
+// fails (the temporary is removed, the others still go in place).
+int rename_temps(const uci_store_dirs &d, const std::vector<std::string> &names)
+{
+    int rc = 0;
+    for (const std::string &name : names) {
+        if (access(config_temp(d, name).c_str(), F_OK) != 0)
+            continue; // renamed before a crash
+        if (rename(config_temp(d, name).c_str(), config_path(d, name).c_str()) != 0) {
+            DS_ERR("install %s failed", name.c_str());
+            unlink(config_temp(d, name).c_str());
+            rc = -1;
+        }
+        uci_cache_drop(name.c_str());
+    }
+    sync_dir(d.conf);
+    return rc;
+}
+
 } // namespace
 
 int uci_install_packages(const file_list &in)
@@ -55,15 +91,34 @@ int uci_install_packages(const file_list &in)
             return -1;
         }
     }
-    int rc = 0;
-    for (const auto &f : files) {
-        if (rename(config_temp(d, f.first).c_str(), config_path(d, f.first).c_str()) != 0) {
-            DS_ERR("install %s failed", f.first.c_str());
-            unlink(config_temp(d, f.first).c_str());
-            rc = -1;
-        }
-        uci_cache_drop(f.first.c_str());
+    if (!write_beside(install_marker(d), install_marker(d), marker_body(files))) {
+        remove_temps(d, files, files.size());
+        return -1;
     }
     sync_dir(d.conf);
+    std::vector<std::string> names;
+    for (const auto &f : files)
+        names.push_back(f.first);
+    int rc = rename_temps(d, names);
+    unlink(install_marker(d).c_str());
     return rc;
+}
+
+void uci_install_recover(void)
+{
+    uci_store_dirs d = uci_store_default();
+    std::string body;
+    if (!read_file(install_marker(d), &body))
+        return;
+    std::vector<std::string> names;
+    size_t start = 0;
+    for (size_t end; (end = body.find('\n', start)) != std::string::npos; start = end + 1) {
+        std::string name = body.substr(start, end - start);
+        if (uci_store_name_ok(name.c_str()))
+            names.push_back(name);
+    }
+    DS_INFO("finishing an interrupted restore of %zu packages", names.size());
+    rename_temps(d, names);
+    unlink(install_marker(d).c_str());
+    sync_dir(d.conf);
 }

@@ -8,12 +8,16 @@
 #include <uci.h>
 
 #include <atomic>
+#include <cstring>
 #include <dirent.h>
+#include <fstream>
 #include <random>
+#include <sys/stat.h>
 #include <thread>
 #include <vector>
 
 #include "harness/dsd_harness.h"
+#include "harness/exec_wrapper.h"
 
 namespace {
 
@@ -183,6 +187,141 @@ TEST(FaultKill, AnsweredAddsAndDeletesSurviveSigkill)
         if (exists(next))
             state[next++] = 1;
     }
+}
+
+// An option of a package as the test's libuci reads it (change log
+// included), or "" when absent.
+std::string uci_value(const dsd_harness &d, const char *pkg, const char *sec, const char *opt)
+{
+    uci_context *ctx = uci_alloc_context();
+    uci_set_confdir(ctx, d.path("/etc/config").c_str());
+    uci_set_savedir(ctx, d.path("/tmp/.uci").c_str());
+    uci_package *p = nullptr;
+    std::string out;
+    uci_element *se, *oe;
+    if (uci_load(ctx, pkg, &p) == UCI_OK) {
+        uci_foreach_element(&p->sections, se) {
+            if (strcmp(se->name, sec) != 0)
+                continue;
+            uci_foreach_element(&uci_to_section(se)->options, oe) {
+                uci_option *o = uci_to_option(oe);
+                if (!strcmp(oe->name, opt) && o->type == UCI_TYPE_STRING)
+                    out = o->v.string;
+            }
+        }
+    }
+    uci_free_context(ctx);
+    return out;
+}
+
+// Entries of a directory that a crash must not leave behind: anything
+// hidden (the daemon's temporaries and markers) or not a regular file.
+std::vector<std::string> stray_entries(const std::string &dir)
+{
+    std::vector<std::string> out;
+    DIR *dp = opendir(dir.c_str());
+    while (dirent *e = dp ? readdir(dp) : nullptr) {
+        std::string name = e->d_name;
+        struct stat st;
+        if (name == "." || name == "..")
+            continue;
+        if (name[0] == '.' || lstat((dir + "/" + name).c_str(), &st) != 0 || !S_ISREG(st.st_mode))
+            out.push_back(name);
+    }
+    if (dp)
+        closedir(dp);
+    return out;
+}
+
+// A restore killed at random instants, then a restart: every package
+// parses, and the markers of two packages (one light-committed, one written
+// whole) are either all the old ones or all the restored ones; no work file
+// of the restore is left. Each round restores the backup of the other state.
+TEST(FaultKill, RestoreKilledIsAllOrNothing)
+{
+    dsd_harness d;
+    ASSERT_TRUE(d.make_config(kChannels));
+    // As a kill after the install marker leaves it: video's new text still
+    // beside it (start-up renames it in), and a temporary of a package the
+    // marker does not name (start-up drops it).
+    {
+        std::ifstream in(d.path("/etc/config/video"));
+        std::string text(std::istreambuf_iterator<char>(in), {});
+        std::ofstream(d.path("/etc/config/.dsd-tmp-video")) << text << "\nconfig marker 'dsd_test'\n\toption state 'a'\n";
+        std::ofstream(d.path("/etc/config/.dsd-tmp-motion_detection")) << "config broken '\n";
+        std::ofstream(d.path("/etc/config/.dsd-install")) << "video\n";
+    }
+    ASSERT_TRUE(d.start({}));
+    ASSERT_EQ(uci_value(d, "video", "dsd_test", "state"), "a");
+    EXPECT_EQ(stray_entries(d.path("/etc/config")), std::vector<std::string>());
+    if (stored_value(d, 1) < 0)
+        GTEST_SKIP() << "motion_detection has no option rows in this build";
+    auto code = [&](const std::string &req) { return error_code_of(d.request(req)); };
+    auto backup = [&](const std::string &file) {
+        return code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + d.path(file) + "\"}}}");
+    };
+    // State a: sensitivity 21, video marker 'a'; state b: 42 and 'b'.
+    ASSERT_EQ(code(set_request(1, 21)), 0);
+    ASSERT_EQ(backup("/tmp/a.bin"), 0);
+    ASSERT_EQ(d.stop(), 0);
+    std::string video;
+    {
+        std::ifstream in(d.path("/etc/config/video"));
+        video.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
+    ASSERT_NE(video.find("option state 'a'"), std::string::npos);
+    video.replace(video.find("option state 'a'"), 16, "option state 'b'");
+    std::ofstream(d.path("/etc/config/video"), std::ios::trunc) << video;
+    ASSERT_TRUE(d.start({}));
+    ASSERT_EQ(code(set_request(1, 42)), 0);
+    ASSERT_EQ(backup("/tmp/b.bin"), 0);
+
+    // Kills land across the whole length of a restore as this build runs it
+    // (decipher, unpack, flush, temporaries, renames): one is timed first.
+    auto restore = [&](const std::string &name) {
+        return R"({"method":"do","system":{"upload_conf_gui":{"url":")" + d.path("/tmp/" + name + ".bin") + "\"}}}";
+    };
+    const int slow = harness_slowdown();
+    auto t0 = std::chrono::steady_clock::now();
+    ASSERT_EQ(code(restore("b")), 0);
+    auto span = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - t0);
+    const long span_us = std::max(1000L, static_cast<long>(span.count()) * 5 / 4);
+    EXPECT_EQ(uci_value(d, "motion_detection", "chn1_motion_det", "digital_sensitivity"), "42");
+    ASSERT_EQ(code(set_request(1, 43)), 0); // staged: a restore flushes it before installing
+    const int rounds = slow > 1 ? 4 : 8;
+    std::mt19937 rng(5);
+    int outcome[2] = {0, 0}; // rounds ending in the old / the restored state
+    std::string state = "b", b_sens = "43";
+    for (int round = 0; round < rounds; round++) {
+        std::string target = state == "a" ? "b" : "a";
+        std::string answer;
+        std::thread sender([&] { answer = d.request(restore(target), dsd_identity(), 10000 * slow); });
+        std::this_thread::sleep_for(std::chrono::microseconds(rng() % span_us));
+        kill(d.pid, SIGKILL);
+        sender.join();
+        waitpid(d.pid, nullptr, 0);
+        d.pid = -1;
+
+        ASSERT_TRUE(d.start({})) << "round " << round;
+        expect_all_packages_parse(d);
+        EXPECT_EQ(stray_entries(d.path("/etc/config")), std::vector<std::string>()) << "round " << round;
+        for (const char *work : {"/tmp/restore", "/tmp/decrypt_conf"})
+            EXPECT_NE(access(d.path(work).c_str(), F_OK), 0) << work << " round " << round;
+        std::string marker = uci_value(d, "video", "dsd_test", "state");
+        std::string sens = uci_value(d, "motion_detection", "chn1_motion_det", "digital_sensitivity");
+        ASSERT_TRUE(marker == "a" || marker == "b") << "round " << round << ": " << marker;
+        bool restored = marker == target;
+        if (restored && marker == "b")
+            b_sens = "42";
+        std::string want = marker == "a" ? "21" : b_sens;
+        EXPECT_EQ(sens, want) << "round " << round << ": a mix of old and restored packages";
+        if (!answer.empty() && error_code_of(answer) == 0) {
+            EXPECT_TRUE(restored) << "round " << round << ": a restore answered 0 was undone";
+        }
+        outcome[restored]++;
+        state = marker;
+    }
+    std::printf("restore killed: %d rounds old state, %d rounds restored\n", outcome[0], outcome[1]);
 }
 
 } // namespace

@@ -5,12 +5,17 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <json-c/json.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <fstream>
+#include <cerrno>
+#include <cstring>
 #include <map>
+#include <regex>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -201,6 +206,73 @@ TEST(StoreDurability, BackupCarriesStagedChangesAndRestoreIsAllOrNothing)
     EXPECT_EQ(stored(d, "chn1_motion_det", "sensitivity"), "high");
     for (const auto &[name, body] : snapshot(d.path("/etc/config")))
         EXPECT_NE(name.rfind(".dsd-tmp-", 0), 0u) << name;
+}
+
+// A small tmpfs over the save directory, unmounted on every path.
+struct tmpfs_mount {
+    std::string dir;
+    int error = 0; // errno of the mount, 0 when mounted
+    explicit tmpfs_mount(const std::string &d) : dir(d)
+    {
+        mkdir(dir.c_str(), 0700);
+        // 0700: dsd replaces a save directory others could write to.
+        if (mount("tmpfs", dir.c_str(), "tmpfs", 0, "size=64k,mode=0700") != 0)
+            error = errno;
+    }
+    ~tmpfs_mount()
+    {
+        if (error == 0)
+            umount2(dir.c_str(), MNT_DETACH);
+    }
+};
+
+// Every line of a change log is complete and reads as a uci delta line.
+void expect_whole_delta_lines(const std::string &log)
+{
+    EXPECT_TRUE(log.empty() || log.back() == '\n') << "torn last line";
+    static const std::regex line(R"([-+@|~^]?motion_detection\.\w+(\.\w+)?(=.*)?)");
+    std::istringstream in(log);
+    for (std::string l; std::getline(in, l);)
+        EXPECT_TRUE(std::regex_match(l, line)) << l;
+}
+
+TEST(StoreDurability, FullSaveAreaAnswersAnErrorAndKeepsTheLogWhole)
+{
+    dsd_harness d;
+    ASSERT_TRUE(d.make_config(4));
+    tmpfs_mount area(d.path("/tmp/.uci"));
+    if (area.error != 0)
+        GTEST_SKIP() << "cannot mount a tmpfs here (" << strerror(area.error)
+                     << "): needs root or CAP_SYS_ADMIN";
+    ASSERT_TRUE(d.start({}));
+    if (stored(d, "chn1_motion_det", "digital_sensitivity").empty())
+        GTEST_SKIP() << "motion_detection has no option rows in this build";
+    // All but one page taken: a few dozen changes fit.
+    std::string junk = d.path("/tmp/.uci/junk");
+    std::ofstream(junk, std::ios::binary) << std::string(60 * 1024, 'x');
+    ASSERT_EQ(slurp(junk).size(), 60u * 1024);
+
+    std::map<std::string, std::string> acked;
+    int failed_code = 0, value = 0;
+    std::string failed_sec, sec;
+    for (int i = 0; i < 1000 && failed_code == 0; i++) {
+        sec = "chn" + std::to_string(i % 4 + 1) + "_motion_det";
+        value = 10 + i % 80;
+        failed_code = error_code_of(d.request(set_req(sec, "digital_sensitivity", std::to_string(value))));
+        if (failed_code == 0)
+            acked[sec] = std::to_string(value);
+    }
+    ASSERT_NE(failed_code, 0) << "the save area never filled";
+    EXPECT_NE(failed_code, 1) << "no error_code in the answer";
+    EXPECT_GT(acked.size(), 0u);
+    expect_whole_delta_lines(slurp(d.path("/tmp/.uci/motion_detection")));
+    for (const auto &[s, v] : acked)
+        EXPECT_EQ(stored(d, s, "digital_sensitivity"), v) << s;
+
+    ASSERT_EQ(unlink(junk.c_str()), 0);
+    ASSERT_EQ(error_code_of(d.request(set_req(sec, "digital_sensitivity", "99"))), 0);
+    EXPECT_EQ(stored(d, sec, "digital_sensitivity"), "99");
+    expect_whole_delta_lines(slurp(d.path("/tmp/.uci/motion_detection")));
 }
 
 } // namespace
