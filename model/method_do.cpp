@@ -10,6 +10,7 @@
 #include "model/registry.h"
 #include "platform/jso.h"
 #include "platform/trace.h"
+#include "platform/pkg_lock.h"
 #include "platform/uci_flush.h"
 #include "platform/ubus_client.h"
 
@@ -56,6 +57,15 @@ static int do_keyword_action(ds_context *ctx, const ds_module *mod, const char *
         DS_ERR("flush before %s failed", keyword);
     if (!row->fn) {
         DS_ERR("Function keyword_action is NULL.");
+        ctx->error_code = -40101;
+        DS_ERR("Run %s service failed", keyword);
+        return -1;
+    }
+    // An action reads, checks and commits its module's package like a set
+    // does, so it holds that package for as long; other packages it commits
+    // are locked by the writes themselves.
+    pkg_lock_scope scope;
+    if (mod->package && *mod->package && pkg_lock(mod->package) != 0) {
         ctx->error_code = -40101;
         DS_ERR("Run %s service failed", keyword);
         return -1;
