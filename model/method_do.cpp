@@ -61,11 +61,11 @@ static int do_keyword_action(ds_context *ctx, const ds_module *mod, const char *
         DS_ERR("Run %s service failed", keyword);
         return -1;
     }
-    // An action reads, checks and commits its module's package like a set
-    // does, so it holds that package for as long; other packages it commits
-    // are locked by the writes themselves.
+    // Such an action reads, checks and commits its module's package like a
+    // set does, so it holds that package for as long; other packages are
+    // locked by the writes themselves.
     pkg_lock_scope scope;
-    if (mod->package && *mod->package && pkg_lock(mod->package) != 0) {
+    if (mod->lock_actions && mod->package && pkg_lock(mod->package) != 0) {
         ctx->error_code = -40101;
         DS_ERR("Run %s service failed", keyword);
         return -1;

@@ -60,6 +60,10 @@ struct ds_module {
     const ds_sec *sec_types;   // by uci section type
     const ds_action *actions;
     uint32_t ch;               // 1: commit with the dummy commit
+    // 1: its actions read, check and commit the module's own package, so the
+    // do method holds that package for each action. Left 0 for modules whose
+    // actions wait on cameras or peers for long and commit other packages.
+    uint32_t lock_actions;
 };
 
 struct ds_model_root {

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "platform/paths.h"
+#include "platform/pkg_lock.h"
 #include "platform/trace.h"
 #include "platform/uci_access.h"
 
@@ -375,16 +376,20 @@ uci_snapshot_ref open_snapshot(const char *package, bool fill)
     uci_snapshot_ref hit = current_entry(package, before, &gen);
     if (hit || !fill)
         return hit;
-    // A copy that could not be kept would only cost more than the caller's
-    // own read.
-    if (package_fresh(before) && !own_write(package, before))
+    // A flush renames the new file in and then cuts the change log: a load
+    // that straddled the two could pair the old file with the cut log, a
+    // state older than either. Every write of the daemon holds the package,
+    // so the load does too (re-entrant for a writer reading its own package;
+    // bounded when the thread holds another, and then the caller reads).
+    pkg_lock_scope scope;
+    if (pkg_lock(package) != 0)
         return nullptr;
+    // A file another writer changed within the clock tick cannot be told
+    // from its next version: serve this read, but do not keep it.
+    before = stat_package(package);
+    bool keepable = !package_fresh(before) || own_write(package, before);
     uci_snapshot_ref snap = load_snapshot(package);
-    if (!snap)
-        return nullptr;
-    // A change during the load leaves the identity different: serve this
-    // read, but do not keep it.
-    if (same_package(before, stat_package(package)))
+    if (snap && keepable && same_package(before, stat_package(package)))
         keep_snapshot(package, snap, before, gen);
     return snap;
 }

@@ -321,6 +321,7 @@ ds_module chm_module = {
     .sec_types = nullptr,
     .actions = chm_actions,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 constexpr ds_len_range kUserLen{1, 32};

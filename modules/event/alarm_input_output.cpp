@@ -171,6 +171,7 @@ ds_module alarm_input_output_module = {
     .sec_types = types,
     .actions = actions,
     .ch = 0,
+    .lock_actions = 1,
 };
 
 // Five rows per port; the three input rows share the input callback.

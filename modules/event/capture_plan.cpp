@@ -21,6 +21,7 @@ ds_module capture_plan_module = {
     .sec_types = types,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 } // namespace

@@ -22,6 +22,7 @@ ds_module cloud_storage_module = {
     .sec_types = types,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 } // namespace

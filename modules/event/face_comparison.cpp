@@ -63,6 +63,7 @@ ds_module face_comparison_module = {
     .sec_types = types,
     .actions = actions,
     .ch = 1,
+    .lock_actions = 1,
 };
 
 } // namespace

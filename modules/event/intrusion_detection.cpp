@@ -74,6 +74,7 @@ ds_module intrusion_detection_module = {
     .sec_types = types,
     .actions = actions,
     .ch = 1,
+    .lock_actions = 1,
 };
 
 } // namespace

@@ -73,6 +73,7 @@ ds_module linecross_detection_module = {
     .sec_types = types,
     .actions = actions,
     .ch = 1,
+    .lock_actions = 1,
 };
 
 } // namespace

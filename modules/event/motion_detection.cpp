@@ -78,6 +78,7 @@ ds_module motion_detection_module = {
     .sec_types = md_types,
     .actions = md_actions,
     .ch = 1,
+    .lock_actions = 1,
 };
 
 } // namespace

@@ -15,6 +15,7 @@ ds_module msg_push_plan_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 } // namespace

@@ -97,6 +97,7 @@ ds_module record_plan_module = {
     .sec_types = types,
     .actions = actions,
     .ch = 0,
+    .lock_actions = 1,
 };
 
 } // namespace

@@ -68,6 +68,7 @@ ds_module tamper_detection_module = {
     .sec_types = types,
     .actions = actions,
     .ch = 1,
+    .lock_actions = 1,
 };
 
 } // namespace

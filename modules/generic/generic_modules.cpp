@@ -109,6 +109,7 @@ ds_module badblocks_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -121,6 +122,7 @@ ds_module cloud_config_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -133,6 +135,7 @@ ds_module cloud_status_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -145,6 +148,7 @@ ds_module cover_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 1,
+    .lock_actions = 0,
 };
 
 const char *const cover_chn_patterns[] = {
@@ -172,6 +176,7 @@ ds_module ddns_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -184,6 +189,7 @@ ds_module device_info_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -196,6 +202,7 @@ ds_module diagnose_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -208,6 +215,7 @@ ds_module firewall_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -220,6 +228,7 @@ ds_module gb28181_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 const char *const gb28181_chn_patterns[] = {
@@ -254,6 +263,7 @@ ds_module harddisk_manage_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 const char *const harddisk_manage_chn_patterns[] = {
@@ -283,6 +293,7 @@ ds_module image_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 1,
+    .lock_actions = 0,
 };
 
 const char *const image_chn_patterns[] = {
@@ -312,6 +323,7 @@ ds_module image_capture_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 const char *const image_capture_chn_patterns[] = {
@@ -333,6 +345,7 @@ ds_module media_server_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -345,6 +358,7 @@ ds_module function_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -357,6 +371,7 @@ ds_module msg_push_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 const char *const msg_push_chn_patterns[] = {
@@ -378,6 +393,7 @@ ds_module network_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -390,6 +406,7 @@ ds_module nvrtest_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -402,6 +419,7 @@ ds_module osd_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 1,
+    .lock_actions = 0,
 };
 
 const char *const osd_chn_patterns[] = {
@@ -431,6 +449,7 @@ ds_module osd_capability_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 1,
+    .lock_actions = 0,
 };
 
 const char *const osd_capability_chn_patterns[] = {
@@ -452,6 +471,7 @@ ds_module p2p_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -464,6 +484,7 @@ ds_module plan_advance_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -476,6 +497,7 @@ ds_module playback_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -488,6 +510,7 @@ ds_module port_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -500,6 +523,7 @@ ds_module record_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -512,6 +536,7 @@ ds_module ptz_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -524,6 +549,7 @@ ds_module record_control_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 const char *const record_control_chn_patterns[] = {
@@ -545,6 +571,7 @@ ds_module relay_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -557,6 +584,7 @@ ds_module roi_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 1,
+    .lock_actions = 0,
 };
 
 const char *const roi_chn_patterns[] = {
@@ -578,6 +606,7 @@ ds_module simple_mode_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -590,6 +619,7 @@ ds_module smart_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -602,6 +632,7 @@ ds_module system_auto_reboot_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 1,
+    .lock_actions = 0,
 };
 
 const char *const system_auto_reboot_chn_patterns[] = {
@@ -623,6 +654,7 @@ ds_module timing_reboot_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -635,6 +667,7 @@ ds_module unusual_detection_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 const char *const unusual_detection_chn_patterns[] = {
@@ -672,6 +705,7 @@ ds_module uhttpd_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -684,6 +718,7 @@ ds_module upnpc_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -696,6 +731,7 @@ ds_module video_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 1,
+    .lock_actions = 0,
 };
 
 const char *const video_chn_patterns[] = {
@@ -730,6 +766,7 @@ ds_module zuma_msg_push_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 const char *const zuma_msg_push_chn_patterns[] = {
@@ -751,6 +788,7 @@ ds_module zuma_playback_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -763,6 +801,7 @@ ds_module zuma_preview_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -775,6 +814,7 @@ ds_module cloud_capability_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -787,6 +827,7 @@ ds_module media_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 
@@ -799,6 +840,7 @@ ds_module face_gallery_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 1,
+    .lock_actions = 0,
 };
 
 
@@ -811,6 +853,7 @@ ds_module face_group_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 1,
+    .lock_actions = 0,
 };
 
 
@@ -823,6 +866,7 @@ ds_module audio_capability_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 1,
+    .lock_actions = 0,
 };
 
 const char *const audio_capability_chn_patterns[] = {
@@ -845,6 +889,7 @@ ds_module audio_config_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 1,
+    .lock_actions = 0,
 };
 
 const char *const audio_config_chn_patterns[] = {

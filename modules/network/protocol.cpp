@@ -122,6 +122,7 @@ static ds_module protocol_module = {
     .sec_types = nullptr,
     .actions = nullptr,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 int protocol_module_init(void)

@@ -38,6 +38,7 @@ ds_module system_module = {
     .sec_types = nullptr,
     .actions = actions,
     .ch = 0,
+    .lock_actions = 0,
 };
 
 } // namespace

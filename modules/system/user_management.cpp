@@ -250,6 +250,7 @@ ds_module user_management_module = {
     .sec_types = types,
     .actions = actions,
     .ch = 0,
+    .lock_actions = 1,
 };
 
 } // namespace

@@ -13,9 +13,9 @@
 #include <atomic>
 #include <fstream>
 #include <cerrno>
+#include <cctype>
 #include <cstring>
 #include <map>
-#include <regex>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -226,14 +226,38 @@ struct tmpfs_mount {
     }
 };
 
+// One line of uci's delta syntax for motion_detection: an optional command
+// character, "motion_detection.", a section, an optional ".option", then
+// nothing or "=value". (GCC 12 warns falsely inside std::regex under the
+// sanitizers, hence by hand.)
+bool delta_line(const std::string &l)
+{
+    size_t i = (!l.empty() && strchr("-+@|~^", l[0])) ? 1 : 0;
+    const std::string pkg = "motion_detection.";
+    if (l.compare(i, pkg.size(), pkg) != 0)
+        return false;
+    i += pkg.size();
+    for (int part = 0; part < 2; ++part) {
+        size_t start = i;
+        while (i < l.size() && (isalnum(static_cast<unsigned char>(l[i])) || l[i] == '_'))
+            ++i;
+        if (i == start)
+            return false;
+        if (part == 0 && i < l.size() && l[i] == '.')
+            ++i;
+        else
+            break;
+    }
+    return i == l.size() || l[i] == '=';
+}
+
 // Every line of a change log is complete and reads as a uci delta line.
 void expect_whole_delta_lines(const std::string &log)
 {
     EXPECT_TRUE(log.empty() || log.back() == '\n') << "torn last line";
-    static const std::regex line(R"([-+@|~^]?motion_detection\.\w+(\.\w+)?(=.*)?)");
     std::istringstream in(log);
     for (std::string l; std::getline(in, l);)
-        EXPECT_TRUE(std::regex_match(l, line)) << l;
+        EXPECT_TRUE(delta_line(l)) << l;
 }
 
 TEST(StoreDurability, FullSaveAreaAnswersAnErrorAndKeepsTheLogWhole)

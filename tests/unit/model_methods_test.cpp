@@ -57,9 +57,9 @@ const ds_sec fx_types[] = {
     {},
 };
 ds_module fixture = {.next = nullptr, .prev = nullptr, .name = "fixture", .package = "fixture",
-                     .sections = fx_sections, .sec_types = fx_types, .actions = nullptr, .ch = 0};
+                     .sections = fx_sections, .sec_types = fx_types, .actions = nullptr, .ch = 0, .lock_actions = 0};
 ds_module chfix = {.next = nullptr, .prev = nullptr, .name = "chfix", .package = "chfix",
-                   .sections = fx_sections, .sec_types = fx_types, .actions = nullptr, .ch = 1};
+                   .sections = fx_sections, .sec_types = fx_types, .actions = nullptr, .ch = 1, .lock_actions = 0};
 
 const char *const base_pkg =
     "config cam 'chn1_cam'\n"
@@ -113,10 +113,16 @@ struct Methods : testing::Test {
         ctx.uci_ctx = dsd_uci_alloc();
         return method == DS_METHOD_GET ? ds_handle_method_get(&ctx) : ds_handle_method_set(&ctx);
     }
+    // The response as a client parses it (sections served from the read
+    // cache are pre-serialised text), printed compactly.
     std::string res() const
     {
-        return ctx.res_obj ? json_object_to_json_string_ext(ctx.res_obj, JSON_C_TO_STRING_PLAIN)
-                           : "null";
+        if (!ctx.res_obj)
+            return "null";
+        json_object *parsed = json_tokener_parse(json_object_to_json_string(ctx.res_obj));
+        std::string out = json_object_to_json_string_ext(parsed, JSON_C_TO_STRING_PLAIN);
+        json_object_put(parsed);
+        return out;
     }
     // What a fresh reader sees, for one option.
     std::string stored(const char *pkg, const char *sec, const char *opt) const

@@ -52,7 +52,7 @@ ds_module make(const char *name)
 {
     return ds_module{.next = nullptr, .prev = nullptr, .name = name, .package = name,
                      .sections = demo_secs, .sec_types = demo_types,
-                     .actions = nullptr, .ch = 0};
+                     .actions = nullptr, .ch = 0, .lock_actions = 0};
 }
 
 TEST(Registry, AddKeepsOrderAndRefusesDuplicates)
