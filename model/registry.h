@@ -11,6 +11,8 @@
 //      in the registration order.
 //   4. Teach tools/mkconfig the package's default sections so a fresh host
 //      root serves it.
+//   5. Set `lock_actions` when its actions read, check and commit the
+//      module's own package without long waits on cameras or peers.
 #pragma once
 
 #include <cstddef>
