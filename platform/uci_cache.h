@@ -26,11 +26,13 @@ enum {
 
 using uci_snapshot_ref = std::shared_ptr<const uci_snapshot>;
 
-// The current snapshot of `package`, read and cached on a miss. Null when the
-// cache is switched off (DSD_UCI_CACHE=0 in the environment at the first
-// call), when the package cannot be loaded, when its files changed too
-// recently (by another writer) to be cached, or on bad arguments: the caller
-// then reads through its own uci context, which also traces any failure.
+// The current snapshot of `package`, read on a miss under the package's lock
+// and kept unless its files changed too recently (by another writer) to be
+// told from their next version. Null when the cache is switched off
+// (DSD_UCI_CACHE=0 in the environment at the first call), when the package
+// cannot be loaded, when the calling thread holds another package and the
+// bounded wait for this one expired, or on bad arguments: the caller then
+// reads through its own uci context, which also traces any failure.
 // Any thread.
 uci_snapshot_ref uci_cache_open(const char *package);
 
