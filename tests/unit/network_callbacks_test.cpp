@@ -68,8 +68,10 @@ void setup_stand_ins()
     setenv("PATH", path.c_str(), 1);
 }
 
-// A child that exits 0 once SIGUSR2 arrives, 1 after ten seconds without.
-pid_t spawn_lease_holder()
+// A child with SIGUSR2 blocked. A lease holder is named like the DHCP client
+// and exits 0 once SIGUSR2 arrives (1 after ten seconds without); a bystander
+// only waits, so a signal sent to it stays pending where /proc shows it.
+pid_t spawn_usr2_child(bool lease_holder)
 {
     sigset_t set;
     sigemptyset(&set);
@@ -78,6 +80,10 @@ pid_t spawn_lease_holder()
     pthread_sigmask(SIG_BLOCK, &set, &old);
     pid_t pid = fork();
     if (pid == 0) {
+        if (!lease_holder) {
+            pause();
+            _exit(0);
+        }
         prctl(PR_SET_NAME, "udhcpc"); // the release signals only the DHCP client
         timespec limit{10, 0};
         _exit(sigtimedwait(&set, nullptr, &limit) == SIGUSR2 ? 0 : 1);
@@ -85,6 +91,8 @@ pid_t spawn_lease_holder()
     pthread_sigmask(SIG_SETMASK, &old, nullptr);
     return pid;
 }
+
+pid_t spawn_lease_holder() { return spawn_usr2_child(true); }
 
 struct Protocol : testing::Test {
     ds_model_root *root = nullptr;
@@ -179,24 +187,6 @@ TEST_F(Protocol, DhcpToStaticReleasesLeaseAndClearsSmartNetwork)
     EXPECT_EQ(stored("network", "lan", "proto"), "static");
 }
 
-// A live process that is not the DHCP client: SIGUSR2 blocked, so a signal
-// sent to it stays pending where /proc shows it.
-pid_t spawn_bystander()
-{
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGUSR2);
-    sigset_t old;
-    pthread_sigmask(SIG_BLOCK, &set, &old);
-    pid_t pid = fork();
-    if (pid == 0) {
-        pause();
-        _exit(0);
-    }
-    pthread_sigmask(SIG_SETMASK, &old, nullptr);
-    return pid;
-}
-
 bool usr2_pending(pid_t pid)
 {
     std::ifstream in("/proc/" + std::to_string(pid) + "/status");
@@ -216,7 +206,7 @@ bool usr2_pending(pid_t pid)
 // one, so that case is only exercised without privileges.
 TEST_F(Protocol, PidFilesNamingNoDhcpClientAreNotSignalled)
 {
-    pid_t bystander = spawn_bystander();
+    pid_t bystander = spawn_usr2_child(false);
     ASSERT_GT(bystander, 0);
     std::vector<std::string> planted = {"0", "-1", "garbage", std::to_string(getpid()),
                                         std::to_string(getpgrp()), std::to_string(bystander)};
