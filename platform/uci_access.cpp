@@ -214,21 +214,30 @@ int edit_one(uci_context *ctx, const edit_call &call, const char *package, const
 // first: a link there would carry every delta into the link's target. The
 // directory must be a real one of ours, not writable by others; anything
 // else at the name is replaced before a context may use it.
-// Contexts are made by several workers; one repair at a time.
+// Every request allocates a context, so the usual case (our own directory
+// there) is one lstat without a lock; one repair at a time otherwise.
 static std::mutex g_savedir_lock;
+
+static bool savedir_ours(const struct stat &st)
+{
+    return S_ISDIR(st.st_mode) && st.st_uid == geteuid() && !(st.st_mode & 022);
+}
 
 static bool savedir_safe(void)
 {
+    std::string path = dsd_path("/tmp/.uci"); // DSD_ROOT may differ between tests
+    struct stat st;
+    if (lstat(path.c_str(), &st) == 0 && savedir_ours(st))
+        return true;
     std::string dir, name;
-    if (!sf_split(dsd_path("/tmp/.uci"), &dir, &name))
+    if (!sf_split(path, &dir, &name))
         return false;
     std::lock_guard<std::mutex> hold(g_savedir_lock);
     sf_fd parent(sf_open_dir(dir.c_str()));
     if (!parent.ok())
         return parent.fd == -ENOENT; // no /tmp: uci saves nothing there either
     sf_fd d(openat(parent.fd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    struct stat st;
-    if (d.ok() && fstat(d.fd, &st) == 0 && st.st_uid == geteuid() && !(st.st_mode & 022))
+    if (d.ok() && fstat(d.fd, &st) == 0 && savedir_ours(st))
         return true;
     sf_fd fresh(sf_fresh_dir(parent.fd, name.c_str(), 0700));
     return fresh.ok();

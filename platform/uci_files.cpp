@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -69,19 +70,7 @@ std::string config_temp(const uci_store_dirs &d, const std::string &pkg)
 bool read_fd(int fd, std::string *out)
 {
     out->clear();
-    if (lseek(fd, 0, SEEK_SET) < 0)
-        return false;
-    char buf[8192];
-    for (;;) {
-        ssize_t n = read(fd, buf, sizeof buf);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
-            return false;
-        if (n == 0)
-            return true;
-        out->append(buf, static_cast<size_t>(n));
-    }
+    return lseek(fd, 0, SEEK_SET) == 0 && sf_read_all(fd, out, SIZE_MAX) == 0;
 }
 
 bool read_file(const std::string &path, std::string *out)

@@ -63,6 +63,18 @@ void expect_all_packages_parse(const dsd_harness &d)
     uci_free_context(ctx);
 }
 
+// SIGKILLs dsd mid-stream, lets the client thread see the broken
+// connection and finish, and reaps the daemon.
+void kill_during(dsd_harness &d, std::thread &client, std::atomic<bool> *stop = nullptr)
+{
+    kill(d.pid, SIGKILL);
+    if (stop)
+        *stop = true;
+    client.join();
+    waitpid(d.pid, nullptr, 0);
+    d.pid = -1;
+}
+
 struct channel_state {
     std::atomic<int> acked{-1};     // last value answered with success (or the configured one)
     std::atomic<int> in_flight{-1}; // value being sent when the daemon died
@@ -101,11 +113,7 @@ TEST(FaultKill, AnsweredSetsSurviveSigkill)
             }
         });
         std::this_thread::sleep_for(std::chrono::milliseconds(5 + rng() % 60));
-        kill(d.pid, SIGKILL);
-        stop = true;
-        writer.join();
-        waitpid(d.pid, nullptr, 0);
-        d.pid = -1;
+        kill_during(d, writer, &stop);
 
         expect_all_packages_parse(d);
         ASSERT_TRUE(d.start({})) << "round " << round;
@@ -163,11 +171,7 @@ TEST(FaultKill, AnsweredAddsAndDeletesSurviveSigkill)
             }
         });
         std::this_thread::sleep_for(std::chrono::milliseconds(5 + rng() % 60));
-        kill(d.pid, SIGKILL);
-        stop = true;
-        writer.join();
-        waitpid(d.pid, nullptr, 0);
-        d.pid = -1;
+        kill_during(d, writer, &stop);
 
         expect_all_packages_parse(d);
         ASSERT_TRUE(d.start({})) << "round " << round;
@@ -297,10 +301,7 @@ TEST(FaultKill, RestoreKilledIsAllOrNothing)
         std::string answer;
         std::thread sender([&] { answer = d.request(restore(target), dsd_identity(), 10000 * slow); });
         std::this_thread::sleep_for(std::chrono::microseconds(rng() % span_us));
-        kill(d.pid, SIGKILL);
-        sender.join();
-        waitpid(d.pid, nullptr, 0);
-        d.pid = -1;
+        kill_during(d, sender);
 
         ASSERT_TRUE(d.start({})) << "round " << round;
         expect_all_packages_parse(d);
