@@ -2,8 +2,8 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -16,7 +16,7 @@ namespace {
 // are few and contention short, so a broadcast costs little).
 std::mutex g_table_lock;
 std::condition_variable g_released;
-std::map<std::string, bool> g_taken;
+std::set<std::string> g_taken;
 
 // The packages this thread holds, in the order it took them.
 thread_local std::vector<std::string> t_held;
@@ -50,7 +50,7 @@ int pkg_lock(const char *package)
         DS_ERR("package %s busy, holding %s", package, t_held.back().c_str());
         return -1;
     }
-    g_taken.emplace(name, true);
+    g_taken.insert(name);
     t_held.push_back(name);
     return 0;
 }
