@@ -8,8 +8,6 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <mutex>
 #include <sstream>
@@ -25,6 +23,7 @@
 #include "platform/trace.h"
 #include "platform/pkg_lock.h"
 #include "platform/uci_access.h"
+#include "platform/uci_files.h"
 #include "platform/uci_flush.h"
 
 namespace {
@@ -34,15 +33,6 @@ const char kDashes[] = "------------------------------------------"; // 42
 const char *const kExcluded[] = {"user_management", "uhttpd", "cloud_config", "cloud_status",
                                  "ovddns_status", nullptr};
 enum { MAX_UPLOAD = 3145728, ERR_ARG = -40102, ERR_PATH = -40209, ERR_MD5 = -50914, ERR_DECRYPT = -50916 };
-
-bool read_all(const std::string &path, std::string *out)
-{
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return false;
-    out->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    return !in.bad();
-}
 
 bool excluded(const char *name)
 {
@@ -265,7 +255,7 @@ bool backup_bundle(const std::string &confdir, std::string *bundle)
             continue;
         std::string body;
         pkg_lock_scope scope; // a package is read whole, never half-committed
-        if (pkg_lock(e->d_name) != 0 || !read_all(path, &body)) {
+        if (pkg_lock(e->d_name) != 0 || !read_file(path, &body)) {
             DS_TRACE_AS("append_conf", TRACE_ERROR, "open file (%s) error\n", path.c_str());
             continue;
         }
@@ -517,7 +507,7 @@ int config_recovery(ds_context *ctx, json_object *arg)
     if (!ctx || !name || !plain_name(name))
         return ERR_PATH;
     std::string body;
-    if (!read_all(dsd_path("/rom/etc/config/") + name, &body) || !install_package(name, body)) {
+    if (!read_file(dsd_path("/rom/etc/config/") + name, &body) || !install_package(name, body)) {
         DS_ERR("replace config error.");
         return ERR_ARG;
     }
