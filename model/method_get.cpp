@@ -4,6 +4,8 @@
 #include <json-c/json.h>
 
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "core/context.h"
 #include "model/methods.h"
@@ -151,16 +153,104 @@ static int get_data_member(ds_context *ctx, const ds_module *mod, const char *ke
 
 // The loop over one module's request object; 0, or -1 naming the failed key.
 static int get_data_obj(ds_context *ctx, const ds_module *mod, json_object *mod_req,
-                        json_object *mod_res)
+                        json_object *mod_res, package_reads *reads)
 {
-    package_reads reads;
     json_object_object_foreach(mod_req, key, val) {
-        if (get_data_member(ctx, mod, key, val, mod_res, &reads) != 0) {
+        if (get_data_member(ctx, mod, key, val, mod_res, reads) != 0) {
             DS_ERR("Get module [%s]-%s data failed", mod->name, key ? key : "");
             return -1;
         }
     }
     return 0;
+}
+
+// Section names are uci names: anything else (a name that would need
+// escaping as a JSON key) takes the general path.
+static bool plain_name(const char *name)
+{
+    if (!name || !*name)
+        return false;
+    for (const char *c = name; *c; ++c) {
+        if (!((*c >= 'a' && *c <= 'z') || (*c >= 'A' && *c <= 'Z') || (*c >= '0' && *c <= '9') ||
+              *c == '_'))
+            return false;
+    }
+    return true;
+}
+
+// Each requested name of {"name": text or array of texts}, hashed once for
+// its two look-ups (model row, cached section).
+static bool name_keys(json_object *mod_req, std::vector<name_key> *keys)
+{
+    if (json_object_object_length(mod_req) != 1)
+        return false;
+    json_object *val = nullptr;
+    if (!json_object_object_get_ex(mod_req, "name", &val))
+        return false;
+    bool many = json_object_is_type(val, json_type_array);
+    size_t n = many ? json_object_array_length(val) : 1;
+    keys->reserve(n);
+    for (size_t i = 0; i < n; ++i) {
+        json_object *el = many ? json_object_array_get_idx(val, i) : val;
+        if (!json_object_is_type(el, json_type_string) || !plain_name(json_object_get_string(el)))
+            return false;
+        keys->push_back(name_key_of(json_object_get_string(el)));
+    }
+    return true;
+}
+
+// Whether every name is a plain section of `mod` read from uci.
+static bool uci_rows_only(const ds_module *mod, const std::vector<name_key> &keys)
+{
+    for (const name_key &key : keys) {
+        const ds_sec *sec = get_section_node_by_key(mod, key);
+        if (!sec || sec->data_kind != DS_DATA_UCI || sec->dynamic)
+            return false;
+    }
+    return true;
+}
+
+// Appends each named section's stored text as json-c's spaced form writes
+// an object member; a repeated name keeps its first place, as a replaced
+// member does. False when the snapshot lacks a name.
+static bool append_texts(const uci_snapshot &snap, const std::vector<name_key> &keys,
+                         std::string *out)
+{
+    std::vector<bool> seen(uci_snapshot_section_count(snap));
+    out->reserve(keys.size() * 128);
+    out->append("{");
+    for (const name_key &key : keys) {
+        uci_section_text t{};
+        if (!uci_snapshot_find_text(snap, key, &t))
+            return false;
+        if (seen[t.index])
+            continue;
+        seen[t.index] = true;
+        out->append(out->size() > 1 ? ", \"" : " \"").append(key.name, key.len).append("\": ");
+        out->append(t.text, t.len);
+    }
+    out->append(" }");
+    return true;
+}
+
+// A module's whole answer as one stored text when it only names sections
+// the read cache holds: a whole-package get names some 1,100 sections, and
+// a json-c member built and serialised for each was most of its cost.
+// Null, with nothing traced, when the general path must answer instead.
+static json_object *module_from_texts(ds_context *ctx, const ds_module *mod, json_object *mod_req,
+                                      package_reads *reads)
+{
+    std::vector<name_key> keys;
+    if (ctx->client == 1 || ctx->client == 2 || !name_keys(mod_req, &keys) || !uci_rows_only(mod, keys))
+        return nullptr;
+    if (!reads->opened) {
+        reads->snap = uci_cache_open(mod->package);
+        reads->opened = true;
+    }
+    std::string text;
+    if (!reads->snap || !append_texts(*reads->snap, keys, &text))
+        return nullptr;
+    return jso_new_raw(text.data(), text.size());
 }
 
 enum { GET_OK = 0, GET_KEEP_PARTIAL = 1, GET_DROP_ALL = 2 };
@@ -186,7 +276,12 @@ static int get_module(ds_context *ctx, ds_model_root *root, const char *mod_name
         ctx->error_code = -40106;
         return GET_KEEP_PARTIAL;
     }
-    return get_data_obj(ctx, mod, mod_req, mod_res) == 0 ? GET_OK : GET_DROP_ALL;
+    package_reads reads;
+    if (json_object *text = module_from_texts(ctx, mod, mod_req, &reads)) {
+        json_object_object_add(res, mod_name, text);
+        return GET_OK;
+    }
+    return get_data_obj(ctx, mod, mod_req, mod_res, &reads) == 0 ? GET_OK : GET_DROP_ALL;
 }
 
 static void set_response(ds_context *ctx, json_object *res)

@@ -6,12 +6,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 #include <unordered_map>
 
 #include "model/model_raii.h"
 #include "model/module_table.h"
 #include "platform/jso.h"
+#include "platform/name_index.h"
 #include "platform/trace.h"
 #include "platform/uci_access.h"
 
@@ -25,7 +25,7 @@ static ds_model_root *g_model_root = nullptr;
 // shut-down on the main thread; the workers only read it, so no lock.
 struct sec_index {
     const ds_sec *table;  // the table indexed; a different table means stale
-    std::unordered_map<std::string_view, const ds_sec *> by_name;
+    name_index by_name; // row index in `table`
 };
 static std::unordered_map<const ds_module *, sec_index> g_sec_index;
 enum { SEC_INDEX_MIN_ROWS = 32 };
@@ -39,21 +39,30 @@ static void index_sections(const ds_module *mod)
         return;
     sec_index &idx = g_sec_index[mod];
     idx.table = mod->sections;
-    idx.by_name.clear();
-    idx.by_name.reserve(rows);
-    // emplace keeps the first row of a repeated name, as the linear walk does.
+    name_index_reset(&idx.by_name, rows);
+    // The index keeps the first row of a repeated name, as the linear walk does.
     for (const ds_sec *s = mod->sections; s->name; ++s)
-        idx.by_name.emplace(s->name, s);
+        name_index_add(&idx.by_name, s->name, static_cast<uint32_t>(s - mod->sections));
 }
 
-// 1 with *out set when the module has a current index, 0 otherwise.
-static int indexed_section(const ds_module *mod, const char *name, const ds_sec **out)
+// The module's current name index, or null (a small table, or one replaced
+// since the index was built: walk it instead).
+static const name_index *section_index(const ds_module *mod)
 {
     auto it = g_sec_index.find(mod);
     if (it == g_sec_index.end() || it->second.table != mod->sections)
+        return nullptr;
+    return &it->second.by_name;
+}
+
+// 1 with *out set when the module has a current index, 0 otherwise.
+static int indexed_section(const ds_module *mod, const name_key &key, const ds_sec **out)
+{
+    const name_index *idx = section_index(mod);
+    if (!idx)
         return 0;
-    auto hit = it->second.by_name.find(name);
-    *out = hit == it->second.by_name.end() ? nullptr : hit->second;
+    uint32_t row = 0;
+    *out = name_index_find_key(*idx, key, &row) ? &mod->sections[row] : nullptr;
     return 1;
 }
 
@@ -200,7 +209,7 @@ const void *get_ds_node(const ds_module *mod, const char *name, int kind)
         return nullptr;
     }
     const ds_sec *hit = nullptr;
-    if (kind == DS_NODE_SECTION && indexed_section(mod, name, &hit))
+    if (kind == DS_NODE_SECTION && indexed_section(mod, name_key_of(name), &hit))
         return hit;
     const ds_sec *table = kind == DS_NODE_SECTION ? mod->sections : mod->sec_types;
     for (const ds_sec *s = table; s && s->name; ++s) {
@@ -208,6 +217,16 @@ const void *get_ds_node(const ds_module *mod, const char *name, int kind)
             return s;
     }
     return nullptr;
+}
+
+const ds_sec *get_section_node_by_key(const ds_module *mod, const name_key &key)
+{
+    if (!mod || !key.name)
+        return nullptr;
+    const ds_sec *hit = nullptr;
+    if (indexed_section(mod, key, &hit))
+        return hit;
+    return static_cast<const ds_sec *>(get_ds_node(mod, key.name, DS_NODE_SECTION));
 }
 
 // Reads the section's uci type with a context of its own: the caller may be

@@ -15,6 +15,8 @@
 //      module's own package without long waits on cameras or peers.
 #pragma once
 
+#include "platform/name_index.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -87,6 +89,10 @@ ds_module *get_module_node(ds_model_root *root, const char *name);
 // kind DS_NODE_SECTION / DS_NODE_SEC_TYPE -> const ds_sec*, DS_NODE_ACTION -> const ds_action*.
 const void *get_ds_node(const ds_module *mod, const char *name, int kind);
 const ds_sec *get_sec_type(const ds_module *mod, const char *section_name);
+// The named-section row of `mod` for a name hashed once by the caller (who
+// also looks it up elsewhere): what get_ds_node(mod, key.name,
+// DS_NODE_SECTION) returns, or null. Any thread after start-up.
+const ds_sec *get_section_node_by_key(const ds_module *mod, const name_key &key);
 const ds_opt *get_filter_node(const ds_sec *sec, const char *option);
 int do_restart_cb(ds_context *ctx, const char *module, const char *section, int by_name);
 

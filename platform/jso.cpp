@@ -1,5 +1,8 @@
 #include "platform/jso.h"
 
+#include "platform/jso_parse.h"
+
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -8,6 +11,9 @@ json_object *jso_from_string(const char *text)
 {
     if (!text)
         return nullptr;
+    json_object *obj = nullptr;
+    if (jso_parse_plain(text, &obj))
+        return obj;
     return json_tokener_parse(text);
 }
 
@@ -19,6 +25,21 @@ const char *jso_to_string(json_object *obj)
 }
 
 json_object *jso_new_obj(void) { return json_object_new_object(); }
+
+static int write_raw_text(json_object *jso, printbuf *pb, int, int)
+{
+    return printbuf_memappend(pb, json_object_get_string(jso), json_object_get_string_len(jso));
+}
+
+json_object *jso_new_raw(const char *text, size_t len)
+{
+    if (!text || len > INT32_MAX)
+        return nullptr;
+    json_object *obj = json_object_new_string_len(text, static_cast<int>(len));
+    if (obj)
+        json_object_set_serializer(obj, write_raw_text, nullptr, nullptr);
+    return obj;
+}
 json_object *jso_new_array(void) { return json_object_new_array(); }
 void jso_free_obj(json_object *obj) { json_object_put(obj); }
 

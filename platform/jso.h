@@ -18,6 +18,11 @@ json_object *jso_from_string(const char *text);
 const char *jso_to_string(json_object *obj);
 json_object *jso_new_obj(void);
 json_object *jso_new_array(void);
+// A value that serialises as `len` bytes of ready JSON text, written as they
+// are (not quoted): for responses assembled from stored texts. Its json-c
+// type is string, so it must not be walked or re-coded (URL coding) before
+// it is serialised. New object or null.
+json_object *jso_new_raw(const char *text, size_t len);
 void jso_free_obj(json_object *obj);
 
 // Member lookup; borrowed result, null when absent or obj is not an object.

@@ -15,6 +15,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/jso.h"
+#include "platform/name_index.h"
 #include "platform/paths.h"
 #include "platform/pkg_lock.h"
 #include "platform/trace.h"
@@ -35,7 +37,7 @@ struct uci_snapshot {
     std::vector<section> sections;
     std::vector<option> options;
     std::vector<uint32_t> values;
-    std::unordered_map<std::string_view, uint32_t> by_name;
+    name_index by_name; // section index
     // Each section's JSON text as the response serialiser writes it
     // (JSON_C_TO_STRING_SPACED): section i ends at json_end[i].
     std::string json;
@@ -205,9 +207,9 @@ void index_sections(uci_snapshot *s)
     s->sections.shrink_to_fit();
     s->options.shrink_to_fit();
     s->values.shrink_to_fit();
-    s->by_name.reserve(s->sections.size());
+    name_index_reset(&s->by_name, s->sections.size());
     for (uint32_t i = 0; i < s->sections.size(); i++)
-        s->by_name.emplace(std::string_view(s->text.data() + s->sections[i].name), i);
+        name_index_add(&s->by_name, s->text.data() + s->sections[i].name, i);
 }
 
 size_t snapshot_bytes(const uci_snapshot &s)
@@ -215,8 +217,8 @@ size_t snapshot_bytes(const uci_snapshot &s)
     return sizeof s + s.text.capacity() +
            s.sections.capacity() * sizeof(uci_snapshot::section) +
            s.options.capacity() * sizeof(uci_snapshot::option) +
-           s.values.capacity() * sizeof(uint32_t) + s.by_name.bucket_count() * sizeof(void *) +
-           s.by_name.size() * (sizeof(std::string_view) + sizeof(uint32_t) + 2 * sizeof(void *)) +
+           s.values.capacity() * sizeof(uint32_t) +
+           s.by_name.slots.capacity() * sizeof(name_index::slot) +
            s.json.capacity() + s.json_end.capacity() * sizeof(uint32_t);
 }
 
@@ -353,16 +355,10 @@ void store_section_texts(uci_snapshot *s)
     s->json.shrink_to_fit();
 }
 
-// Writes a stored section text (the object's string) as it is, unquoted.
-int write_stored_text(json_object *jso, printbuf *pb, int, int)
-{
-    return printbuf_memappend(pb, json_object_get_string(jso), json_object_get_string_len(jso));
-}
-
 const uci_snapshot::section *find_section(const uci_snapshot &snap, const char *name)
 {
-    auto it = snap.by_name.find(std::string_view(name));
-    return it == snap.by_name.end() ? nullptr : &snap.sections[it->second];
+    uint32_t i = 0;
+    return name_index_find(snap.by_name, name, &i) ? &snap.sections[i] : nullptr;
 }
 
 // The current snapshot if one is cached; with `fill`, read and maybe kept
@@ -433,18 +429,27 @@ json_object *uci_snapshot_section(const uci_snapshot &snap, const char *section)
 
 json_object *uci_snapshot_section_text(const uci_snapshot &snap, const char *section)
 {
-    const uci_snapshot::section *sec = section ? find_section(snap, section) : nullptr;
-    if (!sec) {
+    uci_section_text found{};
+    if (!section || !uci_snapshot_find_text(snap, name_key_of(section), &found)) {
         DS_TRACE_AS("get_uci_section", TRACE_ERROR, "uci cannot found.\n");
         return nullptr;
     }
-    size_t i = static_cast<size_t>(sec - snap.sections.data());
+    return jso_new_raw(found.text, found.len);
+}
+
+bool uci_snapshot_find_text(const uci_snapshot &snap, const name_key &section, uci_section_text *out)
+{
+    uint32_t i = 0;
+    if (!name_index_find_key(snap.by_name, section, &i))
+        return false;
     uint32_t begin = i ? snap.json_end[i - 1] : 0;
-    json_object *obj = json_object_new_string_len(snap.json.data() + begin,
-                                                  static_cast<int>(snap.json_end[i] - begin));
-    if (obj)
-        json_object_set_serializer(obj, write_stored_text, nullptr, nullptr);
-    return obj;
+    *out = {i, snap.json.data() + begin, snap.json_end[i] - begin};
+    return true;
+}
+
+size_t uci_snapshot_section_count(const uci_snapshot &snap)
+{
+    return snap.sections.size();
 }
 
 json_object *uci_snapshot_section_type(const uci_snapshot &snap, const char *type)

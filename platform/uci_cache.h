@@ -15,6 +15,8 @@
 #include <cstddef>
 #include <memory>
 
+#include "platform/name_index.h"
+
 struct json_object;
 struct uci_context;
 struct uci_snapshot;
@@ -47,6 +49,21 @@ json_object *uci_snapshot_section(const uci_snapshot &snap, const char *section)
 // Not for a response that is walked or re-coded afterwards (URL coding):
 // its type is string. New object or null, as uci_snapshot_section. Any thread.
 json_object *uci_snapshot_section_text(const uci_snapshot &snap, const char *section);
+
+// One section's stored text (the one uci_snapshot_section_text serialises)
+// and its position among the snapshot's sections.
+struct uci_section_text {
+    size_t index;
+    const char *text; // lives as long as the snapshot
+    size_t len;
+};
+
+// Finds `section` for a caller that assembles a response from stored texts.
+// False, with nothing traced, when the package has no such section. Any thread.
+bool uci_snapshot_find_text(const uci_snapshot &snap, const name_key &section, uci_section_text *out);
+
+// How many sections the snapshot holds. Any thread.
+size_t uci_snapshot_section_count(const uci_snapshot &snap);
 
 // Every section of `type` as get_uci_section_type forms them: an array of
 // one-member objects in uci's order (empty when there is none). Any thread.

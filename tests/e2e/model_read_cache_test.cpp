@@ -195,6 +195,9 @@ TEST(ReadCacheAgreement, CachedAndUncachedAnswersAgreeWithConcurrentWriters)
         R"({"method":"get","protocol":{"name":"wan"}})",
         R"({"method":"get","motion_detection":{"name":["chn1_motion_det","chn2_motion_det","chn3_motion_det"]}})",
         R"({"method":"get","motion_detection":{"table":"on_off"}})",
+        // a repeated name keeps its first place; two modules in one answer
+        R"({"method":"get","motion_detection":{"name":["chn2_motion_det","chn1_motion_det","chn2_motion_det"]},)"
+        R"("protocol":{"name":["wan"]}})",
     };
     auto writer = [&](unsigned seed, int ops, bool external) {
         std::mt19937 rng(seed);

@@ -1,8 +1,10 @@
 #include "platform/jso.h"
+#include "platform/jso_parse.h"
 
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <random>
 #include <string>
 
 namespace {
@@ -86,6 +88,62 @@ TEST(Accessors, IntsBecomeDecimalStringsAtAnyDepthAndWidth)
                  R"({"a":"-7","b":"x","c":["1","2","3"],"w":"4294967297",)"
                  R"("d":{"list":[{"id":"9","n":["8"]}],"e":1.5}})");
     EXPECT_EQ(jso_foreach_modify_int_to_string(jso_obj_get(obj.get(), "c")), -1);
+}
+
+// The fast reader must build exactly what json-c builds, or leave the text
+// to json-c: compared through json-c's own serialiser.
+std::string as_json_c(const char *text)
+{
+    Jso ref(json_tokener_parse(text));
+    return ref ? json_object_to_json_string_ext(ref.get(), JSON_C_TO_STRING_PLAIN) : "<error>";
+}
+
+void expect_same_as_json_c(const char *text, bool fast_expected)
+{
+    json_object *fast = nullptr;
+    bool handled = jso_parse_plain(text, &fast);
+    Jso hold(fast);
+    EXPECT_EQ(handled, fast_expected) << text;
+    if (handled) {
+        EXPECT_EQ(json_object_to_json_string_ext(fast, JSON_C_TO_STRING_PLAIN), as_json_c(text)) << text;
+    }
+    Jso via(jso_from_string(text));
+    EXPECT_EQ(via ? json_object_to_json_string_ext(via.get(), JSON_C_TO_STRING_PLAIN) : "<error>",
+              as_json_c(text)) << text;
+}
+
+TEST(FastParse, PlainTextsParseAsJsonCAndTheRestIsLeftToIt)
+{
+    for (const char *plain :
+         {R"({"method":"get","image":{"name":["chn1_day","chn2_day"]}})", "{}", "[]", " [ 1 , -2 ] \n",
+          R"({"a":1,"a":"x","b":{"a":true},"c":null,"d":false,"e":[null,[],{}]})",
+          R"({"":"","k":"raw: é","big":-999999999999999999,"zero":0})"})
+        expect_same_as_json_c(plain, true);
+    for (const char *other :
+         {R"({"a":"x\"y"})", R"({"a":"\u00e9"})", R"({"a":1.5})", R"({"a":1e3})", R"({"a":0123})", R"({"a":-0})",
+          R"({"a":9999999999999999999})", R"({"a":1,})", "[1,]", R"({'a':1})", "{/*c*/}", "\v{}",
+          R"({"a":NaN})", R"({"a":nul})", R"({"a":truex})", R"({"a":1} x)", "\"top\"", "5", "",
+          R"({"a":"tab	in"})", R"({"a":[)", std::string(40, '[').c_str()})
+        expect_same_as_json_c(other, false);
+}
+
+// Random plain requests with one byte changed: whatever the fast reader
+// takes must match json-c.
+TEST(FastParse, MutatedRequestsNeverDisagreeWithJsonC)
+{
+    std::mt19937 rng(7);
+    const std::string base = R"({"method":"set","m":{"s1":{"o":"v","n":-12,"l":["a","b"],"t":true}},"x":[null,{}]})";
+    const char alphabet[] = "{}[]\",:-0123456789abtrue \\.e\n";
+    for (int i = 0; i < 3000; i++) {
+        std::string text = base;
+        text[rng() % text.size()] = alphabet[rng() % (sizeof alphabet - 1)];
+        json_object *fast = nullptr;
+        if (!jso_parse_plain(text.c_str(), &fast))
+            continue;
+        Jso hold(fast);
+        ASSERT_EQ(json_object_to_json_string_ext(fast, JSON_C_TO_STRING_PLAIN), as_json_c(text.c_str()))
+            << text;
+    }
 }
 
 }  // namespace
