@@ -27,7 +27,13 @@ uint64_t hash_bytes(const char *p, size_t len)
 
 bool same(const name_index::slot &s, const name_key &key)
 {
-    return s.hash == key.hash && s.len == key.len && memcmp(s.name, key.name, key.len) == 0;
+    return s.hash == static_cast<uint32_t>(key.hash) && memcmp(s.name, key.name, key.len) == 0 &&
+           s.name[key.len] == '\0';
+}
+
+bool has_room(const name_index &idx)
+{
+    return (idx.count + 1) * 3 <= idx.slots.size() * 2;
 }
 
 } // namespace
@@ -41,22 +47,22 @@ name_key name_key_of(const char *name)
 void name_index_reset(name_index *idx, size_t names)
 {
     size_t size = 8;
-    while (size < names * 2)
+    while (size * 2 < names * 3)
         size *= 2;
-    idx->slots.assign(size, name_index::slot{nullptr, 0, 0, 0});
+    idx->slots.assign(size, name_index::slot{nullptr, 0, 0});
     idx->count = 0;
 }
 
 bool name_index_add(name_index *idx, const char *name, uint32_t value)
 {
-    if (!name || idx->slots.empty() || (idx->count + 1) * 2 > idx->slots.size())
+    if (!name || !has_room(*idx))
         return false;
     name_key key = name_key_of(name);
     size_t mask = idx->slots.size() - 1;
     for (size_t i = key.hash & mask;; i = (i + 1) & mask) {
         name_index::slot &s = idx->slots[i];
         if (!s.name) {
-            s = {name, key.hash, static_cast<uint32_t>(key.len), value};
+            s = {name, static_cast<uint32_t>(key.hash), value};
             idx->count++;
             return true;
         }

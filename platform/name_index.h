@@ -18,11 +18,10 @@ struct name_key {
 struct name_index {
     struct slot {
         const char *name; // null: empty slot; the caller keeps the text alive
-        uint64_t hash;
-        uint32_t len;
+        uint32_t hash;    // low half of the key's hash
         uint32_t value;
     };
-    std::vector<slot> slots; // a power of two, at most half full
+    std::vector<slot> slots; // a power of two, at most two thirds full
     size_t count = 0;
 };
 
