@@ -101,85 +101,70 @@ bool add_member(json_object *obj, const char *key, size_t len, json_object *val)
     return false;
 }
 
-bool parse_object(reader *r, json_object **out)
+// One "key": value member into obj.
+bool parse_member(reader *r, json_object *obj)
 {
-    jso_hold obj(json_object_new_object());
-    if (!obj)
+    const char *key;
+    size_t key_len;
+    if (!parse_string(r, &key, &key_len))
+        return false;
+    skip_space(r);
+    if (*r->p != ':')
         return false;
     r->p++;
     skip_space(r);
-    if (*r->p == '}') {
-        r->p++;
-        *out = obj.release();
-        return true;
-    }
-    for (;;) {
-        const char *key;
-        size_t key_len;
-        if (!parse_string(r, &key, &key_len))
-            return false;
-        skip_space(r);
-        if (*r->p != ':')
-            return false;
-        r->p++;
-        skip_space(r);
-        json_object *val = nullptr;
-        if (!parse_value(r, &val))
-            return false;
-        if (!add_member(obj.get(), key, key_len, val))
-            return false;
-        skip_space(r);
-        if (*r->p == '}')
-            break;
-        if (*r->p != ',')
-            return false;
-        r->p++;
-        skip_space(r);
-    }
-    r->p++;
-    *out = obj.release();
-    return true;
+    json_object *val = nullptr;
+    return parse_value(r, &val) && add_member(obj, key, key_len, val);
 }
 
-bool parse_array(reader *r, json_object **out)
+// One element value into arr.
+bool parse_element(reader *r, json_object *arr)
 {
-    jso_hold arr(json_object_new_array());
-    if (!arr)
+    json_object *val = nullptr;
+    if (!parse_value(r, &val))
         return false;
+    if (json_object_array_add(arr, val) == 0)
+        return true;
+    json_object_put(val);
+    return false;
+}
+
+// The items of an object or array up to its closing bracket, each read by
+// `item` into `container`; the opening bracket is under r->p. Trailing
+// commas and anything else unexpected are left to json-c.
+bool parse_items(reader *r, char close, json_object *container, bool (*item)(reader *, json_object *))
+{
     r->p++;
     skip_space(r);
-    if (*r->p == ']') {
+    if (*r->p == close) {
         r->p++;
-        *out = arr.release();
         return true;
     }
     for (;;) {
-        json_object *val = nullptr;
-        if (!parse_value(r, &val))
+        if (!item(r, container))
             return false;
-        if (json_object_array_add(arr.get(), val) != 0) {
-            json_object_put(val);
-            return false;
-        }
         skip_space(r);
-        if (*r->p == ']')
-            break;
+        if (*r->p == close) {
+            r->p++;
+            return true;
+        }
         if (*r->p != ',')
             return false;
         r->p++;
         skip_space(r);
     }
-    r->p++;
-    *out = arr.release();
-    return true;
 }
 
 bool parse_nested(reader *r, json_object **out)
 {
     if (++r->depth > PLAIN_MAX_DEPTH)
         return false;
-    bool ok = *r->p == '{' ? parse_object(r, out) : parse_array(r, out);
+    bool object = *r->p == '{';
+    jso_hold made(object ? json_object_new_object() : json_object_new_array());
+    bool ok = made && parse_items(r, object ? '}' : ']', made.get(), object ? parse_member : parse_element);
     r->depth--;
+    if (ok)
+        *out = made.release();
     return ok;
 }
 
