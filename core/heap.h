@@ -15,18 +15,21 @@ enum {
     // grown by doubling) is built in the heap: a mapping of its own was
     // mapped, faulted in and unmapped again on every such request.
     HEAP_MMAP_BYTES = 512 * 1024,
-    // Free top of the heap beyond this goes back as soon as it is freed. The
-    // heap grows and shrinks by this much at most between two idle trims.
+    // Free top of the heap beyond this goes back as soon as it is freed;
+    // below it the idle check decides, so a mid-size request does not shrink
+    // the heap only for the next one to grow it again.
     HEAP_TRIM_BYTES = 1024 * 1024,
     // A request or response this large has the heap checked when the pool
     // next idles.
     HEAP_LARGE_BYTES = 64 * 1024,
     // Free bytes the heap may keep when the pool idles. A whole-package get
-    // frees about 600 KiB of parse trees and text that the next one takes
-    // again; giving them back each time made every such request fault them
-    // in anew. Six worst-case requests free tens of megabytes: those go.
-    // The resident figure after any mix stays within this of what is in use.
-    HEAP_SLACK_BYTES = 1024 * 1024,
+    // leaves about 1.2 MiB free (parse trees, its text, gaps between live
+    // blocks) that the next one takes again; handing them back each time
+    // made every such request fault its memory in anew. Six worst-case
+    // requests free tens of megabytes: those go back. Only part of what is
+    // kept is resident (freed pages that are never touched again cost
+    // nothing), so the resident figure rises far less than this.
+    HEAP_SLACK_BYTES = 1536 * 1024,
 };
 
 // Sets the allocator's arena count and thresholds (fixed values, so the
