@@ -19,8 +19,8 @@ ssize_t sock_read(int fd, uint8_t *buf, size_t len);
 enum { SOCK_READAHEAD = 4096 };
 struct sock_reader {
     int fd;
-    size_t pos, end;                        // unread bytes are data[pos, end)
-    uint8_t data[SOCK_READAHEAD + 1];       // + 1: sock_read's NUL
+    size_t pos, end;                  // unread bytes are data[pos, end)
+    uint8_t data[SOCK_READAHEAD + 1]; // + 1: sock_read's NUL
 };
 
 // Starts an empty read-ahead on fd.

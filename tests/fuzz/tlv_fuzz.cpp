@@ -46,7 +46,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     ds_make_response(ctx);
     context_free(ctx);
     // The release clears only what the request wrote; nothing may be left.
-    if (ctx->buf && std::any_of(ctx->buf, ctx->buf + ctx->buf_size, [](uint8_t b) { return b != 0; }))
+    auto nonzero = [](uint8_t b) { return b != 0; };
+    if (ctx->buf && std::any_of(ctx->buf, ctx->buf + ctx->buf_size, nonzero))
         abort();
     close(sv[1]);
     return 0;

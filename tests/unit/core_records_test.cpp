@@ -78,7 +78,8 @@ protected:
 TEST_F(Records, IdentityAndMethodAreStored)
 {
     // Bytes after the two records are never parsed.
-    ASSERT_EQ(parse(info(3, 9, "op%20one") + rec(2, R"({"method":"forward"})") + rec(2, "{") + "junk"), 0);
+    std::string junk = rec(2, "{") + "junk";
+    ASSERT_EQ(parse(info(3, 9, "op%20one") + rec(2, R"({"method":"forward"})") + junk), 0);
     EXPECT_STREQ(ctx->user, "op one"); // the info record is decoded whatever the kind
     EXPECT_EQ(ctx->group, 3);
     EXPECT_EQ(ctx->client, 9);
@@ -303,7 +304,7 @@ TEST(Wire, ReadAheadHandsOutWhatHasArrived)
     sock_reader rd;
     sock_reader_init(&rd, p.fd[0]);
     static uint8_t buf[SOCK_READAHEAD + 1];
-    auto text = [&](ssize_t n) { return std::string(reinterpret_cast<char *>(buf), static_cast<size_t>(n)); };
+    auto text = [&](size_t n) { return std::string(reinterpret_cast<char *>(buf), n); };
     ASSERT_EQ(write(p.fd[1], "headerABvalue", 13), 13);
     ASSERT_EQ(sock_reader_read(&rd, buf, 8), 8);
     ASSERT_EQ(write(p.fd[1], "-rest", 5), 5);
