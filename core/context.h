@@ -3,6 +3,7 @@
 
 #include <pthread.h>
 
+#include <cstddef>
 #include <cstdint>
 
 struct json_object;
@@ -42,6 +43,8 @@ struct ds_context {
     pthread_mutex_t lock;    // guards busy
     uint8_t busy;            // async work still uses the context
     uint32_t free;           // 1 in the pool, 0 while owned
+    uint32_t buf_used;       // bytes of buf this request may have written,
+                             // so the release clears only those
 };
 
 // Mark bits handed out to callbacks that may run several times per request.
@@ -66,12 +69,17 @@ int context_init(void);
 // Takes a free context (first free in array order); null when none is free
 // or its buffer or uci context cannot be made. Any thread.
 ds_context *context_alloc(void);
-// Gives a context back: waits for busy, closes fd, resets every field. Null ignored.
+// Gives a context back: waits for busy, closes fd, resets every field; the
+// buffer the next request gets is all zero. Null ignored.
 void context_free(ds_context *ctx);
 // Tears the pool down at shut-down.
 void context_destroy(void);
 // Number of free contexts (for tests and the health check).
 int context_free_count(void);
+
+// Notes that bytes [0, n) of ctx->buf may now hold request data; whoever
+// writes into the buffer calls it first. Owning worker thread.
+void context_note_buf_used(ds_context *ctx, size_t n);
 
 // busy helpers for asynchronous work started by a module callback.
 void context_set_busy(ds_context *ctx, int busy);

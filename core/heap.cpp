@@ -9,9 +9,23 @@
 
 namespace {
 
-// Set by any worker, cleared by the one that trims: a flag, not a count,
-// so one trim answers any number of large requests.
+// Set by any worker, cleared by the one that checks: a flag, not a count,
+// so one check answers any number of large requests.
 std::atomic<bool> g_trim_due{false};
+
+#ifdef __GLIBC__
+// Free bytes held by the heap; without mallinfo2 (glibc before 2.33) every
+// check trims, as the allocator then cannot tell.
+bool heap_has_slack_over_bound(void)
+{
+#if __GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 33)
+    struct mallinfo2 info = mallinfo2();
+    return info.fordblks > HEAP_SLACK_BYTES;
+#else
+    return true;
+#endif
+}
+#endif
 
 } // namespace
 
@@ -37,9 +51,9 @@ void heap_trim_if_idle(void)
     if (!g_trim_due.load(std::memory_order_relaxed))
         return;
     if (context_free_count() != DS_CONTEXT_COUNT)
-        return; // the last request to finish trims
+        return; // the last request to finish checks
 #ifdef __GLIBC__
-    if (g_trim_due.exchange(false))
+    if (g_trim_due.exchange(false) && heap_has_slack_over_bound())
         malloc_trim(0);
 #endif
 }

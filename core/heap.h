@@ -1,5 +1,6 @@
 // Heap policy: the daemon's resident memory must come back down once the
-// requests are answered, whatever their sizes were.
+// requests are answered, whatever their sizes were, without handing back
+// and faulting in again the same memory on every mid-size request.
 #pragma once
 
 #include <cstddef>
@@ -9,10 +10,26 @@ enum {
     // top of a thread's own arena, so a large request served from one stayed
     // resident after it was freed.
     HEAP_ARENAS = 1,
-    HEAP_MMAP_BYTES = 64 * 1024,     // blocks this large get mappings of their own
-    HEAP_TRIM_BYTES = 128 * 1024,    // free top of a heap beyond this goes back
-    HEAP_LARGE_BYTES = 64 * 1024,    // a request or response this large leaves
-                                     // the heap to be trimmed when the pool idles
+    // Blocks this large get mappings of their own. Above the largest request
+    // buffer (262145 bytes), so a whole-package answer (about 84 KB, its text
+    // grown by doubling) is built in the heap: a mapping of its own was
+    // mapped, faulted in and unmapped again on every such request.
+    HEAP_MMAP_BYTES = 512 * 1024,
+    // Free top of the heap beyond this goes back as soon as it is freed;
+    // below it the idle check decides, so a mid-size request does not shrink
+    // the heap only for the next one to grow it again.
+    HEAP_TRIM_BYTES = 1024 * 1024,
+    // A request or response this large has the heap checked when the pool
+    // next idles.
+    HEAP_LARGE_BYTES = 64 * 1024,
+    // Free bytes the heap may keep when the pool idles. A whole-package get
+    // leaves about 1.2 MiB free (parse trees, its text, gaps between live
+    // blocks) that the next one takes again; handing them back each time
+    // made every such request fault its memory in anew. Six worst-case
+    // requests free tens of megabytes: those go back. Only part of what is
+    // kept is resident (freed pages that are never touched again cost
+    // nothing), so the resident figure rises far less than this.
+    HEAP_SLACK_BYTES = 1536 * 1024,
 };
 
 // Sets the allocator's arena count and thresholds (fixed values, so the
@@ -21,10 +38,11 @@ enum {
 void heap_init(void);
 
 // Notes a request or response text of `bytes`; a large one marks the heap
-// for trimming. Any thread.
+// for a check. Any thread.
 void heap_note_size(size_t bytes);
 
-// Hands freed memory back to the system when a large request was served
-// since the last trim and no request is in progress now. Worker threads,
-// after their context is released.
+// When a large request was served since the last check and no request is in
+// progress now, hands freed memory back to the system if the heap holds
+// more than HEAP_SLACK_BYTES of it. Worker threads, after their context is
+// released.
 void heap_trim_if_idle(void);

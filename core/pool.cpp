@@ -111,13 +111,15 @@ int thd_pool_add_task(thd_pool *pool, thd_task_fn fn, int arg)
     }
     pthread_mutex_lock(&pool->mutex);
     int rc = queue_add(pool, fn, arg);
-    if (rc == 0)
-        pthread_cond_signal(&pool->cond);
     pthread_mutex_unlock(&pool->mutex);
     if (rc != 0) {
         DS_ERR("Add task to queue failed.");
         return -1;
     }
+    // Signalled after the unlock: a worker woken under the lock would only
+    // block again on the mutex this thread still holds. The waiters re-test
+    // the count, so a task queued before they sleep is never missed.
+    pthread_cond_signal(&pool->cond);
     return 0;
 }
 

@@ -63,13 +63,14 @@ int store_identity(ds_context *ctx, json_object *info)
     return 0;
 }
 
-int jinf_tlv_data_handle(ds_context *ctx, int32_t len)
+int jinf_tlv_data_handle(ds_context *ctx, sock_reader *rd, int32_t len)
 {
     if (len < 1 || len > TLV_INFO_MAX) {
         DS_ERR("Invalid params.");
         return -1;
     }
-    if (sock_read(ctx->fd, ctx->buf, static_cast<size_t>(len)) != len) {
+    context_note_buf_used(ctx, static_cast<size_t>(len) + 1);
+    if (sock_reader_read(rd, ctx->buf, static_cast<size_t>(len)) != len) {
         DS_ERR("Socket read TLV value failed.");
         return fail(ctx, -40101);
     }
@@ -103,14 +104,15 @@ bool grow_buffer(ds_context *ctx, int32_t len)
 }
 
 // Reads exactly len bytes (short reads continue at the next offset).
-int read_value(ds_context *ctx, int32_t len)
+int read_value(ds_context *ctx, sock_reader *rd, int32_t len)
 {
     size_t off = 0, remaining = static_cast<size_t>(len);
-    ssize_t n = sock_read(ctx->fd, ctx->buf, remaining);
+    context_note_buf_used(ctx, remaining + 1);
+    ssize_t n = sock_reader_read(rd, ctx->buf, remaining);
     while (n > 0 && static_cast<size_t>(n) < remaining) {
         off += static_cast<size_t>(n);
         remaining -= static_cast<size_t>(n);
-        n = sock_read(ctx->fd, ctx->buf + off, remaining);
+        n = sock_reader_read(rd, ctx->buf + off, remaining);
     }
     if (n != static_cast<ssize_t>(remaining)) {
         DS_TRACE_AS("jreq_tlv_data_handle", TRACE_ERROR,
@@ -128,7 +130,7 @@ bool request_is_encoded(uint8_t client)
     return client != 2 && client != 8 && client != 9;
 }
 
-int jreq_tlv_data_handle(ds_context *ctx, int32_t len)
+int jreq_tlv_data_handle(ds_context *ctx, sock_reader *rd, int32_t len)
 {
     if (len < 1) {
         DS_ERR("Invalid params.");
@@ -142,7 +144,7 @@ int jreq_tlv_data_handle(ds_context *ctx, int32_t len)
         DS_ERR("Malloc buffer failed.");
         return fail(ctx, -40103);
     }
-    if (read_value(ctx, len) != 0)
+    if (read_value(ctx, rd, len) != 0)
         return fail(ctx, -40101);
     DS_INFO("Request: %s.", reinterpret_cast<const char *>(ctx->buf));
     json_object_put(ctx->req_obj);
@@ -170,9 +172,10 @@ int jreq_tlv_data_handle(ds_context *ctx, int32_t len)
 }
 
 // One record: header, then its value. The record's own result.
-int parse_record(ds_context *ctx, bool *fatal)
+int parse_record(ds_context *ctx, sock_reader *rd, bool *fatal)
 {
-    ssize_t n = sock_read(ctx->fd, ctx->buf, TLV_HEADER_LEN);
+    context_note_buf_used(ctx, TLV_HEADER_LEN + 1);
+    ssize_t n = sock_reader_read(rd, ctx->buf, TLV_HEADER_LEN);
     if (n != TLV_HEADER_LEN) {
         DS_TRACE_AS("ds_signal_parse", TRACE_ERROR, "Socket read type and length failed, read_len: %d.",
                     static_cast<int>(n));
@@ -187,9 +190,9 @@ int parse_record(ds_context *ctx, bool *fatal)
     DS_TRACE_AS("ds_signal_parse", TRACE_INFO, "TLV type: %d.", static_cast<int>(type));
     DS_TRACE_AS("ds_signal_parse", TRACE_INFO, "TLV length: %d.", len);
     if (type == TLV_INFO)
-        return jinf_tlv_data_handle(ctx, len);
+        return jinf_tlv_data_handle(ctx, rd, len);
     if (type == TLV_REQUEST)
-        return jreq_tlv_data_handle(ctx, len);
+        return jreq_tlv_data_handle(ctx, rd, len);
     DS_TRACE_AS("ds_signal_parse", TRACE_ERROR, "Unsupport TLV type.");
     *fatal = true;
     return fail(ctx, -40101);
@@ -203,11 +206,14 @@ int ds_signal_parse(ds_context *ctx)
         DS_ERR("Invalid params.");
         return -1;
     }
-    // Exactly two records, in either order; the second one decides.
+    // Exactly two records, in either order; the second one decides. Bytes
+    // the read-ahead took beyond them are dropped with the connection.
+    sock_reader rd;
+    sock_reader_init(&rd, ctx->fd);
     int rc = -1;
     bool fatal = false;
     for (int i = 0; i < 2 && !fatal; i++)
-        rc = parse_record(ctx, &fatal);
+        rc = parse_record(ctx, &rd, &fatal);
     return rc;
 }
 

@@ -4,7 +4,6 @@ extern "C" {
 #include <libubox/usock.h>
 }
 
-#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -38,9 +37,6 @@ void queue_connection(int fd, thd_pool *pool)
         close(fd);
         return;
     }
-    int flags = fcntl(fd, F_GETFD);
-    if (flags >= 0)
-        fcntl(fd, F_SETFD, flags | FD_CLOEXEC);
     if (thd_pool_add_task(pool, ds_signal_handle, fd) != 0) {
         DS_TRACE_AS("socket_accept_loop", TRACE_INFO, "Add task to queue failed.");
         make_error_response(fd, -40109);
@@ -71,7 +67,9 @@ void socket_accept_loop(int listen_fd, thd_pool *pool)
     for (;;) {
         sockaddr addr{};
         socklen_t len = sizeof addr; // 16 bytes; the peer is not used
-        int fd = accept(listen_fd, &addr, &len);
+        // close-on-exec from the start: a shell command forked by another
+        // worker in between must not inherit the client's connection
+        int fd = accept4(listen_fd, &addr, &len, SOCK_CLOEXEC);
         if (fd < 0) {
             DS_INFO("Failed to accept.");
             continue;

@@ -3,8 +3,11 @@
 #include "platform/trace.h"
 
 #include <arpa/inet.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -36,6 +39,63 @@ ssize_t sock_read(int fd, uint8_t *buf, size_t len)
     return -1;
 }
 
+namespace {
+
+// Moves up to len read-ahead bytes into buf; the count.
+size_t take_buffered(sock_reader *r, uint8_t *buf, size_t len)
+{
+    size_t n = std::min(len, r->end - r->pos);
+    memcpy(buf, r->data + r->pos, n);
+    r->pos += n;
+    return n;
+}
+
+// What else has arrived already, without waiting: a plain read in place of
+// the read-ahead would have returned those bytes as well. Errors and end of
+// stream are left for the next read to report.
+size_t take_arrived(int fd, uint8_t *buf, size_t len)
+{
+    ssize_t n;
+    do {
+        n = recv(fd, buf, len, MSG_DONTWAIT);
+    } while (n < 0 && errno == EINTR);
+    return n > 0 ? static_cast<size_t>(n) : 0;
+}
+
+} // namespace
+
+void sock_reader_init(sock_reader *r, int fd)
+{
+    r->fd = fd;
+    r->pos = 0;
+    r->end = 0;
+}
+
+ssize_t sock_reader_read(sock_reader *r, uint8_t *buf, size_t len)
+{
+    if (!r || r->fd < 0 || !buf || len == 0) {
+        DS_ERR("Invalid params.");
+        return -1;
+    }
+    size_t n;
+    if (r->pos < r->end) {
+        n = take_buffered(r, buf, len);
+        if (n < len)
+            n += take_arrived(r->fd, buf + n, len - n);
+    } else if (len >= SOCK_READAHEAD) {
+        return sock_read(r->fd, buf, len);
+    } else {
+        ssize_t got = sock_read(r->fd, r->data, SOCK_READAHEAD);
+        if (got <= 0)
+            return got;
+        r->pos = 0;
+        r->end = static_cast<size_t>(got);
+        n = take_buffered(r, buf, len);
+    }
+    buf[n] = 0;
+    return static_cast<ssize_t>(n);
+}
+
 ssize_t sock_write(int fd, const void *buf, size_t len)
 {
     if (fd < 0 || !buf || len == 0) {
@@ -51,6 +111,37 @@ ssize_t sock_write(int fd, const void *buf, size_t len)
     return n;
 }
 
+namespace {
+
+// One writev, repeated only on EAGAIN/EINTR (100 calls at most). Last result.
+ssize_t sock_writev(int fd, const iovec *iov, int count)
+{
+    ssize_t n = -1;
+    for (int calls = 0; calls < SOCK_RETRIES; calls++) {
+        n = writev(fd, iov, count);
+        if (n != -1 || (errno != EAGAIN && errno != EINTR))
+            break;
+    }
+    return n;
+}
+
+// Writes bytes [0, len) of buf, given that `done` are out already: short
+// writes continue at the next offset. 0, or -1 when a write makes no progress.
+int finish_write(int fd, const uint8_t *buf, size_t len, size_t done)
+{
+    while (done < len) {
+        ssize_t n = sock_write(fd, buf + done, len - done);
+        if (n <= 0)
+            return -1;
+        done += static_cast<size_t>(n);
+    }
+    return 0;
+}
+
+} // namespace
+
+// Header and value leave in one call, so the client wakes once for the
+// whole record rather than once for the header and again for the value.
 int jres_tlv_write(int fd, const char *data, uint32_t len)
 {
     if (!data || fd < 0 || len == 0) {
@@ -58,21 +149,21 @@ int jres_tlv_write(int fd, const char *data, uint32_t len)
         return -1;
     }
     uint32_t header[2] = {htonl(TLV_RESPONSE), htonl(len)};
-    if (sock_write(fd, header, sizeof(header)) <= 0) {
+    iovec iov[2] = {{.iov_base = header, .iov_len = sizeof header},
+                    {.iov_base = const_cast<char *>(data), .iov_len = len}};
+    ssize_t n = sock_writev(fd, iov, 2);
+    size_t sent = n > 0 ? static_cast<size_t>(n) : 0;
+    if (n <= 0 || finish_write(fd, reinterpret_cast<const uint8_t *>(header), sizeof header,
+                               std::min(sent, sizeof header)) != 0) {
         DS_ERR("Socket write TLV type and length failed.");
         return -1;
     }
-    size_t off = 0;
-    ssize_t n;
-    do {
-        n = sock_write(fd, data + off, len - off);
-        if (n > 0)
-            off += static_cast<size_t>(n);
-    } while (n > 0 && off < len);
-    if (n > 0)
-        return 0;
-    DS_ERR("Socket write TLV value failed.");
-    return -1;
+    sent = sent > sizeof header ? sent - sizeof header : 0;
+    if (finish_write(fd, reinterpret_cast<const uint8_t *>(data), len, sent) != 0) {
+        DS_ERR("Socket write TLV value failed.");
+        return -1;
+    }
+    return 0;
 }
 
 int make_error_response(int fd, int32_t code)

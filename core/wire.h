@@ -13,6 +13,23 @@ enum { TLV_INFO_MAX = 32768, TLV_REQUEST_MAX = 262144 };
 // One read with up to 100 retries on EAGAIN/EINTR. Bytes read (NUL written at
 // buf[n], so buf holds len + 1), 0 at end of stream, -1 on error. Worker thread.
 ssize_t sock_read(int fd, uint8_t *buf, size_t len);
+// Read-ahead for one connection's records: small records usually arrive
+// together, so one read serves a header and the values behind it instead of
+// one system call each. Lives on the worker's stack for one connection.
+enum { SOCK_READAHEAD = 4096 };
+struct sock_reader {
+    int fd;
+    size_t pos, end;                  // unread bytes are data[pos, end)
+    uint8_t data[SOCK_READAHEAD + 1]; // + 1: sock_read's NUL
+};
+
+// Starts an empty read-ahead on fd.
+void sock_reader_init(sock_reader *r, int fd);
+// sock_read through the read-ahead, with the same results: up to len bytes
+// (what has arrived so far, never waiting for more once some are at hand),
+// NUL written at buf[n] (buf holds len + 1), 0 at end of stream, -1 on error.
+// Lengths the read-ahead cannot hold are read straight into buf. Worker thread.
+ssize_t sock_reader_read(sock_reader *r, uint8_t *buf, size_t len);
 // One write, repeated only on EAGAIN/EINTR (100 calls at most). Last result.
 ssize_t sock_write(int fd, const void *buf, size_t len);
 // Writes a whole type-3 record. 0 or -1.

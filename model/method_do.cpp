@@ -182,6 +182,7 @@ static int forward_serialise(ds_context *ctx, json_object *msg)
     const char *text = msg ? jso_to_string(msg) : nullptr;
     if (!text || !ctx->buf || strlen(text) + 1 > ctx->buf_size)
         return -1;
+    context_note_buf_used(ctx, strlen(text) + 1);
     memcpy(ctx->buf, text, strlen(text) + 1);
     return 0;
 }

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -63,6 +64,8 @@ TEST_F(ContextPool, ReleaseClearsEverythingAndClosesTheConnection)
     EXPECT_EQ(ctx->user, nullptr);
     EXPECT_EQ(ctx->req_obj, nullptr);
     EXPECT_FALSE(context_test_mark(ctx, DS_MARK_ALARM_INPUT_BYTE, DS_MARK_ALARM_INPUT_BIT));
+    ASSERT_NE(ctx->buf, nullptr);
+    EXPECT_EQ(std::count(ctx->buf, ctx->buf + DS_BUF_SIZE, 0), DS_BUF_SIZE); // the next request's
     char c;
     EXPECT_EQ(read(sv[1], &c, 1), 0);
     close(sv[1]);

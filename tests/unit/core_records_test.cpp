@@ -77,7 +77,9 @@ protected:
 
 TEST_F(Records, IdentityAndMethodAreStored)
 {
-    ASSERT_EQ(parse(info(3, 9, "op%20one") + rec(2, R"({"method":"forward"})")), 0);
+    // Bytes after the two records are never parsed.
+    std::string junk = rec(2, "{") + "junk";
+    ASSERT_EQ(parse(info(3, 9, "op%20one") + rec(2, R"({"method":"forward"})") + junk), 0);
     EXPECT_STREQ(ctx->user, "op one"); // the info record is decoded whatever the kind
     EXPECT_EQ(ctx->group, 3);
     EXPECT_EQ(ctx->client, 9);
@@ -291,6 +293,31 @@ TEST(Wire, ShortReadsEndOfStreamAndClosedPeer)
     EXPECT_EQ(sock_read(p.fd[0], buf, 0), -1);
     signal(SIGPIPE, SIG_IGN);
     EXPECT_EQ(make_error_response(p.fd[0], -40101), -1);
+}
+
+// The read-ahead must hand out what a plain read would have: a value split
+// across its edge comes whole from one call when the rest has arrived, and
+// no call waits for bytes that have not.
+TEST(Wire, ReadAheadHandsOutWhatHasArrived)
+{
+    Pair p;
+    sock_reader rd;
+    sock_reader_init(&rd, p.fd[0]);
+    static uint8_t buf[SOCK_READAHEAD + 1];
+    auto text = [&](size_t n) { return std::string(reinterpret_cast<char *>(buf), n); };
+    ASSERT_EQ(write(p.fd[1], "headerABvalue", 13), 13);
+    ASSERT_EQ(sock_reader_read(&rd, buf, 8), 8);
+    ASSERT_EQ(write(p.fd[1], "-rest", 5), 5);
+    ASSERT_EQ(sock_reader_read(&rd, buf, 10), 10);
+    EXPECT_EQ(text(11), std::string("value-rest\0", 11));
+    ASSERT_EQ(write(p.fd[1], "xy", 2), 2);
+    EXPECT_EQ(sock_reader_read(&rd, buf, 16), 2);
+    ASSERT_EQ(write(p.fd[1], "big", 3), 3);
+    EXPECT_EQ(sock_reader_read(&rd, buf, SOCK_READAHEAD), 3); // straight into buf
+    EXPECT_EQ(text(4), std::string("big\0", 4));
+    close(p.fd[1]);
+    p.fd[1] = -1;
+    EXPECT_EQ(sock_reader_read(&rd, buf, 8), 0);
 }
 
 } // namespace
