@@ -535,6 +535,8 @@ static int set_section_alone(uci_context *ctx, const char *package, const char *
     if (!plain_request(section, obj) || !uci_cache_ticket_take(package, &ticket) ||
         !uci_snapshot_section_config(*ticket.snap, section, &text))
         return 1;
+    if (json_object_object_length(obj) == 0)
+        return 0; // the section is there and nothing is to be written
     uci_package *p = import_alone(ctx, package, text);
     uci_ptr ptr;
     if (!p || lookup(ctx, &ptr, package, section, nullptr, nullptr) != UCI_OK || !ptr.s) {

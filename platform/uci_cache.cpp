@@ -492,10 +492,12 @@ bool log_grew_by(const uci_cache_ticket &t, const package_id &after, const char 
                  const std::string &tail)
 {
     const file_id &was = t.log, &now = after.log;
-    if (!same_file(t.conf, after.conf) || !now.present)
+    if (!same_file(t.conf, after.conf))
         return false;
     if (tail.empty())
         return same_file(was, now);
+    if (!now.present)
+        return false;
     if (was.present && (was.dev != now.dev || was.ino != now.ino))
         return false;
     off_t from = was.present ? was.size : 0;
