@@ -386,6 +386,16 @@ uci_snapshot_ref open_snapshot(const char *package, bool fill)
     return snap;
 }
 
+// Whether a snapshot of `package` would be kept: its file is small beside
+// the cache (the snapshot takes some three times the file).
+bool worth_filling(const char *package)
+{
+    if (!cache_enabled() || !plain_package(package))
+        return false;
+    file_id conf = stat_package(package).conf;
+    return conf.present && conf.size < static_cast<off_t>(UCI_CACHE_BYTES / 6);
+}
+
 // The wanted sections as get_uci_package forms them, from the package as
 // `ctx` loads it; a package that cannot be loaded fails as there, with its
 // traces. Names are compared as keys, never parsed as lookup expressions.
@@ -631,10 +641,15 @@ json_object *uci_snapshot_section_type(const uci_snapshot &snap, const char *typ
 
 json_object *uci_cache_package_part(uci_context *ctx, const char *package, json_object *wanted)
 {
-    // A miss reads through the request's context, which then holds the
-    // package for the staging that follows: one parse, as without a cache.
+    // A miss fills the cache when the package fits it well: the set's
+    // staging then imports only its sections and keeps the snapshot current,
+    // so back-to-back sets parse nothing. A package too large to keep is
+    // read through the request's context, which then holds it for the
+    // staging that follows: one parse, as without a cache.
     uci_snapshot_ref snap =
         json_object_is_type(wanted, json_type_object) ? open_snapshot(package, false) : nullptr;
+    if (!snap && json_object_is_type(wanted, json_type_object) && worth_filling(package))
+        snap = open_snapshot(package, true);
     if (!snap)
         return part_through_context(ctx, package, wanted);
     json_object *obj = json_object_new_object();
