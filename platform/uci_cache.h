@@ -6,10 +6,11 @@
 // the package's write generation is unchanged and the identity of the config
 // file and of its change log (device, inode, size, modification and change
 // times in nanoseconds) is the one it was read under. Every write this
-// process makes to a package must be followed by uci_cache_drop before the
-// writing request answers; writers outside the process (the uci command line,
-// an editor) are seen through the file identity. Requests still stage their
-// own changes through their own uci context: snapshots are never written.
+// process makes to a package must be followed by uci_cache_drop (or, for a
+// set staged alone, uci_cache_patch) before the writing request answers;
+// writers outside the process (the uci command line, an editor) are seen
+// through the file identity. Requests still stage their own changes through
+// their own uci context: a snapshot is never written, only replaced.
 #pragma once
 
 #include <sys/types.h>
