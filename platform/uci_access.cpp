@@ -11,7 +11,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
+#include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 
 #include "platform/paths.h"
@@ -404,6 +407,155 @@ json_object *get_uci_option(uci_context *ctx, const char *package, const char *s
     return val;
 }
 
+// Whether `ctx` holds `package` already (loaded, imported or staged into).
+static bool package_loaded(uci_context *ctx, const char *package)
+{
+    uci_element *e;
+    uci_foreach_element(&ctx->root, e) {
+        if (!strcmp(e->name, package))
+            return true;
+    }
+    return false;
+}
+
+// A requested value written and logged on one line: a string, an integer or
+// a list of them, without line breaks.
+static bool plain_value(json_object *v)
+{
+    if (json_object_is_type(v, json_type_int))
+        return true;
+    if (json_object_is_type(v, json_type_string))
+        return !strpbrk(json_object_get_string(v), "\n\r");
+    if (!json_object_is_type(v, json_type_array) || json_object_array_length(v) == 0)
+        return false;
+    for (size_t i = 0; i < json_object_array_length(v); i++) {
+        json_object *ele = json_object_array_get_idx(v, i);
+        if (!ele || json_object_is_type(ele, json_type_array) || !plain_value(ele))
+            return false;
+    }
+    return true;
+}
+
+static bool plain_request(const char *section, json_object *obj)
+{
+    if (!uci_section_name_ok(section))
+        return false;
+    json_object_object_foreach(obj, key, val) {
+        if (!uci_section_name_ok(key) || !plain_value(val))
+            return false;
+    }
+    return true;
+}
+
+static void change_line(std::string *out, char prefix, const std::string &where, const char *value)
+{
+    if (prefix)
+        out->push_back(prefix);
+    out->append(where);
+    if (value) {
+        out->append("='");
+        for (const char *c = value; *c; c++)
+            *c == '\'' ? (void)out->append("'\\''") : out->push_back(*c);
+        out->push_back('\'');
+    }
+    out->push_back('\n');
+}
+
+// The change lines write_member's edits of `obj` append for section `s`
+// (as imported, before the edits): a changed string, an emptied option's
+// removal, a list's removal and one append per item.
+static std::string expected_changes(const uci_section *s, const char *package, json_object *obj)
+{
+    std::map<std::string, std::string> strings;
+    std::set<std::string> present;
+    uci_element *e;
+    uci_foreach_element(&s->options, e) {
+        present.insert(e->name);
+        if (uci_to_option(e)->type == UCI_TYPE_STRING)
+            strings[e->name] = uci_to_option(e)->v.string;
+    }
+    std::string out, base = std::string(package) + "." + s->e.name + ".";
+    json_object_object_foreach(obj, key, val) {
+        std::string where = base + key;
+        char buf[32];
+        const char *text = nullptr;
+        bool list = json_object_is_type(val, json_type_array);
+        if (!list && !value_text(val, buf, sizeof buf, &text))
+            continue;
+        auto same = strings.find(key);
+        if (!list && *text && same != strings.end() && same->second == text)
+            continue;
+        if ((list || !*text) && present.erase(key))
+            change_line(&out, '-', where, nullptr);
+        strings.erase(key);
+        if (!list && *text) {
+            change_line(&out, 0, where, text);
+            strings[key] = text;
+            present.insert(key);
+        }
+        for (size_t i = 0; list && i < json_object_array_length(val); i++) {
+            if (value_text(json_object_array_get_idx(val, i), buf, sizeof buf, &text)) {
+                change_line(&out, '|', where, text);
+                present.insert(key);
+            }
+        }
+    }
+    return out;
+}
+
+struct memstream_close {
+    void operator()(FILE *f) const { fclose(f); }
+};
+
+// Imports the one config block `text` into `ctx` as `package`; its changes
+// are then appended to the change log on save, never committed.
+static uci_package *import_alone(uci_context *ctx, const char *package, std::string &text)
+{
+    std::unique_ptr<FILE, memstream_close> in(fmemopen(text.data(), text.size(), "r"));
+    uci_package *p = nullptr;
+    if (!in || uci_import(ctx, in.get(), package, &p, true) != UCI_OK || !p) {
+        dsd_uci_unload(ctx, package);
+        return nullptr;
+    }
+    p->has_delta = true;
+    return p;
+}
+
+// A set of one named section staged without loading the whole package: the
+// section alone is imported from the read cache, edited and saved, the
+// cache patched with the result, and the partial package unloaded before
+// anything else can read it through `ctx`. 1 when this cannot serve (the
+// caller takes the usual path), else the usual result. Caller holds the
+// package's lock.
+static int set_section_alone(uci_context *ctx, const char *package, const char *section,
+                             json_object *obj)
+{
+    uci_cache_ticket ticket{};
+    std::string text;
+    if (!plain_request(section, obj) || !uci_cache_ticket_take(package, &ticket) ||
+        !uci_snapshot_section_config(*ticket.snap, section, &text))
+        return 1;
+    if (json_object_object_length(obj) == 0)
+        return 0; // the section is there and nothing is to be written
+    uci_package *p = import_alone(ctx, package, text);
+    uci_ptr ptr;
+    if (!p || lookup(ctx, &ptr, package, section, nullptr, nullptr) != UCI_OK || !ptr.s) {
+        dsd_uci_unload(ctx, package);
+        return 1;
+    }
+    std::string tail = expected_changes(ptr.s, package, obj);
+    json_object_object_foreach(obj, key, val) {
+        write_member(ctx, package, section, key, val);
+    }
+    int rc = dsd_uci_save(ctx, p);
+    if (rc == 0 && lookup(ctx, &ptr, package, section, nullptr, nullptr) == UCI_OK && ptr.s)
+        uci_cache_patch(ticket, package, ptr.s, tail);
+    else
+        uci_cache_drop(package);
+    dsd_uci_unload(ctx, package);
+    return rc == 0 ? 0 : -1;
+}
+
 int set_uci_section(uci_context *ctx, const char *package, const char *section, json_object *obj)
 {
     if (!ctx || !package || !section || !obj)
@@ -411,6 +563,14 @@ int set_uci_section(uci_context *ctx, const char *package, const char *section, 
     if (!json_object_is_type(obj, json_type_object)) {
         DS_ERR("json type error.");
         return -1;
+    }
+    if (!package_loaded(ctx, package)) {
+        pkg_lock_scope scope; // released here unless the caller held it already
+        if (pkg_lock(package) != 0)
+            return -1;
+        int rc = set_section_alone(ctx, package, section, obj);
+        if (rc != 1)
+            return rc;
     }
     uci_ptr ptr;
     int rc = lookup(ctx, &ptr, package, section, nullptr, nullptr);
@@ -632,12 +792,24 @@ int delete_opt_value(uci_context *ctx, const char *package, const char *section,
                     section, option, value);
 }
 
+static bool config_present(uci_context *ctx, const char *package)
+{
+    struct stat st;
+    std::string path = std::string(ctx->confdir) + "/" + package;
+    return lstat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
 // Stages the context's changes of `package` under its lock; the package
 // handle through *p.
 static int stage_locked(uci_context *ctx, const char *package, uci_package **p)
 {
     if (pkg_lock(package) != 0)
         return -1;
+    // A context without the package holds no change of it (a set staged
+    // alone saved and unloaded its section): nothing to write, nor to drop.
+    *p = nullptr;
+    if (!package_loaded(ctx, package) && config_present(ctx, package))
+        return 0;
     uci_cache_drop_guard drop{package};
     uci_ptr ptr;
     if (lookup(ctx, &ptr, package, nullptr, nullptr, nullptr) != UCI_OK || !ptr.p) {
@@ -672,7 +844,7 @@ int dummy_commit_package(uci_context *ctx, const char *package)
         DS_ERR("uci_save error");
         return -1;
     }
-    if (uci_dummy_commit(ctx, &p, false) != UCI_OK) {
+    if (p && uci_dummy_commit(ctx, &p, false) != UCI_OK) {
         DS_ERR("uci_dummy_commit error");
         return -1;
     }

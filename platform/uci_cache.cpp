@@ -1,7 +1,9 @@
 #include "platform/uci_cache.h"
 
 #include <json-c/json.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <uci.h>
 
 #include <cstdint>
@@ -46,13 +48,7 @@ struct uci_snapshot {
 
 namespace {
 
-struct file_id {
-    bool present;
-    dev_t dev;
-    ino_t ino;
-    off_t size;
-    timespec mtime, ctime;
-};
+using file_id = uci_file_stamp;
 
 // What a package's readers load: the config file and its change log.
 struct package_id {
@@ -390,6 +386,16 @@ uci_snapshot_ref open_snapshot(const char *package, bool fill)
     return snap;
 }
 
+// Whether a snapshot of `package` would be kept: its file is small beside
+// the cache (the snapshot takes some three times the file).
+bool worth_filling(const char *package)
+{
+    if (!cache_enabled() || !plain_package(package))
+        return false;
+    file_id conf = stat_package(package).conf;
+    return conf.present && conf.size < static_cast<off_t>(UCI_CACHE_BYTES / 6);
+}
+
 // The wanted sections as get_uci_package forms them, from the package as
 // `ctx` loads it; a package that cannot be loaded fails as there, with its
 // traces. Names are compared as keys, never parsed as lookup expressions.
@@ -408,6 +414,172 @@ json_object *part_through_context(uci_context *ctx, const char *package, json_ob
             json_object_object_add(obj, e->name, single_section(uci_to_section(e)));
     }
     return obj;
+}
+
+
+// Names the config syntax and the change log carry without quoting.
+bool plain_name(const char *s)
+{
+    if (!s || !*s)
+        return false;
+    for (; *s; s++) {
+        char c = *s;
+        if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_'))
+            return false;
+    }
+    return true;
+}
+
+// A value whose quoted form reads back as itself on one line.
+bool one_line(const char *s)
+{
+    return !strpbrk(s, "\n\r");
+}
+
+void append_quoted(std::string *out, const char *s)
+{
+    out->push_back('\'');
+    for (; *s; s++) {
+        if (*s == '\'')
+            out->append("'\\''");
+        else
+            out->push_back(*s);
+    }
+    out->push_back('\'');
+}
+
+// One option as config text; false for what a replay could read otherwise.
+bool option_config(const uci_snapshot &s, const uci_snapshot::option &o, std::string *out)
+{
+    const char *name = s.text.data() + o.name;
+    if (!plain_name(name) || o.n_vals == 0)
+        return false;
+    for (int32_t i = 0; i < (o.n_vals < 0 ? 1 : o.n_vals); i++) {
+        const char *v = s.text.data() + (o.n_vals < 0 ? o.first : s.values[o.first + i]);
+        if (!one_line(v))
+            return false;
+        out->append(o.n_vals < 0 ? "\toption " : "\tlist ").append(name).push_back(' ');
+        append_quoted(out, v);
+        out->push_back('\n');
+    }
+    return true;
+}
+
+bool list_clean(const uci_option *o)
+{
+    if (uci_list_empty(&o->v.list))
+        return false;
+    uci_element *v;
+    uci_foreach_element(&o->v.list, v) {
+        if (!v->name || !one_line(v->name))
+            return false;
+    }
+    return true;
+}
+
+// Whether the staged section holds only what the snapshot can store and a
+// replay reads back unchanged.
+bool section_clean(const uci_section *sec)
+{
+    if (!plain_name(sec->e.name) || !plain_name(sec->type))
+        return false;
+    uci_element *e;
+    uci_foreach_element(&sec->options, e) {
+        const uci_option *o = uci_to_option(e);
+        if (!plain_name(e->name) || (o->type != UCI_TYPE_STRING && o->type != UCI_TYPE_LIST))
+            return false;
+        if (o->type == UCI_TYPE_STRING && (!o->v.string || !one_line(o->v.string)))
+            return false;
+        if (o->type == UCI_TYPE_LIST && !list_clean(o))
+            return false;
+    }
+    return true;
+}
+
+// Whether the log grew by exactly `tail` since the ticket and the config
+// file kept its identity: the bytes are read back and compared.
+bool log_grew_by(const uci_cache_ticket &t, const package_id &after, const char *package,
+                 const std::string &tail)
+{
+    const file_id &was = t.log, &now = after.log;
+    if (!same_file(t.conf, after.conf))
+        return false;
+    if (tail.empty())
+        return same_file(was, now);
+    if (!now.present)
+        return false;
+    if (was.present && (was.dev != now.dev || was.ino != now.ino))
+        return false;
+    off_t from = was.present ? was.size : 0;
+    if (now.size != from + static_cast<off_t>(tail.size()))
+        return false;
+    int fd = open((dsd_path("/tmp/.uci/") + package).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (fd < 0)
+        return false;
+    std::string text(tail.size() + 1, '\0');
+    ssize_t got = pread(fd, text.data(), text.size(), from);
+    close(fd);
+    return got == static_cast<ssize_t>(tail.size()) && text.compare(0, tail.size(), tail) == 0;
+}
+
+// `old` with section `idx` replaced by `sec`. The text block is copied and
+// the new strings appended (the old ones stay unused until the next load);
+// the name index is rebased onto the copy, the stored texts spliced.
+uci_snapshot_ref patched_snapshot(const uci_snapshot &old, uint32_t idx, const uci_section *sec)
+{
+    auto snap = std::make_shared<uci_snapshot>();
+    snap->text.reserve(old.text.size() + 1024);
+    snap->text = old.text;
+    snap->options = old.options;
+    snap->values = old.values;
+    snap->sections = old.sections;
+    uci_snapshot::section &rec = snap->sections[idx];
+    rec.first_opt = static_cast<uint32_t>(snap->options.size());
+    uci_element *e;
+    uci_foreach_element(&sec->options, e) {
+        put_option(snap.get(), uci_to_option(e));
+    }
+    rec.n_opts = static_cast<uint32_t>(snap->options.size()) - rec.first_opt;
+    snap->by_name = old.by_name;
+    for (name_index::slot &slot : snap->by_name.slots) {
+        if (slot.name)
+            slot.name = snap->text.data() + (slot.name - old.text.data());
+    }
+    json_object *obj = section_json(*snap, rec);
+    size_t len = 0;
+    const char *text = json_object_to_json_string_length(obj, JSON_C_TO_STRING_SPACED, &len);
+    uint32_t begin = idx ? old.json_end[idx - 1] : 0, end = old.json_end[idx];
+    snap->json.reserve(old.json.size() - (end - begin) + len);
+    snap->json.append(old.json, 0, begin).append(text, len).append(old.json, end, std::string::npos);
+    json_object_put(obj);
+    snap->json_end = old.json_end;
+    int64_t shift = static_cast<int64_t>(len) - (end - begin);
+    for (size_t i = idx; i < snap->json_end.size(); i++)
+        snap->json_end[i] = static_cast<uint32_t>(snap->json_end[i] + shift);
+    return snap;
+}
+
+// Swaps the patched snapshot in when the ticket's one is still the current
+// entry; bumps the generation as a drop does in every case.
+void install_patch(const char *package, const uci_cache_ticket &t, const uci_snapshot_ref &snap,
+                   const package_id &after)
+{
+    size_t bytes = snap ? snapshot_bytes(*snap) : 0;
+    cache_state &c = cache();
+    std::lock_guard<std::mutex> guard(c.lock);
+    package_state &st = c.packages[package];
+    auto it = c.entries.find(package);
+    bool keep = snap && st.gen == t.gen && it != c.entries.end() && it->second.snap == t.snap &&
+                bytes <= UCI_CACHE_BYTES / 2;
+    st.gen++;
+    st.trusted = true;
+    st.after_write = after;
+    forget_entry(c, package);
+    if (!keep)
+        return;
+    make_room(c, bytes);
+    c.entries.emplace(package, cache_entry{snap, after, st.gen, ++c.clock, bytes});
+    c.bytes += bytes;
 }
 
 } // namespace
@@ -469,10 +641,15 @@ json_object *uci_snapshot_section_type(const uci_snapshot &snap, const char *typ
 
 json_object *uci_cache_package_part(uci_context *ctx, const char *package, json_object *wanted)
 {
-    // A miss reads through the request's context, which then holds the
-    // package for the staging that follows: one parse, as without a cache.
+    // A miss fills the cache when the package fits it well: the set's
+    // staging then imports only its sections and keeps the snapshot current,
+    // so back-to-back sets parse nothing. A package too large to keep is
+    // read through the request's context, which then holds it for the
+    // staging that follows: one parse, as without a cache.
     uci_snapshot_ref snap =
         json_object_is_type(wanted, json_type_object) ? open_snapshot(package, false) : nullptr;
+    if (!snap && json_object_is_type(wanted, json_type_object) && worth_filling(package))
+        snap = open_snapshot(package, true);
     if (!snap)
         return part_through_context(ctx, package, wanted);
     json_object *obj = json_object_new_object();
@@ -503,4 +680,45 @@ size_t uci_cache_bytes(void)
     cache_state &c = cache();
     std::lock_guard<std::mutex> guard(c.lock);
     return c.bytes;
+}
+
+bool uci_cache_ticket_take(const char *package, uci_cache_ticket *t)
+{
+    if (!t || !cache_enabled() || !plain_package(package))
+        return false;
+    package_id id = stat_package(package);
+    uint64_t gen = 0;
+    t->snap = current_entry(package, id, &gen);
+    t->gen = gen;
+    t->conf = id.conf;
+    t->log = id.log;
+    return t->snap != nullptr;
+}
+
+bool uci_snapshot_section_config(const uci_snapshot &snap, const char *section, std::string *text)
+{
+    const uci_snapshot::section *sec = section ? find_section(snap, section) : nullptr;
+    if (!sec || !plain_name(snap.text.data() + sec->name) || !plain_name(snap.text.data() + sec->type))
+        return false;
+    text->assign("config ").append(snap.text.data() + sec->type).append(" '");
+    text->append(snap.text.data() + sec->name).append("'\n");
+    for (uint32_t i = 0; i < sec->n_opts; i++) {
+        if (!option_config(snap, snap.options[sec->first_opt + i], text))
+            return false;
+    }
+    return true;
+}
+
+void uci_cache_patch(const uci_cache_ticket &t, const char *package, const uci_section *s,
+                     const std::string &tail)
+{
+    if (!cache_enabled() || !plain_package(package))
+        return;
+    package_id after = stat_package(package);
+    uint32_t idx = 0;
+    uci_snapshot_ref snap;
+    if (t.snap && s && section_clean(s) && name_index_find(t.snap->by_name, s->e.name, &idx) &&
+        log_grew_by(t, after, package, tail))
+        snap = patched_snapshot(*t.snap, idx, s);
+    install_patch(package, t, snap, after);
 }

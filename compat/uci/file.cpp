@@ -206,6 +206,10 @@ int uci_save(struct uci_context *ctx, struct uci_package *p)
 {
     if (!ctx || !p)
         return uci_set_error(ctx, UCI_ERR_INVAL, __func__);
+    // Like uci: a package that was not loaded from the config directory
+    // (an import) has no change log, and saving it commits it.
+    if (!p->has_delta)
+        return uci_commit(ctx, &p, false);
     auto &pending = pkg_priv(p)->pending;
     if (pending.empty())
         return UCI_OK;
@@ -250,6 +254,8 @@ int uci_commit(struct uci_context *ctx, struct uci_package **package, bool overw
     if (!ctx || !package || !*package)
         return uci_set_error(ctx, UCI_ERR_INVAL, __func__);
     uci_package *p = *package;
+    if (!p->path && !overwrite) // uci merges only into the file a package came from
+        return uci_set_error(ctx, UCI_ERR_INVAL, __func__);
     std::string path = p->path ? p->path : pkg_file(ctx->confdir, p->e.name);
     if (!ensure_dir(ctx->savedir))
         return uci_set_error(ctx, UCI_ERR_IO, __func__);
@@ -260,6 +266,11 @@ int uci_commit(struct uci_context *ctx, struct uci_package **package, bool overw
         if (rc == UCI_OK && truncate(pkg_file(ctx->savedir, p->e.name).c_str(), 0) != 0 &&
             errno != ENOENT)
             rc = UCI_ERR_IO;
+        pkg_priv(p)->pending.clear();
+    } else if (!p->has_delta) {
+        // Without a change log uci writes the package as it is in memory.
+        fd_closer cfg{open_locked(path, O_RDWR | O_CREAT, LOCK_EX)};
+        rc = cfg.fd < 0 ? UCI_ERR_IO : write_atomically(p, path);
         pkg_priv(p)->pending.clear();
     } else {
         rc = uci_save(ctx, p);
@@ -285,6 +296,7 @@ int uci_import(struct uci_context *ctx, FILE *stream, const char *name,
     std::unique_ptr<uci_package, void (*)(uci_package *)> p(uci_pkg_new(ctx, name), uci_pkg_free);
     if (!p)
         return uci_set_error(ctx, UCI_ERR_MEM, __func__);
+    p->has_delta = false; // only a load from the config directory has a change log
     int rc = uci_parse_config(p.get(), text, nullptr);
     if (rc != UCI_OK)
         return uci_set_error(ctx, rc, __func__);

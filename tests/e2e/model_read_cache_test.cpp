@@ -145,6 +145,14 @@ TEST_F(ReadCache, OtherWritersAndRestoreAreSeenByTheNextGet)
 // Mirrors the store of one root into another, as one consistent picture:
 // the copy is retried while the source changes under it (a background flush
 // moves changes from the log into the file).
+std::string json_quote(const char *text)
+{
+    json_object *str = json_object_new_string(text);
+    std::string out = json_object_to_json_string_ext(str, JSON_C_TO_STRING_PLAIN);
+    json_object_put(str);
+    return out;
+}
+
 void mirror_store(const dsd_harness &from, const dsd_harness &to)
 {
     namespace fs = std::filesystem;
@@ -198,13 +206,19 @@ TEST(ReadCacheAgreement, CachedAndUncachedAnswersAgreeWithConcurrentWriters)
         // a repeated name keeps its first place; two modules in one answer
         R"({"method":"get","motion_detection":{"name":["chn2_motion_det","chn1_motion_det","chn2_motion_det"]},)"
         R"("protocol":{"name":["wan"]}})",
+        R"({"method":"get","alarm_input_output":{"name":["alarm1_input_set","alarm2_input_set"]}})",
     };
+    // A list a set of the same section must carry along; names with a quote
+    // or none at all must read back as they were set.
+    append(cached.path("/tmp/.uci/motion_detection"),
+           "|motion_detection.chn1_motion_det.zones='a b'\n|motion_detection.chn1_motion_det.zones='it'\\''s'\n");
+    const char *names[] = {"It's \"one\"", "", "Alarm In ''", "plain"};
     auto writer = [&](unsigned seed, int ops, bool external) {
         std::mt19937 rng(seed);
         for (int i = 0; i < ops; ++i) {
             int ch = 1 + static_cast<int>(rng() % 3);
             std::string sec = "chn" + std::to_string(ch) + "_motion_det";
-            switch (rng() % 4) {
+            switch (rng() % 5) {
             case 0:
                 cached.request(R"({"method":"set","protocol":{"wan":{"mtu":")" +
                                std::to_string(576 + rng() % 900) + "\"}}}");
@@ -220,6 +234,10 @@ TEST(ReadCacheAgreement, CachedAndUncachedAnswersAgreeWithConcurrentWriters)
                     break;
                 }
                 [[fallthrough]];
+            case 3:
+                cached.request(R"({"method":"set","alarm_input_output":{"alarm)" + std::to_string(1 + rng() % 2) +
+                               R"(_input_set":{"alarm_name":)" + json_quote(names[rng() % 4]) + "}}}");
+                break;
             default:
                 cached.request(reads[rng() % reads.size()]);
             }

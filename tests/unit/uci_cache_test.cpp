@@ -160,3 +160,31 @@ TEST(UciCache, ReadersNeverGoBackAndWritersReadTheirOwnWrites)
 }
 
 } // namespace
+
+// A set staged alone keeps the cache current, byte for byte as a fresh read;
+// a change log that grew by anything but the set's own lines drops it.
+TEST(UciCache, PatchedOnlyByItsOwnChangeLines)
+{
+    write_package("patch", "config s 'a'\n\toption x '1'\n\tlist l 'p'\nconfig s 'b'\n\toption y '2'\n");
+    uci_cache_drop("patch");
+    ASSERT_TRUE(uci_cache_open("patch"));
+    ctx_ptr ctx(dsd_uci_alloc());
+    json_object *req = json_tokener_parse(R"({"x":"it's","l":["q","r"],"z":""})");
+    ASSERT_EQ(set_uci_section(ctx.get(), "patch", "a", req), 0);
+    json_object_put(req);
+    uci_cache_ticket t{};
+    ASSERT_TRUE(uci_cache_ticket_take("patch", &t));
+    ctx_ptr fresh(dsd_uci_alloc());
+    for (const char *name : {"a", "b"})
+        EXPECT_EQ(text_of(uci_snapshot_section(*t.snap, name)),
+                  text_of(get_uci_section(fresh.get(), "patch", name)));
+
+    // A foreign line of the same length as the expected one.
+    uci_ptr ptr{};
+    ptr.package = "patch";
+    ptr.section = "a";
+    ASSERT_EQ(uci_lookup_ptr(fresh.get(), &ptr, nullptr, true), UCI_OK);
+    std::ofstream(test_root() + "/tmp/.uci/patch", std::ios::app) << "patch.a.x='2'\n";
+    uci_cache_patch(t, "patch", ptr.s, "patch.a.x='3'\n");
+    EXPECT_FALSE(uci_cache_ticket_take("patch", &t));
+}
