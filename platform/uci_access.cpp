@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <uci.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -25,6 +26,7 @@
 #include "platform/uci_dummy.h"
 #include "platform/uci_files.h"
 #include "platform/uci_flush.h"
+#include "platform/uci_watch.h"
 
 namespace {
 
@@ -218,8 +220,12 @@ int edit_one(uci_context *ctx, const edit_call &call, const char *package, const
 // directory must be a real one of ours, not writable by others; anything
 // else at the name is replaced before a context may use it.
 // Every request allocates a context, so the usual case (our own directory
-// there) is one lstat without a lock; one repair at a time otherwise.
+// there) is one lstat without a lock, or none while no change notice came
+// since it was last found ours (renaming, removing, chmod or chown of the
+// directory raise one, and the watch never follows a link); one repair at a
+// time otherwise.
 static std::mutex g_savedir_lock;
+static std::atomic<uint64_t> g_savedir_ok_epoch{0};
 
 static bool savedir_ours(const struct stat &st)
 {
@@ -228,10 +234,15 @@ static bool savedir_ours(const struct stat &st)
 
 static bool savedir_safe(void)
 {
+    uint64_t epoch = uci_watch_epoch();
+    if (epoch == g_savedir_ok_epoch.load(std::memory_order_acquire))
+        return true;
     std::string path = dsd_path("/tmp/.uci"); // DSD_ROOT may differ between tests
     struct stat st;
-    if (lstat(path.c_str(), &st) == 0 && savedir_ours(st))
+    if (lstat(path.c_str(), &st) == 0 && savedir_ours(st)) {
+        g_savedir_ok_epoch.store(epoch, std::memory_order_release);
         return true;
+    }
     std::string dir, name;
     if (!sf_split(path, &dir, &name))
         return false;

@@ -23,6 +23,7 @@
 #include "platform/pkg_lock.h"
 #include "platform/trace.h"
 #include "platform/uci_access.h"
+#include "platform/uci_watch.h"
 
 // All names and values of a package in one block of NUL-terminated texts,
 // with fixed-size records pointing into it: about the size of the file.
@@ -61,6 +62,10 @@ struct cache_entry {
     uint64_t gen;
     uint64_t used;
     size_t bytes;
+    // The change-notice epoch (uci_watch_epoch) at which `id` was last found
+    // on disk; 0 until then. While the epoch stays there, nothing in the
+    // directories changed and the identity need not be read again.
+    uint64_t seen_epoch = 0;
 };
 
 // Per package: the write generation, bumped by every drop, and the identity
@@ -282,7 +287,7 @@ void keep_snapshot(const char *package, const uci_snapshot_ref &snap, const pack
         return;
     forget_entry(c, package);
     make_room(c, bytes);
-    c.entries.emplace(package, cache_entry{snap, id, gen, ++c.clock, bytes});
+    c.entries.emplace(package, cache_entry{snap, id, gen, ++c.clock, bytes, 0});
     c.bytes += bytes;
 }
 
@@ -296,7 +301,10 @@ bool own_write(const char *package, const package_id &id)
 }
 
 // The cached snapshot when it is still current; its generation in *gen.
-uci_snapshot_ref current_entry(const char *package, const package_id &id, uint64_t *gen)
+// The cached snapshot when it is still current (its generation is the
+// package's and its identity `id`, read at change-notice `epoch`); the
+// package's generation in *gen.
+uci_snapshot_ref current_entry(const char *package, const package_id &id, uint64_t epoch, uint64_t *gen)
 {
     cache_state &c = cache();
     std::lock_guard<std::mutex> guard(c.lock);
@@ -306,6 +314,23 @@ uci_snapshot_ref current_entry(const char *package, const package_id &id, uint64
     *gen = st->second.gen;
     auto it = c.entries.find(package);
     if (it == c.entries.end() || it->second.gen != *gen || !same_package(it->second.id, id))
+        return nullptr;
+    it->second.used = ++c.clock;
+    it->second.seen_epoch = epoch;
+    return it->second.snap;
+}
+
+// The cached snapshot when no write of the daemon came since it was kept
+// and nothing in the uci directories changed since its identity was last
+// found on disk: then there is no need to read the identity again.
+uci_snapshot_ref unchanged_entry(const char *package, uint64_t epoch)
+{
+    cache_state &c = cache();
+    std::lock_guard<std::mutex> guard(c.lock);
+    auto st = c.packages.find(package);
+    auto it = c.entries.find(package);
+    if (st == c.packages.end() || it == c.entries.end() || it->second.gen != st->second.gen ||
+        it->second.seen_epoch != epoch)
         return nullptr;
     it->second.used = ++c.clock;
     return it->second.snap;
@@ -363,9 +388,14 @@ uci_snapshot_ref open_snapshot(const char *package, bool fill)
 {
     if (!cache_enabled() || !plain_package(package))
         return nullptr;
+    // The epoch is read before the identity: a change after it shows in
+    // the next epoch, whatever this stat saw.
+    uint64_t epoch = uci_watch_epoch();
+    if (uci_snapshot_ref same = unchanged_entry(package, epoch))
+        return same;
     package_id before = stat_package(package);
     uint64_t gen = 0;
-    uci_snapshot_ref hit = current_entry(package, before, &gen);
+    uci_snapshot_ref hit = current_entry(package, before, epoch, &gen);
     if (hit || !fill)
         return hit;
     // A flush renames the new file in and then cuts the change log: a load
@@ -578,7 +608,7 @@ void install_patch(const char *package, const uci_cache_ticket &t, const uci_sna
     if (!keep)
         return;
     make_room(c, bytes);
-    c.entries.emplace(package, cache_entry{snap, after, st.gen, ++c.clock, bytes});
+    c.entries.emplace(package, cache_entry{snap, after, st.gen, ++c.clock, bytes, 0});
     c.bytes += bytes;
 }
 
@@ -686,9 +716,10 @@ bool uci_cache_ticket_take(const char *package, uci_cache_ticket *t)
 {
     if (!t || !cache_enabled() || !plain_package(package))
         return false;
+    uint64_t epoch = uci_watch_epoch();
     package_id id = stat_package(package);
     uint64_t gen = 0;
-    t->snap = current_entry(package, id, &gen);
+    t->snap = current_entry(package, id, epoch, &gen);
     t->gen = gen;
     t->conf = id.conf;
     t->log = id.log;

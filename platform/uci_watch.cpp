@@ -24,6 +24,7 @@ struct watch_state {
     std::mutex lock;
     int fd = -1;
     int conf_wd = -1, log_wd = -1;
+    std::string root; // the directories watched are this root's
     bool started = false;
     uint64_t epoch = 0;
 };
@@ -34,15 +35,27 @@ watch_state &state(void)
     return s;
 }
 
-// (Re)adds a missing watch; true when both directories are watched.
-bool ensure_watches(watch_state &s)
+// (Re)adds missing watches. True only when both directories were already
+// watched: a watch added now misses what happened before it, so the caller
+// counts that as a change. A new root (tests change it within one process)
+// starts the watches afresh.
+bool watches_steady(watch_state &s)
 {
-    static const std::string conf = dsd_path("/etc/config"), log = dsd_path("/tmp/.uci");
+    const std::string &root = dsd_root();
+    if (root != s.root) {
+        for (int *wd : {&s.conf_wd, &s.log_wd}) {
+            if (*wd >= 0)
+                inotify_rm_watch(s.fd, *wd);
+            *wd = -1;
+        }
+        s.root = root;
+    }
+    bool steady = s.conf_wd >= 0 && s.log_wd >= 0;
     if (s.conf_wd < 0)
-        s.conf_wd = inotify_add_watch(s.fd, conf.c_str(), WATCH_EVENTS | WATCH_FLAGS);
+        s.conf_wd = inotify_add_watch(s.fd, dsd_path("/etc/config").c_str(), WATCH_EVENTS | WATCH_FLAGS);
     if (s.log_wd < 0)
-        s.log_wd = inotify_add_watch(s.fd, log.c_str(), WATCH_EVENTS | WATCH_FLAGS);
-    return s.conf_wd >= 0 && s.log_wd >= 0;
+        s.log_wd = inotify_add_watch(s.fd, dsd_path("/tmp/.uci").c_str(), WATCH_EVENTS | WATCH_FLAGS);
+    return steady;
 }
 
 // Reads every queued event; true when there was any. A watch the kernel
@@ -81,10 +94,8 @@ uint64_t uci_watch_epoch(void)
     }
     if (s.fd < 0)
         return ++s.epoch;
-    // A watch added now misses what happened before it: count this call as
-    // a change, as for any event.
-    bool watched = s.conf_wd >= 0 && s.log_wd >= 0;
-    if (drain(s) || !watched || !ensure_watches(s))
+    bool changed = drain(s);
+    if (!watches_steady(s) || changed)
         ++s.epoch;
     return s.epoch;
 }

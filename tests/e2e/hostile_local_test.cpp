@@ -127,18 +127,30 @@ TEST_F(HostileTmp, DestinationsAndUploadsStayInsideTmp)
     EXPECT_EQ(slurp(d.path("/etc/config/video")), "\nconfig main 'kept'\n");
 }
 
-TEST_F(HostileTmp, UciSaveDirectoryLinkIsReplacedAtStart)
+// Planted before start, and again while the daemon runs (after it has
+// found its own directory there and is only watching for changes).
+TEST_F(HostileTmp, UciSaveDirectoryLinkIsReplacedAtStartAndWhileRunning)
 {
     d.stop();
-    std::filesystem::remove_all(d.path("/tmp/.uci"));
-    ASSERT_EQ(symlink(victim().c_str(), d.path("/tmp/.uci").c_str()), 0);
+    auto plant = [&] {
+        std::filesystem::remove_all(d.path("/tmp/.uci"));
+        ASSERT_EQ(symlink(victim().c_str(), d.path("/tmp/.uci").c_str()), 0);
+    };
+    auto replaced = [&] {
+        struct stat st;
+        ASSERT_EQ(lstat(d.path("/tmp/.uci").c_str(), &st), 0);
+        EXPECT_TRUE(S_ISDIR(st.st_mode));
+        EXPECT_EQ(st.st_mode & 022, 0u);
+        EXPECT_EQ(snap(), before);
+    };
+    plant();
     ASSERT_TRUE(d.start()) << d.log();
     EXPECT_EQ(code(R"({"method":"set","system":{"sys":{"debug_mode":"2"}}})"), 0) << d.log();
-    struct stat st;
-    ASSERT_EQ(lstat(d.path("/tmp/.uci").c_str(), &st), 0);
-    EXPECT_TRUE(S_ISDIR(st.st_mode));
-    EXPECT_EQ(st.st_mode & 022, 0u);
-    EXPECT_EQ(snap(), before);
+    replaced();
+    EXPECT_EQ(code(R"({"method":"get","system":{"name":"sys"}})"), 0);
+    plant();
+    EXPECT_EQ(code(R"({"method":"set","system":{"sys":{"debug_mode":"1"}}})"), 0) << d.log();
+    replaced();
 }
 
 TEST_F(HostileTmp, LoginRecordAndSessionLinksAreNeverFollowed)
