@@ -96,21 +96,6 @@ ssize_t sock_reader_read(sock_reader *r, uint8_t *buf, size_t len)
     return static_cast<ssize_t>(n);
 }
 
-ssize_t sock_write(int fd, const void *buf, size_t len)
-{
-    if (fd < 0 || !buf || len == 0) {
-        DS_ERR("Invalid params.");
-        return -1;
-    }
-    ssize_t n = -1;
-    for (int calls = 0; calls < SOCK_RETRIES; calls++) {
-        n = write(fd, buf, len);
-        if (n != -1 || (errno != EAGAIN && errno != EINTR))
-            break;
-    }
-    return n;
-}
-
 namespace {
 
 // One writev, repeated only on EAGAIN/EINTR (100 calls at most). Last result.
@@ -124,6 +109,20 @@ ssize_t sock_writev(int fd, const iovec *iov, int count)
     }
     return n;
 }
+
+} // namespace
+
+ssize_t sock_write(int fd, const void *buf, size_t len)
+{
+    if (fd < 0 || !buf || len == 0) {
+        DS_ERR("Invalid params.");
+        return -1;
+    }
+    iovec one{const_cast<void *>(buf), len};
+    return sock_writev(fd, &one, 1);
+}
+
+namespace {
 
 // Writes bytes [0, len) of buf, given that `done` are out already: short
 // writes continue at the next offset. 0, or -1 when a write makes no progress.
