@@ -59,10 +59,12 @@ bool parse_int(reader *r, json_object **out)
     if (*d < '0' || *d > '9' || (*d == '0' && (negative || (d[1] >= '0' && d[1] <= '9'))))
         return false;
     int64_t v = 0;
-    int digits = 0;
-    for (; *d >= '0' && *d <= '9'; d++, digits++)
+    for (int digits = 0; *d >= '0' && *d <= '9'; d++) {
+        if (++digits > PLAIN_MAX_DIGITS)
+            return false;
         v = v * 10 + (*d - '0');
-    if (digits > PLAIN_MAX_DIGITS || *d == '.' || *d == 'e' || *d == 'E')
+    }
+    if (*d == '.' || *d == 'e' || *d == 'E')
         return false;
     r->p = d;
     *out = json_object_new_int64(negative ? -v : v);
