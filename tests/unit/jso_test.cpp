@@ -123,8 +123,9 @@ TEST(FastParse, PlainTextsParseAsJsonCAndTheRestIsLeftToIt)
          {R"({"a":"x\"y"})", R"({"a":"\u00e9"})", R"({"a":1.5})", R"({"a":1e3})", R"({"a":0123})", R"({"a":-0})",
           R"({"a":9999999999999999999})", R"({"a":1,})", "[1,]", R"({'a':1})", "{/*c*/}", "\v{}",
           R"({"a":NaN})", R"({"a":nul})", R"({"a":truex})", R"({"a":1} x)", "\"top\"", "5", "",
-          R"({"a":"tab	in"})", R"({"a":[)", std::string(40, '[').c_str()})
+          R"({"a":"tab	in"})", R"({"a":[)"})
         expect_same_as_json_c(other, false);
+    expect_same_as_json_c(std::string(40, '[').c_str(), false);  // deeper than json-c allows
 }
 
 // Random plain requests with one byte changed: whatever the fast reader
