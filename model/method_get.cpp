@@ -28,16 +28,23 @@ struct package_reads {
 
 } // namespace
 
+// The snapshot the module's reads share, opened at the first of them.
+static const uci_snapshot *package_snapshot(const ds_module *mod, package_reads *reads)
+{
+    if (!reads->opened) {
+        reads->snap = uci_cache_open(mod->package);
+        reads->opened = true;
+    }
+    return reads->snap.get();
+}
+
 // One section (by_name 1) or a type's sections from uci: from the shared
 // read cache, or through the request's own uci context when the cache
 // cannot serve (it then also traces why the package cannot be read).
 static json_object *read_uci(ds_context *ctx, const ds_module *mod, const char *name, int by_name,
                              package_reads *reads)
 {
-    if (!reads->opened) {
-        reads->snap = uci_cache_open(mod->package);
-        reads->opened = true;
-    }
+    package_snapshot(mod, reads);
     // Clients 1 and 2 get their responses URL-encoded, which walks the tree:
     // they need real section objects, the others take the stored text.
     bool url_coded = ctx->client == 1 || ctx->client == 2;
@@ -164,20 +171,6 @@ static int get_data_obj(ds_context *ctx, const ds_module *mod, json_object *mod_
     return 0;
 }
 
-// Section names are uci names: anything else (a name that would need
-// escaping as a JSON key) takes the general path.
-static bool plain_name(const char *name)
-{
-    if (!name || !*name)
-        return false;
-    for (const char *c = name; *c; ++c) {
-        if (!((*c >= 'a' && *c <= 'z') || (*c >= 'A' && *c <= 'Z') || (*c >= '0' && *c <= '9') ||
-              *c == '_'))
-            return false;
-    }
-    return true;
-}
-
 // Each requested name of {"name": text or array of texts}, hashed once for
 // its two look-ups (model row, cached section).
 static bool name_keys(json_object *mod_req, std::vector<name_key> *keys)
@@ -192,7 +185,7 @@ static bool name_keys(json_object *mod_req, std::vector<name_key> *keys)
     keys->reserve(n);
     for (size_t i = 0; i < n; ++i) {
         json_object *el = many ? json_object_array_get_idx(val, i) : val;
-        if (!json_object_is_type(el, json_type_string) || !plain_name(json_object_get_string(el)))
+        if (!json_object_is_type(el, json_type_string) || !uci_section_name_ok(json_object_get_string(el)))
             return false;
         keys->push_back(name_key_of(json_object_get_string(el)));
     }
@@ -243,12 +236,9 @@ static json_object *module_from_texts(ds_context *ctx, const ds_module *mod, jso
     std::vector<name_key> keys;
     if (ctx->client == 1 || ctx->client == 2 || !name_keys(mod_req, &keys) || !uci_rows_only(mod, keys))
         return nullptr;
-    if (!reads->opened) {
-        reads->snap = uci_cache_open(mod->package);
-        reads->opened = true;
-    }
+    const uci_snapshot *snap = package_snapshot(mod, reads);
     std::string text;
-    if (!reads->snap || !append_texts(*reads->snap, keys, &text))
+    if (!snap || !append_texts(*snap, keys, &text))
         return nullptr;
     return jso_new_raw(text.data(), text.size());
 }

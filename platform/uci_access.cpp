@@ -464,10 +464,8 @@ static void change_line(std::string *out, char prefix, const std::string &where,
         out->push_back(prefix);
     out->append(where);
     if (value) {
-        out->append("='");
-        for (const char *c = value; *c; c++)
-            *c == '\'' ? (void)out->append("'\\''") : out->push_back(*c);
-        out->push_back('\'');
+        out->push_back('=');
+        uci_append_quoted(out, value);
     }
     out->push_back('\n');
 }
@@ -861,6 +859,18 @@ int dummy_commit_package(uci_context *ctx, const char *package)
     }
     uci_flush_mark(package);
     return 0;
+}
+
+void uci_append_quoted(std::string *out, const char *value)
+{
+    out->push_back('\'');
+    for (const char *c = value; *c; c++) {
+        if (*c == '\'')
+            out->append("'\\''");
+        else
+            out->push_back(*c);
+    }
+    out->push_back('\'');
 }
 
 bool uci_section_name_ok(const char *name)

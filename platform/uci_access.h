@@ -8,6 +8,8 @@
 // array of strings for a list).
 #pragma once
 
+#include <string>
+
 struct uci_context;
 struct uci_package;
 struct uci_section;
@@ -32,8 +34,12 @@ int dsd_uci_save(uci_context *ctx, uci_package *p);
 // the file and the change log afresh (after taking the package's lock).
 void dsd_uci_unload(uci_context *ctx, const char *package);
 
-// A section name that uci accepts on load: letters, digits and '_'.
+// A name uci accepts on load and writes without quotes (section, type,
+// option): letters, digits and '_'.
 bool uci_section_name_ok(const char *name);
+// Appends `value` as uci writes it in config and change-log text: single
+// quotes, a quote inside as '\''. Any thread.
+void uci_append_quoted(std::string *out, const char *value);
 
 json_object *get_uci_section(uci_context *ctx, const char *package, const char *section);
 json_object *single_section(uci_section *s);

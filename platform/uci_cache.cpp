@@ -447,49 +447,24 @@ json_object *part_through_context(uci_context *ctx, const char *package, json_ob
 }
 
 
-// Names the config syntax and the change log carry without quoting.
-bool plain_name(const char *s)
-{
-    if (!s || !*s)
-        return false;
-    for (; *s; s++) {
-        char c = *s;
-        if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_'))
-            return false;
-    }
-    return true;
-}
-
 // A value whose quoted form reads back as itself on one line.
 bool one_line(const char *s)
 {
     return !strpbrk(s, "\n\r");
 }
 
-void append_quoted(std::string *out, const char *s)
-{
-    out->push_back('\'');
-    for (; *s; s++) {
-        if (*s == '\'')
-            out->append("'\\''");
-        else
-            out->push_back(*s);
-    }
-    out->push_back('\'');
-}
-
 // One option as config text; false for what a replay could read otherwise.
 bool option_config(const uci_snapshot &s, const uci_snapshot::option &o, std::string *out)
 {
     const char *name = s.text.data() + o.name;
-    if (!plain_name(name) || o.n_vals == 0)
+    if (!uci_section_name_ok(name) || o.n_vals == 0)
         return false;
     for (int32_t i = 0; i < (o.n_vals < 0 ? 1 : o.n_vals); i++) {
         const char *v = s.text.data() + (o.n_vals < 0 ? o.first : s.values[o.first + i]);
         if (!one_line(v))
             return false;
         out->append(o.n_vals < 0 ? "\toption " : "\tlist ").append(name).push_back(' ');
-        append_quoted(out, v);
+        uci_append_quoted(out, v);
         out->push_back('\n');
     }
     return true;
@@ -511,12 +486,12 @@ bool list_clean(const uci_option *o)
 // replay reads back unchanged.
 bool section_clean(const uci_section *sec)
 {
-    if (!plain_name(sec->e.name) || !plain_name(sec->type))
+    if (!uci_section_name_ok(sec->e.name) || !uci_section_name_ok(sec->type))
         return false;
     uci_element *e;
     uci_foreach_element(&sec->options, e) {
         const uci_option *o = uci_to_option(e);
-        if (!plain_name(e->name) || (o->type != UCI_TYPE_STRING && o->type != UCI_TYPE_LIST))
+        if (!uci_section_name_ok(e->name) || (o->type != UCI_TYPE_STRING && o->type != UCI_TYPE_LIST))
             return false;
         if (o->type == UCI_TYPE_STRING && (!o->v.string || !one_line(o->v.string)))
             return false;
@@ -729,7 +704,7 @@ bool uci_cache_ticket_take(const char *package, uci_cache_ticket *t)
 bool uci_snapshot_section_config(const uci_snapshot &snap, const char *section, std::string *text)
 {
     const uci_snapshot::section *sec = section ? find_section(snap, section) : nullptr;
-    if (!sec || !plain_name(snap.text.data() + sec->name) || !plain_name(snap.text.data() + sec->type))
+    if (!sec || !uci_section_name_ok(snap.text.data() + sec->name) || !uci_section_name_ok(snap.text.data() + sec->type))
         return false;
     text->assign("config ").append(snap.text.data() + sec->type).append(" '");
     text->append(snap.text.data() + sec->name).append("'\n");
