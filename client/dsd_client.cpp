@@ -84,11 +84,18 @@ int dsd_connect(const std::string &socket_path)
     return fd;
 }
 
-bool dsd_send_record(int fd, uint32_t type, const std::string &value)
+void dsd_append_record(std::string *out, uint32_t type, const std::string &value)
 {
     uint32_t header[2] = {htonl(type), htonl(static_cast<uint32_t>(value.size()))};
-    return write_all(fd, reinterpret_cast<const char *>(header), sizeof header) &&
-           write_all(fd, value.data(), value.size());
+    out->append(reinterpret_cast<const char *>(header), sizeof header);
+    out->append(value);
+}
+
+bool dsd_send_record(int fd, uint32_t type, const std::string &value)
+{
+    std::string bytes;
+    dsd_append_record(&bytes, type, value);
+    return write_all(fd, bytes.data(), bytes.size());
 }
 
 bool dsd_send_record_bytes(int fd, const std::string &bytes)
@@ -128,8 +135,12 @@ std::string dsd_request(const std::string &socket_path, const dsd_identity &who,
         return failed("cannot connect");
     std::string response;
     uint32_t type = 0;
-    bool ok = dsd_send_record(fd, 1, dsd_info_json(who)) && dsd_send_record(fd, 2, request) &&
-              dsd_read_record(fd, &type, &response, timeout_ms);
+    // Both records in one write: the daemon then usually finds the whole
+    // request in its first read.
+    std::string records;
+    dsd_append_record(&records, 1, dsd_info_json(who));
+    dsd_append_record(&records, 2, request);
+    bool ok = dsd_send_record_bytes(fd, records) && dsd_read_record(fd, &type, &response, timeout_ms);
     close(fd);
     if (!ok)
         return failed("no response");

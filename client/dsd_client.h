@@ -17,6 +17,9 @@ int dsd_connect(const std::string &socket_path);
 // One type-length-value record (big-endian header). False on a short write.
 bool dsd_send_record(int fd, uint32_t type, const std::string &value);
 
+// Appends the bytes of one record to *out, for sending several in one write.
+void dsd_append_record(std::string *out, uint32_t type, const std::string &value);
+
 // Sends bytes as they are (for malformed records). False on a short write.
 bool dsd_send_record_bytes(int fd, const std::string &bytes);
 

@@ -2,6 +2,8 @@
 
 #include "platform/trace.h"
 
+#include <sched.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -24,7 +26,7 @@ static int queue_add(thd_pool *pool, thd_task_fn fn, int arg)
     }
     uint32_t slot = (head_index(pool) + pool->count) % THD_QUEUE_CAPACITY;
     g_ring[slot] = {.fn = fn, .arg = arg};
-    pool->count++;
+    __atomic_store_n(&pool->count, pool->count + 1, __ATOMIC_RELEASE);
     return 0;
 }
 
@@ -36,9 +38,42 @@ static int queue_del(thd_pool *pool, thd_task *out)
         return -1;
     }
     *out = *pool->head;
-    pool->count--;
+    __atomic_store_n(&pool->count, pool->count - 1, __ATOMIC_RELAXED);
     pool->head = &g_ring[(head_index(pool) + 1) % THD_QUEUE_CAPACITY];
     return 0;
+}
+
+static int64_t monotonic_ns(void)
+{
+    timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
+// Clients send requests in bursts (a page of the web UI asks for a dozen
+// sections one connection after the other). A worker that sleeps between
+// them costs each request a wake-up on the other core, which on a loaded or
+// virtualised machine is as much as the rest of a cached read. So the last
+// worker to go idle polls the ring for a short while before it sleeps, and
+// yields the core at every turn so that the accepting thread or a client
+// waiting for it is never held off. Only one worker polls, and only while no
+// other one is running: under load the ring is rarely empty anyway and a
+// poller would only take a core from real work.
+static void poll_briefly(thd_pool *pool)
+{
+    uint32_t expected = 0;
+    if (__atomic_load_n(&pool->running, __ATOMIC_RELAXED) != 0 ||
+        !__atomic_compare_exchange_n(&pool->polling, &expected, 1, false, __ATOMIC_ACQUIRE,
+                                     __ATOMIC_RELAXED))
+        return;
+    int64_t until = monotonic_ns() + THD_POLL_NS;
+    while (__atomic_load_n(&pool->count, __ATOMIC_ACQUIRE) == 0 &&
+           !__atomic_load_n(&pool->shutdown, __ATOMIC_RELAXED) && monotonic_ns() < until)
+        sched_yield();
+    // Cleared before this worker takes the pool lock again: an add that
+    // still saw the flag set did so under the lock before us, so the task it
+    // left without a signal is found by our own test of the count.
+    __atomic_store_n(&pool->polling, 0, __ATOMIC_RELEASE);
 }
 
 static void *thd_pool_func(void *arg)
@@ -58,6 +93,8 @@ static void *thd_pool_func(void *arg)
         }
         thd_task task{};
         int rc = queue_del(pool, &task);
+        if (rc == 0)
+            __atomic_add_fetch(&pool->running, 1, __ATOMIC_RELAXED);
         pthread_mutex_unlock(&pool->mutex);
         if (rc != 0) {
             DS_ERR("Get task from queue failed.");
@@ -66,6 +103,8 @@ static void *thd_pool_func(void *arg)
         }
         if (task.fn)
             task.fn(task.arg);
+        if (__atomic_sub_fetch(&pool->running, 1, __ATOMIC_RELAXED) == 0)
+            poll_briefly(pool);
     }
 }
 
@@ -110,6 +149,7 @@ int thd_pool_add_task(thd_pool *pool, thd_task_fn fn, int arg)
         return -1;
     }
     pthread_mutex_lock(&pool->mutex);
+    bool was_empty = pool->count == 0;
     int rc = queue_add(pool, fn, arg);
     pthread_mutex_unlock(&pool->mutex);
     if (rc != 0) {
@@ -118,8 +158,11 @@ int thd_pool_add_task(thd_pool *pool, thd_task_fn fn, int arg)
     }
     // Signalled after the unlock: a worker woken under the lock would only
     // block again on the mutex this thread still holds. The waiters re-test
-    // the count, so a task queued before they sleep is never missed.
-    pthread_cond_signal(&pool->cond);
+    // the count, so a task queued before they sleep is never missed. The one
+    // task a polling worker is about to take needs no sleeper woken (it
+    // would find the ring empty again); a second one does.
+    if (!(was_empty && __atomic_load_n(&pool->polling, __ATOMIC_ACQUIRE)))
+        pthread_cond_signal(&pool->cond);
     return 0;
 }
 
@@ -130,7 +173,7 @@ int thd_pool_destroy(thd_pool *pool)
         return -1;
     }
     pthread_mutex_lock(&pool->mutex);
-    pool->shutdown = 1;
+    __atomic_store_n(&pool->shutdown, 1, __ATOMIC_RELAXED);
     pthread_cond_broadcast(&pool->cond);
     pthread_mutex_unlock(&pool->mutex);
     if (pool->threads) {

@@ -13,16 +13,20 @@ struct thd_task {
 };
 
 enum { THD_QUEUE_CAPACITY = 10 };
+// How long an idle worker polls the ring before it sleeps (see pool.cpp).
+enum : long { THD_POLL_NS = 100000 };
 
 struct thd_pool {
     pthread_mutex_t mutex;   // guards head, count and shutdown
     pthread_cond_t cond;     // a task was added, or shutdown began
     thd_task *head;          // slot of the oldest task
     uint32_t capacity;
-    uint32_t count;
+    uint32_t count;          // written under mutex, read atomically by the poller
     pthread_t *threads;
     uint32_t thread_count;
     uint32_t shutdown;
+    uint32_t running;        // workers inside a task (atomic)
+    uint32_t polling;        // 1 while an idle worker polls the ring (atomic)
 };
 
 // Starts n workers. The pool, or null (n < 1, allocation or thread failure).

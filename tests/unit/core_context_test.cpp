@@ -142,12 +142,27 @@ int record_task(int arg)
     return 0;
 }
 
+// Each of two tasks waits (bounded) until the other has started: they meet
+// only when two workers run them at once.
+int g_met = 0;
+int meet_task(int arg)
+{
+    std::unique_lock<std::mutex> lk(g_mu);
+    g_met++;
+    g_cv.notify_all();
+    bool met = g_cv.wait_for(lk, std::chrono::seconds(5), [] { return g_met >= 2; });
+    g_order.push_back(met ? arg : -arg);
+    g_cv.notify_all();
+    return 0;
+}
+
 struct PoolTest : testing::Test {
     void SetUp() override
     {
         std::lock_guard<std::mutex> lk(g_mu);
         g_open = false;
         g_blocked = 0;
+        g_met = 0;
         g_order.clear();
     }
     // Blocks every one of `workers` workers on the gate.
@@ -211,6 +226,49 @@ TEST_F(PoolTest, TasksRunFirstInFirstOutAcrossTheWrap)
     wait_recorded(7 + THD_QUEUE_CAPACITY);
     for (int i = 0; i < THD_QUEUE_CAPACITY; i++)
         EXPECT_EQ(g_order[7 + i], 100 + i);
+    EXPECT_EQ(thd_pool_destroy(pool), 0);
+}
+
+// An idle worker polls the ring for a short while before it sleeps, and an
+// add that finds it polling sends no wake-up. Tasks arriving just before,
+// during and just after that window must all run.
+TEST_F(PoolTest, TasksAroundTheIdlePollWindowAllRun)
+{
+    thd_pool *pool = thd_pool_init(6);
+    ASSERT_NE(pool, nullptr);
+    const long gaps_ns[] = {0, THD_POLL_NS / 5, THD_POLL_NS * 9 / 10, THD_POLL_NS,
+                            THD_POLL_NS * 11 / 10, THD_POLL_NS * 2};
+    const int n = 1200;
+    for (int i = 1; i <= n; i++) {
+        ASSERT_EQ(thd_pool_add_task(pool, record_task, i), 0);
+        wait_recorded(static_cast<size_t>(i));
+        std::this_thread::sleep_for(std::chrono::nanoseconds(gaps_ns[i % 6]));
+    }
+    EXPECT_EQ(thd_pool_destroy(pool), 0);
+}
+
+// The one task a polling worker will take needs no wake-up; a second one
+// queued behind it does, or it would wait for the first to finish.
+TEST_F(PoolTest, SecondTaskQueuedWhileAWorkerPollsRunsAtOnce)
+{
+    thd_pool *pool = thd_pool_init(6);
+    ASSERT_NE(pool, nullptr);
+    for (int round = 0; round < 40; round++) {
+        {
+            std::lock_guard<std::mutex> lk(g_mu);
+            g_order.clear();
+            g_met = 0;
+        }
+        // The worker that ran this one is now polling.
+        ASSERT_EQ(thd_pool_add_task(pool, record_task, 1), 0);
+        wait_recorded(1);
+        ASSERT_EQ(thd_pool_add_task(pool, meet_task, 2), 0);
+        ASSERT_EQ(thd_pool_add_task(pool, meet_task, 3), 0);
+        wait_recorded(3);
+        std::lock_guard<std::mutex> lk(g_mu);
+        ASSERT_GT(g_order[1], 0) << "round " << round;
+        ASSERT_GT(g_order[2], 0) << "round " << round;
+    }
     EXPECT_EQ(thd_pool_destroy(pool), 0);
 }
 

@@ -22,12 +22,20 @@ bench_stats bench_time(int n, const std::function<bool()> &fn, bool *ok);
 bench_stats bench_time_prepared(int n, const std::function<void()> &prep,
                                 const std::function<bool()> &fn, bool *ok);
 
+// Appends the times of `n` calls of fn (prep untimed before each) to
+// *samples; false as soon as fn fails.
+bool bench_sample(int n, const std::function<void()> &prep, const std::function<bool()> &fn,
+                  std::vector<double> *samples);
+
+// Median and 99th percentile of samples in microseconds ({0, 0} when empty).
+bench_stats bench_summary(std::vector<double> samples);
+
 // Monotonic clock in microseconds.
 double bench_now_us(void);
 
 // Echo server on a Unix socket: per connection reads two records and answers
-// one type-3 record holding the second's value. Runs on its own thread until
-// bench_echo_stop.
+// one type-3 record holding the second's value, in a child process that
+// bench_echo_stop kills.
 struct bench_echo;
 bench_echo *bench_echo_start(const std::string &socket_path);
 void bench_echo_stop(bench_echo *echo);

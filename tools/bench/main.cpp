@@ -199,6 +199,42 @@ void touch_record_control(const std::string &root)
 
 // `n` requests of the mix: mostly one-section gets, sets with both commits,
 // and every 50th a whole-package get.
+// The floor and the warm get alternate in short rounds, so that whatever
+// else the machine does meanwhile (on a shared host the floor alone can
+// double for seconds) weighs on both alike.
+bool floor_and_warm(const std::string &echo_path, const std::string &socket, figures *f)
+{
+    std::vector<double> floor_t, warm_t;
+    auto echo = [&] { return !dsd_request(echo_path, dsd_identity(), kGetOne, 10000).empty(); };
+    auto warm = [&] { return answered_ok(socket, kGetOne); };
+    for (int round = 0; round < 40; ++round) {
+        if (!bench_sample(50, [] {}, echo, &floor_t) || !bench_sample(50, [] {}, warm, &warm_t))
+            return false;
+    }
+    f->floor = bench_summary(floor_t);
+    f->warm = bench_summary(warm_t);
+    return true;
+}
+
+// Requests per second with 1, 2 and 6 clients, taken in turns over five
+// rounds; the median round of each.
+void throughputs(const std::string &socket, figures *f, bool ok[3])
+{
+    const int clients[3] = {1, 2, 6};
+    std::vector<double> rounds[3];
+    for (int round = 0; round < 5; ++round) {
+        for (int i = 0; i < 3; ++i) {
+            bool fine = false;
+            rounds[i].push_back(throughput(socket, clients[i], 2000, &fine));
+            ok[i] = ok[i] && fine;
+        }
+    }
+    for (int i = 0; i < 3; ++i) {
+        std::sort(rounds[i].begin(), rounds[i].end());
+        f->tp[i] = rounds[i][rounds[i].size() / 2];
+    }
+}
+
 bool mixed_requests(const std::string &socket, int n, const std::string &pkg_req)
 {
     for (int i = 0; i < n; ++i) {
@@ -216,13 +252,17 @@ bool mixed_requests(const std::string &socket, int n, const std::string &pkg_req
     return true;
 }
 
-bool measure_requests(const std::string &root, const bench_daemon &d, figures *f)
+bool measure_requests(const std::string &root, const std::string &echo_path, const bench_daemon &d,
+                      figures *f)
 {
     bool ok[9] = {};
     f->rss_start = settled_rss(d.pid);
     f->cold = bench_time_prepared(300, [&] { touch_record_control(root); },
                                   [&] { return answered_ok(d.socket_path, kGetOne); }, &ok[0]);
-    f->warm = bench_time(2000, [&] { return answered_ok(d.socket_path, kGetOne); }, &ok[1]);
+    // A file changed in the last 30 ms is read but not kept: let the last
+    // touch settle, or the first warm reads are cold ones.
+    usleep(100000);
+    ok[1] = floor_and_warm(echo_path, d.socket_path, f);
     std::string pkg_req = whole_package_request(128);
     f->pkg = bench_time(200, [&] { return answered_ok(d.socket_path, pkg_req); }, &ok[2]);
     int n = 0;
@@ -240,10 +280,8 @@ bool measure_requests(const std::string &root, const bench_daemon &d, figures *f
         return answered_ok(d.socket_path, R"({"method":"set","motion_detection":{"chn3_motion_det":)"
                                           R"({"digital_sensitivity":")" + std::to_string(1 + ++n % 100) + "\"}}}");
     }, &ok[8]);
-    bool ok_tp[3] = {};
-    const int clients[3] = {1, 2, 6};
-    for (int i = 0; i < 3; ++i)
-        f->tp[i] = throughput(d.socket_path, clients[i], 3000, &ok_tp[i]);
+    bool ok_tp[3] = {true, true, true};
+    throughputs(d.socket_path, f, ok_tp);
     ok[5] = mixed_requests(d.socket_path, 2000, pkg_req);
     f->rss_mix = settled_rss(d.pid);
     ok[6] = mixed_requests(d.socket_path, f->mixed, pkg_req);
@@ -275,7 +313,7 @@ void print_figures(const figures &f)
     row("set one option + commit", us(f.set), "< 2000 us");
     row("set in 1152-section package + light commit", us(f.light), "<= 500 us");
     row("set writing in 512-section package + light", us(f.light_write), "-");
-    snprintf(buf, sizeof buf, "%.0f / %.0f / %.0f", f.tp[0], f.tp[1], f.tp[2]);
+    snprintf(buf, sizeof buf, "%.0f / %.0f / %.0f, %.2fx", f.tp[0], f.tp[1], f.tp[2], f.tp[2] / f.tp[0]);
     row("requests/s with 1 / 2 / 6 clients", buf, "6 >= 2x 1");
     snprintf(buf, sizeof buf, "%.1f ms", f.startup / 1000);
     row("start-up to first accept (128 channels)", buf, "< 50 ms");
@@ -314,12 +352,8 @@ int run(const std::string &dsd, const std::string &mkconfig, const std::string &
     }
     std::string echo_path = root + "/tmp/echo.sock";
     bench_echo *echo = bench_echo_start(echo_path);
-    bool ok_floor = false;
-    f.floor = bench_time(2000, [&] {
-        return !dsd_request(echo_path, dsd_identity(), kGetOne, 10000).empty();
-    }, &ok_floor);
+    bool ok = echo && measure_requests(root, echo_path, d, &f) && ok_load;
     bench_echo_stop(echo);
-    bool ok = measure_requests(root, d, &f) && ok_floor && ok_load;
     bench_daemon_stop(&d);
     print_figures(f);
     return ok ? 0 : 1;
