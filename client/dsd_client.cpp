@@ -6,6 +6,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -63,6 +64,35 @@ std::string json_escape(const std::string &s)
         }
     }
     return out;
+}
+
+// The daemon answers with one record and then closes, so the response is
+// read in large pieces rather than header and value apart. Bytes after the
+// record are not looked at.
+bool read_response(int fd, uint32_t *type, std::string *value, int timeout_ms)
+{
+    enum : size_t { HEADER = 8, PIECE = 16384, MAX_VALUE = 16u << 20 };
+    std::string got;
+    size_t want = HEADER;
+    while (got.size() < want) {
+        size_t have = got.size();
+        got.resize(have + std::max<size_t>(PIECE, want - have));
+        bool ok = read_all(fd, got.data() + have, 1, timeout_ms); // waits for the first byte
+        ssize_t more = ok ? recv(fd, got.data() + have + 1, got.size() - have - 1, MSG_DONTWAIT) : -1;
+        if (!ok)
+            return false;
+        got.resize(have + 1 + (more > 0 ? static_cast<size_t>(more) : 0));
+        if (want == HEADER && got.size() >= HEADER) {
+            uint32_t header[2];
+            memcpy(header, got.data(), sizeof header);
+            if (ntohl(header[1]) > MAX_VALUE)
+                return false;
+            *type = ntohl(header[0]);
+            want = HEADER + ntohl(header[1]);
+        }
+    }
+    value->assign(got, HEADER, want - HEADER);
+    return true;
 }
 
 } // namespace
@@ -140,7 +170,7 @@ std::string dsd_request(const std::string &socket_path, const dsd_identity &who,
     std::string records;
     dsd_append_record(&records, 1, dsd_info_json(who));
     dsd_append_record(&records, 2, request);
-    bool ok = dsd_send_record_bytes(fd, records) && dsd_read_record(fd, &type, &response, timeout_ms);
+    bool ok = dsd_send_record_bytes(fd, records) && read_response(fd, &type, &response, timeout_ms);
     close(fd);
     if (!ok)
         return failed("no response");
