@@ -26,21 +26,40 @@ bool write_all(int fd, const char *data, size_t len)
     return true;
 }
 
-bool read_all(int fd, char *data, size_t len, int timeout_ms)
+// Waits until fd has data (or end of stream) for up to timeout_ms; 0 waits
+// in the read itself. False on a time-out or error.
+bool wait_readable(int fd, int timeout_ms)
 {
-    while (len > 0) {
-        if (timeout_ms > 0) {
-            pollfd p{.fd = fd, .events = POLLIN, .revents = 0};
-            int r = poll(&p, 1, timeout_ms);
-            if (r < 0 && errno == EINTR)
-                continue;
-            if (r <= 0)
-                return false;
-        }
+    if (timeout_ms <= 0)
+        return true;
+    for (;;) {
+        pollfd p{.fd = fd, .events = POLLIN, .revents = 0};
+        int r = poll(&p, 1, timeout_ms);
+        if (r < 0 && errno == EINTR)
+            continue;
+        return r > 0;
+    }
+}
+
+// One read of up to len bytes after waiting; the count, or -1 on a time-out,
+// an error or end of stream.
+ssize_t read_some(int fd, char *data, size_t len, int timeout_ms)
+{
+    for (;;) {
+        if (!wait_readable(fd, timeout_ms))
+            return -1;
         ssize_t n = read(fd, data, len);
         if (n < 0 && errno == EINTR)
             continue;
-        if (n <= 0)
+        return n > 0 ? n : -1;
+    }
+}
+
+bool read_all(int fd, char *data, size_t len, int timeout_ms)
+{
+    while (len > 0) {
+        ssize_t n = read_some(fd, data, len, timeout_ms);
+        if (n < 0)
             return false;
         data += n;
         len -= static_cast<size_t>(n);
@@ -77,11 +96,10 @@ bool read_response(int fd, uint32_t *type, std::string *value, int timeout_ms)
     while (got.size() < want) {
         size_t have = got.size();
         got.resize(have + std::max<size_t>(PIECE, want - have));
-        bool ok = read_all(fd, got.data() + have, 1, timeout_ms); // waits for the first byte
-        ssize_t more = ok ? recv(fd, got.data() + have + 1, got.size() - have - 1, MSG_DONTWAIT) : -1;
-        if (!ok)
+        ssize_t n = read_some(fd, got.data() + have, got.size() - have, timeout_ms);
+        if (n < 0)
             return false;
-        got.resize(have + 1 + (more > 0 ? static_cast<size_t>(more) : 0));
+        got.resize(have + static_cast<size_t>(n));
         if (want == HEADER && got.size() >= HEADER) {
             uint32_t header[2];
             memcpy(header, got.data(), sizeof header);

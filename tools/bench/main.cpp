@@ -5,6 +5,7 @@
 // table. BENCH_MIXED sets how many mixed requests the memory check sends
 // between its two readings (10,000 unless set). See docs/benchmarks.md.
 #include <dirent.h>
+#include <sched.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <uci.h>
@@ -181,6 +182,7 @@ rss_reading settled_rss(pid_t pid)
 
 struct figures {
     bench_stats floor, cold, warm, pkg, set, light, light_write, load;
+    bench_stats floor_one_cpu, warm_one_cpu; // {0, 0} when pinning is refused
     double tp[3];
     double startup;
     rss_reading rss_start, rss_mix, rss_more, rss_worst;
@@ -202,18 +204,57 @@ void touch_record_control(const std::string &root)
 // The floor and the warm get alternate in short rounds, so that whatever
 // else the machine does meanwhile (on a shared host the floor alone can
 // double for seconds) weighs on both alike.
-bool floor_and_warm(const std::string &echo_path, const std::string &socket, figures *f)
+bool floor_and_warm(const std::string &echo_path, const std::string &socket, bench_stats *floor,
+                    bench_stats *warm)
 {
     std::vector<double> floor_t, warm_t;
-    auto echo = [&] { return !dsd_request(echo_path, dsd_identity(), kGetOne, 10000).empty(); };
-    auto warm = [&] { return answered_ok(socket, kGetOne); };
+    auto echo_get = [&] { return !dsd_request(echo_path, dsd_identity(), kGetOne, 10000).empty(); };
+    auto dsd_get = [&] { return answered_ok(socket, kGetOne); };
     for (int round = 0; round < 40; ++round) {
-        if (!bench_sample(50, [] {}, echo, &floor_t) || !bench_sample(50, [] {}, warm, &warm_t))
+        if (!bench_sample(50, [] {}, echo_get, &floor_t) || !bench_sample(50, [] {}, dsd_get, &warm_t))
             return false;
     }
-    f->floor = bench_summary(floor_t);
-    f->warm = bench_summary(warm_t);
+    *floor = bench_summary(floor_t);
+    *warm = bench_summary(warm_t);
     return true;
+}
+
+// Puts every thread of `pid` (0: this process) on the CPUs of `set`.
+bool pin_threads(pid_t pid, const cpu_set_t &set)
+{
+    std::string dir = "/proc/" + (pid ? std::to_string(pid) : std::string("self")) + "/task";
+    DIR *tasks = opendir(dir.c_str());
+    bool all = tasks != nullptr;
+    while (dirent *e = tasks ? readdir(tasks) : nullptr) {
+        if (e->d_name[0] != '.')
+            all = sched_setaffinity(atoi(e->d_name), sizeof set, &set) == 0 && all;
+    }
+    if (tasks)
+        closedir(tasks);
+    return all;
+}
+
+// The same with the client, a floor server of its own and every thread of
+// dsd on one CPU. On a virtual machine a wake-up on the other CPU can cost
+// more than a whole cached read; this pair shows what is left without it.
+// dsd's threads go back to the CPUs they had afterwards.
+bool floor_and_warm_one_cpu(const std::string &root, const bench_daemon &d, figures *f)
+{
+    cpu_set_t before, one;
+    if (sched_getaffinity(0, sizeof before, &before) != 0)
+        return true;
+    CPU_ZERO(&one);
+    CPU_SET(sched_getcpu() < 0 ? 0 : sched_getcpu(), &one);
+    bool ok = true;
+    if (pin_threads(0, one) && pin_threads(d.pid, one)) {
+        std::string path = root + "/tmp/echo1.sock";
+        bench_echo *echo = bench_echo_start(path);
+        ok = echo && floor_and_warm(path, d.socket_path, &f->floor_one_cpu, &f->warm_one_cpu);
+        bench_echo_stop(echo);
+    }
+    pin_threads(d.pid, before);
+    pin_threads(0, before);
+    return ok;
 }
 
 // Requests per second with 1, 2 and 6 clients, taken in turns over five
@@ -262,7 +303,8 @@ bool measure_requests(const std::string &root, const std::string &echo_path, con
     // A file changed in the last 30 ms is read but not kept: let the last
     // touch settle, or the first warm reads are cold ones.
     usleep(100000);
-    ok[1] = floor_and_warm(echo_path, d.socket_path, f);
+    ok[1] = floor_and_warm(echo_path, d.socket_path, &f->floor, &f->warm) &&
+            floor_and_warm_one_cpu(root, d, f);
     std::string pkg_req = whole_package_request(128);
     f->pkg = bench_time(200, [&] { return answered_ok(d.socket_path, pkg_req); }, &ok[2]);
     int n = 0;
@@ -309,6 +351,12 @@ void print_figures(const figures &f)
     row("get one section, cold (first read)", buf, "-");
     snprintf(buf, sizeof buf, "%s, %.1fx floor", us(f.warm).c_str(), f.warm.median_us / f.floor.median_us);
     row("get one section, warm", buf, "<= 1.5x floor");
+    if (f.floor_one_cpu.median_us > 0) {
+        row("floor, all on one CPU", us(f.floor_one_cpu), "-");
+        snprintf(buf, sizeof buf, "%s, %.1fx", us(f.warm_one_cpu).c_str(),
+                 f.warm_one_cpu.median_us / f.floor_one_cpu.median_us);
+        row("get one section, warm, all on one CPU", buf, "-");
+    }
     row("get whole 128-channel package (1152 sect.)", us(f.pkg), "<= 600 us");
     row("set one option + commit", us(f.set), "< 2000 us");
     row("set in 1152-section package + light commit", us(f.light), "<= 500 us");
