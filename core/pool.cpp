@@ -50,10 +50,10 @@ static int64_t monotonic_ns(void)
     return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
 }
 
-// Clients send requests in bursts (a page of the web UI asks for a dozen
-// sections one connection after the other). A worker that sleeps between
-// them costs each request a wake-up on the other core, which on a loaded or
-// virtualised machine is as much as the rest of a cached read. So the last
+// Clients often send requests back to back, one connection after the
+// other. A worker that sleeps between them costs each request a wake-up on
+// the other core, which on a loaded or virtualised machine is as much as
+// the rest of a cached read. So the last
 // worker to go idle polls the ring for a short while before it sleeps, and
 // yields the core at every turn so that the accepting thread or a client
 // waiting for it is never held off. Only one worker polls, and only while no
@@ -70,9 +70,11 @@ static void poll_briefly(thd_pool *pool)
     while (__atomic_load_n(&pool->count, __ATOMIC_ACQUIRE) == 0 &&
            !__atomic_load_n(&pool->shutdown, __ATOMIC_RELAXED) && monotonic_ns() < until)
         sched_yield();
-    // Cleared before this worker takes the pool lock again: an add that
-    // still saw the flag set did so under the lock before us, so the task it
-    // left without a signal is found by our own test of the count.
+    // Cleared before this worker takes the pool lock again. An add reads the
+    // flag after its own unlock; had its queueing come after our next lock,
+    // it would have seen this clear. So an add that saw the flag set queued
+    // its task before that lock, and our test of the count there finds the
+    // task it left without a signal.
     __atomic_store_n(&pool->polling, 0, __ATOMIC_RELEASE);
 }
 
