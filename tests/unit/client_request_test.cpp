@@ -4,18 +4,19 @@
 // than the client accepts.
 #include <gtest/gtest.h>
 #include <arpa/inet.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "client/dsd_client.h"
+
+extern "C" {
+#include <libubox/usock.h>
+}
 
 namespace {
 
@@ -39,12 +40,8 @@ struct one_shot_server {
         char tmpl[] = "/tmp/dsd-client-XXXXXX";
         dir = mkdtemp(tmpl);
         path = dir + "/s.sock";
-        fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un addr{};
-        addr.sun_family = AF_UNIX;
-        memcpy(addr.sun_path, path.c_str(), path.size() + 1);
-        EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr), 0);
-        EXPECT_EQ(listen(fd, 4), 0);
+        fd = usock(USOCK_UNIX | USOCK_SERVER, path.c_str(), "0");
+        EXPECT_GE(fd, 0);
         thread = std::thread([this, answer, cuts] { serve(answer, cuts); });
     }
     ~one_shot_server()

@@ -11,7 +11,6 @@
 #include <uci.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -101,8 +100,7 @@ double median_startup(const std::string &dsd, const std::string &root, int runs)
         bench_daemon_stop(&d);
         t.push_back(us_taken);
     }
-    std::sort(t.begin(), t.end());
-    return t[t.size() / 2];
+    return bench_summary(t).median_us;
 }
 
 // The largest package of the root, by file size.
@@ -199,8 +197,6 @@ void touch_record_control(const std::string &root)
     utimensat(AT_FDCWD, path.c_str(), nullptr, 0);
 }
 
-// `n` requests of the mix: mostly one-section gets, sets with both commits,
-// and every 50th a whole-package get.
 // The floor and the warm get alternate in short rounds, so that whatever
 // else the machine does meanwhile (on a shared host the floor alone can
 // double for seconds) weighs on both alike.
@@ -234,10 +230,10 @@ bool pin_threads(pid_t pid, const cpu_set_t &set)
     return all;
 }
 
-// The same with the client, a floor server of its own and every thread of
-// dsd on one CPU. On a virtual machine a wake-up on the other CPU can cost
-// more than a whole cached read; this pair shows what is left without it.
-// dsd's threads go back to the CPUs they had afterwards.
+// floor_and_warm with the client, a floor server of its own and every
+// thread of dsd on one CPU. On a virtual machine a wake-up on the other CPU
+// can cost more than a whole cached read; this pair shows what is left
+// without it. dsd's threads go back to the CPUs they had afterwards.
 bool floor_and_warm_one_cpu(const std::string &root, const bench_daemon &d, figures *f)
 {
     cpu_set_t before, one;
@@ -270,12 +266,12 @@ void throughputs(const std::string &socket, figures *f, bool ok[3])
             ok[i] = ok[i] && fine;
         }
     }
-    for (int i = 0; i < 3; ++i) {
-        std::sort(rounds[i].begin(), rounds[i].end());
-        f->tp[i] = rounds[i][rounds[i].size() / 2];
-    }
+    for (int i = 0; i < 3; ++i)
+        f->tp[i] = bench_summary(rounds[i]).median_us;
 }
 
+// `n` requests of the mix: mostly one-section gets, sets with both commits,
+// and every 50th a whole-package get.
 bool mixed_requests(const std::string &socket, int n, const std::string &pkg_req)
 {
     for (int i = 0; i < n; ++i) {
