@@ -10,7 +10,7 @@
 #include "core/heap.h"
 #include "core/wire.h"
 #include "model/methods.h"
-#include "platform/pkg_lock.h"
+#include "store/store.h"
 #include "platform/trace.h"
 
 namespace {
@@ -91,7 +91,7 @@ int ds_signal_handle(int fd)
     else
         run_method(ctx);
     // Nothing a request locked may outlive it, whatever path it took.
-    pkg_unlock_to(0);
+    store_release_thread();
     ds_make_response(ctx);
 
     clock_gettime(CLOCK_MONOTONIC, &end);

@@ -9,7 +9,7 @@
 #include <fstream>
 #include <memory>
 
-#include "platform/uci_access.h"
+#include "store/store.h"
 #include "uci_test_util.h"
 
 namespace {

@@ -14,8 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/uci_access.h"
-#include "platform/uci_cache.h"
+#include "store/store.h"
 
 namespace {
 

@@ -15,9 +15,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/uci_access.h"
-#include "platform/uci_files.h"
-#include "platform/uci_flush.h"
+#include "store/store.h"
 #include "uci_test_util.h"
 
 namespace {

@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "platform/uci_access.h"
+#include "store/store.h"
 #include "uci_test_util.h"
 
 namespace {

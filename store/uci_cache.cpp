@@ -1,4 +1,4 @@
-#include "platform/uci_cache.h"
+#include "store/uci_cache.h"
 
 #include <json-c/json.h>
 #include <fcntl.h>
@@ -18,12 +18,12 @@
 #include <vector>
 
 #include "platform/jso.h"
-#include "platform/name_index.h"
 #include "platform/paths.h"
-#include "platform/pkg_lock.h"
+#include "store/pkg_lock.h"
 #include "platform/trace.h"
-#include "platform/uci_access.h"
-#include "platform/uci_watch.h"
+#include "store/uci_access.h"
+#include "store/uci_files.h"
+#include "store/uci_watch.h"
 
 // All names and values of a package in one block of NUL-terminated texts,
 // with fixed-size records pointing into it: about the size of the file.
@@ -230,10 +230,12 @@ struct uci_ctx_free {
 };
 
 // Loads the package as any reader would (file, then change log) in a
-// private context and copies it out.
-uci_snapshot_ref load_snapshot(const char *package)
+// private context on `ctx_dirs` (the daemon's store when null) and copies
+// it out.
+uci_snapshot_ref load_snapshot(const uci_store_dirs *ctx_dirs, const char *package)
 {
-    std::unique_ptr<uci_context, uci_ctx_free> ctx(dsd_uci_alloc());
+    std::unique_ptr<uci_context, uci_ctx_free> ctx(
+        ctx_dirs ? dsd_uci_alloc_at(ctx_dirs->conf.c_str(), ctx_dirs->save.c_str()) : dsd_uci_alloc());
     uci_package *p = nullptr;
     if (!ctx || uci_load(ctx.get(), package, &p) != UCI_OK || !p)
         return nullptr;
@@ -410,7 +412,7 @@ uci_snapshot_ref open_snapshot(const char *package, bool fill)
     // from its next version: serve this read, but do not keep it.
     before = stat_package(package);
     bool keepable = !package_fresh(before) || own_write(package, before);
-    uci_snapshot_ref snap = load_snapshot(package);
+    uci_snapshot_ref snap = load_snapshot(nullptr, package);
     if (snap && keepable && same_package(before, stat_package(package)))
         keep_snapshot(package, snap, before, gen);
     return snap;
@@ -642,6 +644,67 @@ json_object *uci_snapshot_section_type(const uci_snapshot &snap, const char *typ
         json_object_array_add(arr, item);
     }
     return arr;
+}
+
+uci_snapshot_ref uci_snapshot_load_at(const uci_store_dirs &dirs, const char *package)
+{
+    if (!plain_package(package))
+        return nullptr;
+    // Held, so a flush is never seen half done (new file, log not cut yet);
+    // a thread that holds another package and waits in vain still reads.
+    pkg_lock_scope scope;
+    pkg_lock(package);
+    return load_snapshot(&dirs, package);
+}
+
+uci_snapshot_ref store_view(uci_context *ctx, const char *package)
+{
+    if (!plain_package(package))
+        return nullptr;
+    uci_store_dirs mine = uci_store_default();
+    bool daemon = !ctx || (mine.conf == ctx->confdir && mine.save == ctx->savedir);
+    if (daemon) {
+        if (uci_snapshot_ref snap = open_snapshot(package, true))
+            return snap;
+        return uci_snapshot_load_at(mine, package);
+    }
+    return uci_snapshot_load_at(uci_store_of(ctx), package);
+}
+
+const char *store_view_option(const uci_snapshot &snap, const char *section, const char *option)
+{
+    const uci_snapshot::section *sec = section && option ? find_section(snap, section) : nullptr;
+    for (uint32_t i = 0; sec && i < sec->n_opts; i++) {
+        const uci_snapshot::option &o = snap.options[sec->first_opt + i];
+        if (!strcmp(snap.text.data() + o.name, option))
+            return o.n_vals < 0 ? snap.text.data() + o.first : nullptr;
+    }
+    return nullptr;
+}
+
+bool store_view_has(const uci_snapshot &snap, const char *section)
+{
+    return section && find_section(snap, section);
+}
+
+json_object *store_view_type_names(const uci_snapshot &snap, const char *type)
+{
+    if (!type)
+        return nullptr;
+    json_object *arr = json_object_new_array();
+    for (const uci_snapshot::section &sec : snap.sections) {
+        if (!strcmp(snap.text.data() + sec.type, type))
+            json_object_array_add(arr, json_object_new_string(snap.text.data() + sec.name));
+    }
+    return arr;
+}
+
+json_object *store_view_package(const uci_snapshot &snap)
+{
+    json_object *obj = json_object_new_object();
+    for (const uci_snapshot::section &sec : snap.sections)
+        json_object_object_add(obj, snap.text.data() + sec.name, section_json(snap, sec));
+    return obj;
 }
 
 json_object *uci_cache_package_part(uci_context *ctx, const char *package, json_object *wanted)

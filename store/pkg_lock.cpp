@@ -1,4 +1,4 @@
-#include "platform/pkg_lock.h"
+#include "store/pkg_lock.h"
 
 #include <chrono>
 #include <condition_variable>

@@ -10,11 +10,7 @@
 
 #include <cstddef>
 
-enum {
-    // Bound on waiting for a second package while the thread holds another:
-    // two threads locking in opposite orders give up instead of deadlocking.
-    PKG_LOCK_NESTED_WAIT_MS = 10000,
-};
+#include "store/store.h"
 
 // Locks `package` for the calling thread (no-op when it already holds it).
 // Waits without bound when the thread holds nothing, else at most
