@@ -475,20 +475,31 @@ int get_sec_type_num(uci_context *ctx, const char *package, const char *type)
     return count;
 }
 
+// Whether `name` is among the strings of `arr`.
+static bool name_taken(json_object *arr, const char *name)
+{
+    for (size_t i = 0; i < json_object_array_length(arr); i++) {
+        if (!strcmp(json_object_get_string(json_object_array_get_idx(arr, i)), name))
+            return true;
+    }
+    return false;
+}
+
 int get_free_section_index(uci_context *ctx, const char *package, const char *type)
 {
-    if (!ctx || !package || !type)
+    // Only sections of `type` count: a name held by another type is free.
+    json_object *names = get_sec_names_by_type(ctx, package, type);
+    if (!names)
         return -1;
-    uci_snapshot_ref v = store_view(ctx, package);
-    if (!v)
-        return -1;
-    for (int n = 1; n < INT_MAX; n++) {
+    int found = -1;
+    for (int n = 1; n < INT_MAX && found < 0; n++) {
         char name[32];
         snprintf(name, sizeof name, "%s_%d", type, n);
-        if (!store_view_has(*v, name))
-            return n;
+        if (!name_taken(names, name))
+            found = n;
     }
-    return -1;
+    json_object_put(names);
+    return found;
 }
 
 bool get_opt_text(uci_context *ctx, const char *package, const char *section, const char *option,
