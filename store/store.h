@@ -184,10 +184,6 @@ struct store_opt {
 };
 store_opt store_read_opt(uci_context *ctx, const char *package, const char *section,
                          const char *option);
-// Borrowed from `ctx`'s own parse of the package: valid until the context
-// changes the package. Prefer get_opt_text or a view.
-const char *get_opt_value(uci_context *ctx, const char *package, const char *section,
-                          const char *option);
 
 // ---------------------------------------------------------------------------
 // Transactions.

@@ -176,8 +176,9 @@ std::string pending_text(const uci_package *p)
     uci_element *e;
     uci_foreach_element(&p->delta, e) {
         const uci_delta *h = uci_to_delta(e);
-        if (h->cmd >= 0 && static_cast<size_t>(h->cmd) < sizeof prefix && prefix[h->cmd])
-            out.push_back(prefix[h->cmd]);
+        size_t cmd = static_cast<size_t>(h->cmd);
+        if (cmd < sizeof prefix && prefix[cmd])
+            out.push_back(prefix[cmd]);
         out.append(p->e.name).append(".").append(h->section ? h->section : "");
         if (e->name)
             out.append(".").append(e->name);
@@ -523,21 +524,6 @@ store_opt store_read_opt(uci_context *ctx, const char *package, const char *sect
     out.view = store_view(ctx, package);
     out.text = out.view ? store_view_option(*out.view, section, option) : nullptr;
     return out;
-}
-
-const char *get_opt_value(uci_context *ctx, const char *package, const char *section,
-                          const char *option)
-{
-    if (!ctx || !package || !section || !option)
-        return nullptr;
-    uci_ptr ptr;
-    if (lookup(ctx, &ptr, package, section, option, nullptr) != UCI_OK) {
-        DS_ERR("uci_lookup_ptr error.");
-        return nullptr;
-    }
-    if (!complete(ptr) || !ptr.o || ptr.o->type != UCI_TYPE_STRING)
-        return nullptr;
-    return ptr.o->v.string;
 }
 
 int get_opt_int_value(uci_context *ctx, const char *package, const char *section,

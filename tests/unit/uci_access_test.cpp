@@ -112,8 +112,8 @@ TEST_F(UciAccess, SetSectionWritesStringsIntsAndWholeLists)
 
 TEST_F(UciAccess, OptionValues)
 {
-    EXPECT_STREQ(get_opt_value(ctx.get(), "pkg", "full", "a"), "x");
-    EXPECT_EQ(get_opt_value(ctx.get(), "pkg", "full", "l"), nullptr);
+    EXPECT_STREQ(store_read_opt(ctx.get(), "pkg", "full", "a").text, "x");
+    EXPECT_EQ(store_read_opt(ctx.get(), "pkg", "full", "l").text, nullptr);
     struct { const char *value; int expect; } cases[] = {
         {"+12", 12}, {"-3", -1}, {"1a", -1}, {"", 0}, {"007", 7}, {"99999999999", -1}, {"-0", 0},
     };
@@ -131,7 +131,7 @@ TEST_F(UciAccess, OptionValues)
     EXPECT_EQ(set_opt_value(t(), "pkg", "nosuch", "n", "1"), -1);
     EXPECT_EQ(delete_opt_value(t(), "pkg", "full", "missing", nullptr), -1);
     EXPECT_EQ(delete_opt_value(t(), "pkg", "full", "a", nullptr), 0);
-    EXPECT_EQ(get_opt_value(ctx.get(), "pkg", "full", "a"), nullptr);
+    EXPECT_EQ(store_read_opt(ctx.get(), "pkg", "full", "a").text, nullptr);
 }
 
 TEST_F(UciAccess, SectionLifecycleAndCommits)
@@ -160,7 +160,7 @@ TEST_F(UciAccess, LightCommitIsVisibleWithoutRewritingTheFile)
     ASSERT_EQ(store_txn_commit(t(), "pkg", true), 0);
     EXPECT_EQ(d.read("pkg"), before); // flash copy untouched (it was just written)
     ctx_ptr other(d.context());
-    EXPECT_STREQ(get_opt_value(other.get(), "pkg", "full", "a"), "light");
+    EXPECT_STREQ(store_read_opt(other.get(), "pkg", "full", "a").text, "light");
     // An ordinary commit of the package later writes it out.
     ASSERT_EQ(commit_in(other.get(), "pkg"), 0);
     EXPECT_NE(d.read("pkg").find("option a 'light'"), std::string::npos);
@@ -193,7 +193,7 @@ TEST_F(UciAccess, FailedSaveLeavesNoTornChange)
     ASSERT_EQ(set_opt_value(&tn, "pkg", "full", "a", "second"), 0);
     ASSERT_EQ(store_txn_commit(&tn, "pkg", true), 0);
     ctx_ptr reader(d.context());
-    EXPECT_STREQ(get_opt_value(reader.get(), "pkg", "full", "a"), "second");
+    EXPECT_STREQ(store_read_opt(reader.get(), "pkg", "full", "a").text, "second");
 }
 
 TEST_F(UciAccess, NullArgumentsFailQuietly)
