@@ -55,6 +55,21 @@ int pkg_lock(const char *package)
     return 0;
 }
 
+int pkg_trylock(const char *package)
+{
+    if (!package || !*package)
+        return -1;
+    std::string name(package);
+    if (held_here(name))
+        return 0;
+    std::lock_guard<std::mutex> table(g_table_lock);
+    if (g_taken.find(name) != g_taken.end())
+        return -1;
+    g_taken.insert(name);
+    t_held.push_back(name);
+    return 0;
+}
+
 bool pkg_lock_held(const char *package)
 {
     return package && held_here(package);

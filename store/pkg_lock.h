@@ -18,6 +18,10 @@
 // expired or the name is null/empty. Any thread.
 int pkg_lock(const char *package);
 
+// Locks `package` only if that needs no wait (or the thread holds it
+// already). 0, or -1 without a trace. Any thread.
+int pkg_trylock(const char *package);
+
 // True when the calling thread holds `package`.
 bool pkg_lock_held(const char *package);
 

@@ -193,15 +193,22 @@ std::string pending_text(const uci_package *p)
     return out;
 }
 
-// Whether the log open as `fd` holds exactly `size + text` with `text` at
-// the end.
-bool appended_exactly(int fd, off_t size, const std::string &text)
+// Whether the log open as `fd` got `text`, as whole lines, somewhere past
+// `size` (another uci client may append at the same moment). Reads back
+// only what was appended.
+bool appended(int fd, off_t size, const std::string &text)
 {
     struct stat st;
-    if (fstat(fd, &st) != 0 || st.st_size != size + static_cast<off_t>(text.size()))
+    if (fstat(fd, &st) != 0 || st.st_size < size + static_cast<off_t>(text.size()))
         return false;
-    std::string back(text.size(), '\0');
-    return pread(fd, back.data(), back.size(), size) == static_cast<ssize_t>(back.size()) && back == text;
+    std::string back(static_cast<size_t>(st.st_size - size), '\0');
+    if (pread(fd, back.data(), back.size(), size) != static_cast<ssize_t>(back.size()))
+        return false;
+    for (size_t at = back.find(text); at != std::string::npos; at = back.find(text, at + 1)) {
+        if (at == 0 || back[at - 1] == '\n')
+            return true;
+    }
+    return false;
 }
 
 // Every directory on the delta search path other than the save directory is
@@ -345,10 +352,10 @@ int dsd_uci_save(uci_context *ctx, uci_package *p)
     int rc = uci_save(ctx, p);
     if (log.fd < 0)
         log.fd = open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
-    if (rc == UCI_OK && log.fd >= 0 && appended_exactly(log.fd, size, text))
+    if (rc == UCI_OK && log.fd >= 0 && appended(log.fd, size, text))
         return 0;
-    // Whatever the library answered, the log does not end with exactly the
-    // changes: a full /tmp or a short write. Back to what was there.
+    // Whatever the library answered, the changes are not in the log whole:
+    // a full /tmp or a short write. Back to what was there.
     DS_ERR("uci save error");
     if (log.fd >= 0 && (existed ? ftruncate(log.fd, size) : unlink(path.c_str())) != 0)
         DS_ERR("restore change log %s failed", path.c_str());

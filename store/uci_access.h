@@ -10,8 +10,8 @@
 struct uci_package;
 
 // uci_save whose append is checked: a torn last line already in the log is
-// cut first; what the library appended must be exactly the context's pending
-// changes, else the log is cut back to its previous length. 0, or -1 with a
+// cut first; the context's pending changes, as the library writes them, must
+// then be in the log whole, else it is cut back to its previous length. 0, or -1 with a
 // trace. The caller holds the package.
 int dsd_uci_save(uci_context *ctx, uci_package *p);
 

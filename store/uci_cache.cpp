@@ -384,6 +384,15 @@ const uci_snapshot::section *find_section(const uci_snapshot &snap, const char *
     return name_index_find(snap.by_name, name, &i) ? &snap.sections[i] : nullptr;
 }
 
+// Holds `package` for a read. A thread that holds nothing waits; one that
+// holds another package (a transaction's callback reading a second one)
+// never waits: two such readers in opposite orders would each stall for
+// the bounded wait. False when the package is busy.
+bool hold_for_read(const char *package)
+{
+    return pkg_lock_mark() == 0 ? pkg_lock(package) == 0 : pkg_trylock(package) == 0;
+}
+
 // The current snapshot if one is cached; with `fill`, read and maybe kept
 // on a miss.
 uci_snapshot_ref open_snapshot(const char *package, bool fill)
@@ -406,7 +415,7 @@ uci_snapshot_ref open_snapshot(const char *package, bool fill)
     // so the load does too (re-entrant for a writer reading its own package;
     // bounded when the thread holds another, and then the caller reads).
     pkg_lock_scope scope;
-    if (pkg_lock(package) != 0)
+    if (!hold_for_read(package))
         return nullptr;
     // A file another writer changed within the clock tick cannot be told
     // from its next version: serve this read, but do not keep it.
@@ -650,10 +659,11 @@ uci_snapshot_ref uci_snapshot_load_at(const uci_store_dirs &dirs, const char *pa
 {
     if (!plain_package(package))
         return nullptr;
-    // Held, so a flush is never seen half done (new file, log not cut yet);
-    // a thread that holds another package and waits in vain still reads.
+    // Held when that needs no wait from a thread holding another package,
+    // so a flush is never seen half done (new file, log not cut yet); a
+    // read that cannot hold it reads all the same, as a get may.
     pkg_lock_scope scope;
-    pkg_lock(package);
+    hold_for_read(package);
     return load_snapshot(&dirs, package);
 }
 

@@ -104,7 +104,9 @@ static void put_lan(store_txn *txn)
 // Commits "network" and asks the system to bring the interfaces in line.
 static int commit_and_reload(store_txn *txn)
 {
-    if (store_txn_commit(txn, NETWORK, false) != 0) {
+    int rc = store_txn_commit(txn, NETWORK, false);
+    store_txn_drop(txn); // the reload runs without holding the package
+    if (rc != 0) {
         DS_ERR("Commit network uci failed");
         return -40101;
     }
