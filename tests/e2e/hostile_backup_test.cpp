@@ -218,8 +218,9 @@ TEST_F(HostileBackup, RestoreBlockedHalfWayChangesNothing)
     const std::string first = record("network", "\nconfig interface 'lan'\n\toption proto 'restored'\n") +
                               record("video", "\nconfig main 'restored'\n");
     for (const char *blocked : {"zz_dir", "zz_fifo", "zz_link", "zz_sock", "a_dir"}) {
-        if (std::string(blocked) == "a_dir")
+        if (std::string(blocked) == "a_dir") {
             ASSERT_EQ(mkdir((conf + "/a_dir").c_str(), 0755), 0); // sorts before the others
+        }
         snapshot now = snap(conf);
         EXPECT_EQ(upload(forge(first + record(blocked, "\nconfig x 'y'\n"), "blocked.bin")), -40102) << blocked;
         EXPECT_EQ(snap(conf), now) << blocked;
