@@ -73,6 +73,11 @@ const char *name_of(hostile kind)
     return kind == hostile::silent ? "silent" : kind == hostile::dripping ? "dripping" : "big-header";
 }
 
+void PrintTo(hostile kind, std::ostream *os)
+{
+    *os << name_of(kind);
+}
+
 // Opens n hostile connections of one kind; a dripping one has sent its info
 // record and the header of a request whose value it then sends one byte at
 // a time.
@@ -174,11 +179,10 @@ INSTANTIATE_TEST_SUITE_P(Kinds, HostileClients,
                          ::testing::Combine(::testing::Values(hostile::silent, hostile::dripping, hostile::big_header),
                                             ::testing::Values(6, 10, 100)),
                          [](const auto &info) {
-                             std::ostringstream name;
-                             name << (std::get<0>(info.param) == hostile::big_header ? "big_header"
-                                                                                      : name_of(std::get<0>(info.param)))
-                                  << "_" << std::get<1>(info.param);
-                             return name.str();
+                             std::string name = name_of(std::get<0>(info.param));
+                             for (char &c : name)
+                                 c = c == '-' ? '_' : c;
+                             return name + "_" + std::to_string(std::get<1>(info.param));
                          });
 
 // User and system CPU seconds of a process, from /proc/<pid>/stat.
