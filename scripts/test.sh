@@ -38,7 +38,10 @@ stage_real() {
   # components already built at the same commit are kept.
   local prefix="$ROOT/build/openwrt"
   JOBS=$JOBS sh "$ROOT/../shared/openwrt/build.sh" "$prefix"
+  # -U: found libraries are cached; a build tree configured against another
+  # prefix must look again here.
   configure_build "$ROOT/build/real" -DDSD_PLATFORM_LIBS=REAL -DDSD_BUILD_BENCH=OFF \
+    -U'UCI_*' -U'UBUS_*' -U'UBOX_*' -UBLOBMSG_JSON_LIB -U'DSD_UBUS*' \
     -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_LIBRARY_PATH="$prefix/lib" \
     -DCMAKE_INCLUDE_PATH="$prefix/include" -DCMAKE_BUILD_RPATH="$prefix/lib"
   (cd "$ROOT/build/real" && ctest --output-on-failure -j"$JOBS" --timeout 600)

@@ -4,6 +4,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -107,24 +108,24 @@ static bool object_present(hb_state *st, const char *name)
 
 std::vector<std::string> hb_present_objects(hb_state *st)
 {
-    std::vector<std::string> names;
     std::lock_guard<std::mutex> lock(st->mu);
-    for (const char *const *b = kBuiltinObjects; *b; b++) {
-        if (object_present(st, *b))
-            names.push_back(*b);
-    }
+    std::vector<std::string> named;
+    for (const char *const *b = kBuiltinObjects; *b; b++)
+        named.push_back(*b);
     json_object *objects = member(st->scenario, "objects");
     if (objects && json_object_is_type(objects, json_type_object)) {
         json_object_object_foreach(objects, name, entry) {
             (void)entry;
-            bool builtin = false;
-            for (const char *const *b = kBuiltinObjects; *b; b++)
-                builtin = builtin || !strcmp(*b, name);
-            if (!builtin && object_present(st, name))
-                names.push_back(name);
+            if (std::find(named.begin(), named.end(), name) == named.end())
+                named.push_back(name);
         }
     }
-    return names;
+    std::vector<std::string> present;
+    for (const std::string &name : named) {
+        if (object_present(st, name.c_str()))
+            present.push_back(name);
+    }
+    return present;
 }
 
 int hb_lookup(hb_state *st, const char *path, uint32_t *id)

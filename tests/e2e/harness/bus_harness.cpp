@@ -1,6 +1,7 @@
 #include "bus_harness.h"
 #include "exec_wrapper.h"
 
+#include <gtest/gtest.h>
 #include <json-c/json.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -93,17 +94,16 @@ int end_process(pid_t *pid)
     return status;
 }
 
-// Polls (bounded) until ready() holds; false when it did not or *pid ended.
-template <typename F> bool wait_ready(pid_t *pid, F ready)
+// Polls (bounded) until ready() holds; false when it did not or pid ended
+// (left for end_process to reap).
+template <typename F> bool wait_ready(pid_t pid, F ready)
 {
     for (int waited = 0; waited < 10000 * harness_slowdown(); waited += 10) {
         if (ready())
             return true;
-        int status = 0;
-        if (waitpid(*pid, &status, WNOHANG) == *pid) {
-            *pid = -1;
+        siginfo_t info{};
+        if (waitid(P_PID, (id_t)pid, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid)
             return false;
-        }
         bus_sleep_ms(10);
     }
     return false;
@@ -146,9 +146,8 @@ void bus_harness::set_scenario(const std::string &scenario_json) const
     write_file_atomically(scenario_path(), scenario_json);
     if (!kRealBus || pid <= 0)
         return;
-    pid_t watched = pid;
-    if (!wait_ready(&watched, [&] { return read_file(applied) == scenario_json; }))
-        fprintf(stderr, "bus_harness: hostbus did not apply the scenario\n");
+    if (!wait_ready(pid, [&] { return read_file(applied) == scenario_json; }))
+        ADD_FAILURE() << "hostbus did not apply the scenario " << scenario_json;
 }
 
 bool bus_harness::start(const std::string &scenario_json)
@@ -162,7 +161,7 @@ bool bus_harness::start(const std::string &scenario_json)
 #ifdef DSD_REAL_BUS
         ubusd_pid = spawn({DSD_UBUSD_BIN, "-s", socket_path()}, root + "/var/run/ubusd.out");
 #endif
-        if (ubusd_pid < 0 || !wait_ready(&ubusd_pid, [&] { return socket_accepts(socket_path()); })) {
+        if (ubusd_pid < 0 || !wait_ready(ubusd_pid, [&] { return socket_accepts(socket_path()); })) {
             stop();
             return false;
         }
@@ -173,7 +172,7 @@ bool bus_harness::start(const std::string &scenario_json)
     if (pid < 0)
         return false;
     std::string applied = scenario_path() + ".applied";
-    bool up = wait_ready(&pid, [&] {
+    bool up = wait_ready(pid, [&] {
         return kRealBus ? read_file(applied) == scenario_json : socket_accepts(socket_path());
     });
     if (!up)
