@@ -106,11 +106,9 @@ static int send_text(ubus_context *ctx, ubus_request_data *req, const std::strin
         blobmsg_add_object(&b, obj.get());
     else
         blobmsg_add_double(&b, "raw", INFINITY);
-    int rc = UBUS_STATUS_NO_MEMORY;
-    if (blob_pad_len(b.head) + 64 > kMaxBusMsg)
-        fprintf(stderr, "hostbus: reply of %zu bytes dropped\n", (size_t)blob_pad_len(b.head));
-    else
-        rc = ubus_send_reply(ctx, req, b.head);
+    // ubusd refuses a message over 1 MiB (headers included).
+    int rc = blob_pad_len(b.head) + 64 > kMaxBusMsg ? UBUS_STATUS_NO_MEMORY
+                                                    : ubus_send_reply(ctx, req, b.head);
     blob_buf_free(&b);
     return rc;
 }
@@ -139,8 +137,11 @@ static void advance_call(uloop_timeout *t)
     hb_answer out;
     hb_step_answer(call->step.get(), call->msg.get(), &out);
     if (!out.disconnect) {
-        for (const std::string &text : out.data)
-            send_text(call->bus->ctx, &call->req, text);
+        for (const std::string &text : out.data) {
+            int rc = send_text(call->bus->ctx, &call->req, text);
+            if (rc != 0)
+                fprintf(stderr, "hostbus: reply of %zu bytes not sent: %s\n", text.size(), ubus_strerror(rc));
+        }
         ubus_complete_deferred_request(call->bus->ctx, &call->req, out.status);
     }
     forget_call(call->bus, call);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -55,12 +56,15 @@ std::string read_file(const std::string &path)
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-// Starts argv (through the exec wrapper) with its output appended to out.
+// Starts argv (through the exec wrapper) with its output appended to out;
+// it is told to stop when the starting thread ends.
 pid_t spawn(const std::vector<std::string> &argv_in, const std::string &out)
 {
     pid_t pid = fork();
     if (pid != 0)
         return pid;
+    // A test that dies leaves no bus behind.
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
     FILE *f = freopen(out.c_str(), "a", stdout);
     if (f)
         dup2(fileno(stdout), STDERR_FILENO);
