@@ -36,8 +36,9 @@ stage_real() {
   banner "the device's libraries and ubusd"
   # Built from the source archives beside the shared tree, without network;
   # components already built at the same commit are kept.
-  local prefix="$ROOT/build/openwrt"
-  JOBS=$JOBS sh "$ROOT/../shared/openwrt/build.sh" "$prefix"
+  local prefix="$ROOT/build/openwrt" builder="$ROOT/../shared/openwrt/build.sh"
+  [ -f "$builder" ] || { echo "real: $builder (and its source archives) missing" >&2; return 1; }
+  JOBS=$JOBS sh "$builder" "$prefix"
   # -U: found libraries are cached; a build tree configured against another
   # prefix must look again here.
   configure_build "$ROOT/build/real" -DDSD_PLATFORM_LIBS=REAL -DDSD_BUILD_BENCH=OFF \
