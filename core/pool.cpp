@@ -17,15 +17,25 @@ static uint32_t head_index(const thd_pool *pool)
     return static_cast<uint32_t>(pool->head - g_ring);
 }
 
+static int64_t monotonic_ns(void)
+{
+    timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
+// The queueing time of the task this worker runs; see thd_pool_task_queued_ns.
+static thread_local int64_t t_task_queued_ns;
+
 // Caller holds pool->mutex.
-static int queue_add(thd_pool *pool, thd_task_fn fn, int arg)
+static int queue_add(thd_pool *pool, thd_task_fn fn, int arg, int64_t now_ns)
 {
     if (pool->count >= pool->capacity) {
         DS_TRACE_AS("queue_add", TRACE_ERROR, "Thread pool task queue is full.");
         return -1;
     }
     uint32_t slot = (head_index(pool) + pool->count) % THD_QUEUE_CAPACITY;
-    g_ring[slot] = {.fn = fn, .arg = arg};
+    g_ring[slot] = {.fn = fn, .arg = arg, .queued_ns = now_ns};
     __atomic_store_n(&pool->count, pool->count + 1, __ATOMIC_RELEASE);
     return 0;
 }
@@ -41,13 +51,6 @@ static int queue_del(thd_pool *pool, thd_task *out)
     __atomic_store_n(&pool->count, pool->count - 1, __ATOMIC_RELAXED);
     pool->head = &g_ring[(head_index(pool) + 1) % THD_QUEUE_CAPACITY];
     return 0;
-}
-
-static int64_t monotonic_ns(void)
-{
-    timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
 }
 
 // Clients often send requests back to back, one connection after the
@@ -103,8 +106,10 @@ static void *thd_pool_func(void *arg)
             usleep(10000);
             continue;
         }
+        t_task_queued_ns = task.queued_ns;
         if (task.fn)
             task.fn(task.arg);
+        t_task_queued_ns = 0;
         if (__atomic_sub_fetch(&pool->running, 1, __ATOMIC_RELAXED) == 0)
             poll_briefly(pool);
     }
@@ -150,9 +155,10 @@ int thd_pool_add_task(thd_pool *pool, thd_task_fn fn, int arg)
         DS_ERR("Invalid params.");
         return -1;
     }
+    int64_t now = monotonic_ns();
     pthread_mutex_lock(&pool->mutex);
     bool was_empty = pool->count == 0;
-    int rc = queue_add(pool, fn, arg);
+    int rc = queue_add(pool, fn, arg, now);
     pthread_mutex_unlock(&pool->mutex);
     if (rc != 0) {
         DS_ERR("Add task to queue failed.");
@@ -166,6 +172,11 @@ int thd_pool_add_task(thd_pool *pool, thd_task_fn fn, int arg)
     if (!(was_empty && __atomic_load_n(&pool->polling, __ATOMIC_ACQUIRE)))
         pthread_cond_signal(&pool->cond);
     return 0;
+}
+
+int64_t thd_pool_task_queued_ns(void)
+{
+    return t_task_queued_ns;
 }
 
 int thd_pool_destroy(thd_pool *pool)

@@ -10,6 +10,7 @@ using thd_task_fn = int (*)(int arg);
 struct thd_task {
     thd_task_fn fn;
     int arg;
+    int64_t queued_ns; // monotonic clock when it was queued
 };
 
 enum { THD_QUEUE_CAPACITY = 10 };
@@ -35,5 +36,8 @@ thd_pool *thd_pool_init(int n);
 // Queues fn(arg); arg 0 is refused (descriptor 0 can never be queued).
 // 0, or -1 when the arguments are bad or the ring is full. Any thread.
 int thd_pool_add_task(thd_pool *pool, thd_task_fn fn, int arg);
+// Monotonic nanoseconds at which the task the calling worker runs was
+// queued (so a task can tell how long it waited); 0 outside a pool task.
+int64_t thd_pool_task_queued_ns(void);
 // Stops and joins the workers; queued tasks are dropped. 0, or -1 for null.
 int thd_pool_destroy(thd_pool *pool);

@@ -8,6 +8,7 @@
 #include "core/context.h"
 #include "core/dispatch.h"
 #include "core/heap.h"
+#include "core/pool.h"
 #include "core/wire.h"
 #include "platform/jso.h"
 #include "platform/trace.h"
@@ -189,6 +190,8 @@ int parse_record(ds_context *ctx, sock_reader *rd, bool *fatal)
     int32_t len = static_cast<int32_t>(ntohl(raw_len));
     DS_TRACE_AS("ds_signal_parse", TRACE_INFO, "TLV type: %d.", static_cast<int>(type));
     DS_TRACE_AS("ds_signal_parse", TRACE_INFO, "TLV length: %d.", len);
+    if (len > 0)
+        sock_reader_allow(rd, static_cast<size_t>(len));
     if (type == TLV_INFO)
         return jinf_tlv_data_handle(ctx, rd, len);
     if (type == TLV_REQUEST)
@@ -210,6 +213,10 @@ int ds_signal_parse(ds_context *ctx)
     // the read-ahead took beyond them are dropped with the connection.
     sock_reader rd;
     sock_reader_init(&rd, ctx->fd);
+    // Counted from the connection's arrival: one that waited in the queue
+    // behind slow clients has already spent part of its time.
+    int64_t since = thd_pool_task_queued_ns();
+    sock_reader_set_deadline(&rd, since ? since : sock_monotonic_ns());
     int rc = -1;
     bool fatal = false;
     for (int i = 0; i < 2 && !fatal; i++)

@@ -4,9 +4,12 @@ extern "C" {
 #include <libubox/usock.h>
 }
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 #include "core/dispatch.h"
 #include "core/pool.h"
@@ -44,6 +47,34 @@ void queue_connection(int fd, thd_pool *pool)
     }
 }
 
+// Out of descriptors (of the process or of the system), accept fails at
+// once for as long as the backlog holds a connection: retrying at once would
+// spin a core. The loop sleeps instead, from ACCEPT_PAUSE_MIN_MS doubling to
+// ACCEPT_PAUSE_MAX_MS, and serves again at the first accept that succeeds
+// once connections have closed.
+enum { ACCEPT_PAUSE_MIN_MS = 5, ACCEPT_PAUSE_MAX_MS = 100 };
+
+bool out_of_descriptors(int err)
+{
+    return err == EMFILE || err == ENFILE || err == ENOBUFS || err == ENOMEM;
+}
+
+// After a failed accept: the pause before the next one (0: none), given the
+// previous pause. The first pause of a shortage is traced, once.
+int accept_pause(int err, int previous_ms)
+{
+    if (!out_of_descriptors(err)) {
+        DS_TRACE_AS("socket_accept_loop", TRACE_INFO, "Failed to accept.");
+        return 0;
+    }
+    if (previous_ms == 0) {
+        DS_TRACE_AS("socket_accept_loop", TRACE_ERROR, "Failed to accept, errno=%d: pausing until descriptors free up.",
+                    err);
+        return ACCEPT_PAUSE_MIN_MS;
+    }
+    return previous_ms * 2 > ACCEPT_PAUSE_MAX_MS ? ACCEPT_PAUSE_MAX_MS : previous_ms * 2;
+}
+
 } // namespace
 
 int unix_socket_init(void)
@@ -64,6 +95,7 @@ void socket_accept_loop(int listen_fd, thd_pool *pool)
         DS_ERR("Invalid params.");
         return;
     }
+    int pause_ms = 0;
     for (;;) {
         sockaddr addr{};
         socklen_t len = sizeof addr; // 16 bytes; the peer is not used
@@ -71,9 +103,14 @@ void socket_accept_loop(int listen_fd, thd_pool *pool)
         // worker in between must not inherit the client's connection
         int fd = accept4(listen_fd, &addr, &len, SOCK_CLOEXEC);
         if (fd < 0) {
-            DS_INFO("Failed to accept.");
+            pause_ms = accept_pause(errno, pause_ms);
+            if (pause_ms > 0)
+                poll(nullptr, 0, pause_ms);
             continue;
         }
+        if (pause_ms > 0)
+            DS_TRACE_AS("socket_accept_loop", TRACE_INFO, "Accepting again.");
+        pause_ms = 0;
         queue_connection(fd, pool);
     }
 }

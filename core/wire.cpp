@@ -4,7 +4,9 @@
 
 #include <arpa/inet.h>
 #include <sys/socket.h>
+#include <poll.h>
 #include <sys/uio.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -64,12 +66,92 @@ size_t take_arrived(int fd, uint8_t *buf, size_t len)
 
 } // namespace
 
+int64_t sock_monotonic_ns(void)
+{
+    timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
 void sock_reader_init(sock_reader *r, int fd)
 {
     r->fd = fd;
     r->pos = 0;
     r->end = 0;
+    r->since_ns = 0;
+    r->allow_ns = 0;
+    r->floor_ns = 0;
+    r->reads = 0;
 }
+
+void sock_reader_set_deadline(sock_reader *r, int64_t since_ns)
+{
+    r->since_ns = since_ns > 0 ? since_ns : 1;
+    r->allow_ns = SOCK_DEADLINE_MS * 1000000;
+    r->floor_ns = sock_monotonic_ns() + SOCK_DEADLINE_GRACE_MS * 1000000;
+}
+
+void sock_reader_allow(sock_reader *r, size_t len)
+{
+    size_t counted = std::min(len, static_cast<size_t>(TLV_REQUEST_MAX));
+    r->allow_ns += SOCK_DEADLINE_FULL_MS * 1000000 * static_cast<int64_t>(counted) / TLV_REQUEST_MAX;
+}
+
+namespace {
+
+enum : int64_t { NS_PER_MS = 1000000 };
+
+// Nanoseconds left before the deadline (<= 0 when it has passed).
+int64_t time_left(const sock_reader *r)
+{
+    return std::max(r->since_ns + r->allow_ns, r->floor_ns) - sock_monotonic_ns();
+}
+
+// Waits until fd is readable or the deadline passes. False at the deadline.
+bool wait_readable(const sock_reader *r)
+{
+    int64_t left = time_left(r);
+    if (left <= 0) {
+        DS_TRACE_AS("sock_read", TRACE_ERROR, "Client too slow, records not complete in time.");
+        return false;
+    }
+    pollfd p{.fd = r->fd, .events = POLLIN, .revents = 0};
+    poll(&p, 1, static_cast<int>((left + NS_PER_MS - 1) / NS_PER_MS));
+    return true;
+}
+
+// One read from the socket under the deadline, with sock_read's results.
+// The first read of a connection may block (the receive time-out bounds
+// it) unless the deadline is near: a client that sends its records at once
+// costs exactly one system call. Any later read first takes what has
+// arrived; only a read that would wait looks at the clock, then waits in
+// poll for what remains of the deadline.
+ssize_t read_in_time(sock_reader *r, uint8_t *buf, size_t len)
+{
+    if (!r->since_ns)
+        return sock_read(r->fd, buf, len);
+    int flags = r->reads++ == 0 && time_left(r) > 1000 * NS_PER_MS ? 0 : MSG_DONTWAIT;
+    for (;;) {
+        ssize_t n = recv(r->fd, buf, len, flags);
+        if (n > 0) {
+            buf[n] = 0;
+            return n;
+        }
+        if (n == 0) {
+            DS_TRACE_AS("sock_read", TRACE_ERROR, "read_len = 0.");
+            return 0;
+        }
+        if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
+            DS_TRACE_AS("sock_read", TRACE_ERROR, "read_len = -1, errno=%d.", errno);
+            return -1;
+        }
+        if (errno != EINTR && !wait_readable(r))
+            return -1;
+        flags = MSG_DONTWAIT;
+    }
+}
+
+} // namespace
 
 ssize_t sock_reader_read(sock_reader *r, uint8_t *buf, size_t len)
 {
@@ -83,9 +165,9 @@ ssize_t sock_reader_read(sock_reader *r, uint8_t *buf, size_t len)
         if (n < len)
             n += take_arrived(r->fd, buf + n, len - n);
     } else if (len >= SOCK_READAHEAD) {
-        return sock_read(r->fd, buf, len);
+        return read_in_time(r, buf, len);
     } else {
-        ssize_t got = sock_read(r->fd, r->data, SOCK_READAHEAD);
+        ssize_t got = read_in_time(r, r->data, SOCK_READAHEAD);
         if (got <= 0)
             return got;
         r->pos = 0;

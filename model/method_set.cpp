@@ -208,6 +208,43 @@ static int diff_data_set(ds_context *ctx, int *changed)
     return 0;
 }
 
+// A text fit for one line of a configuration file: no control character,
+// except line breaks and tabs where the row takes multi-line text.
+static bool text_is_one_line(const char *text, uint8_t flags)
+{
+    for (const unsigned char *p = reinterpret_cast<const unsigned char *>(text); *p; p++) {
+        bool allowed = (flags & DS_OPT_MULTILINE) && (*p == '\n' || *p == '\r' || *p == '\t');
+        if ((*p < 0x20 || *p == 0x7f) && !allowed)
+            return false;
+    }
+    return true;
+}
+
+// The strings of a value (the value itself or the items of a list) are all
+// fit for one line. Other JSON types are the row checker's business.
+static bool value_is_one_line(json_object *val, uint8_t flags)
+{
+    if (json_object_is_type(val, json_type_string))
+        return text_is_one_line(json_object_get_string(val), flags) &&
+               strlen(json_object_get_string(val)) == static_cast<size_t>(json_object_get_string_len(val));
+    if (!json_object_is_type(val, json_type_array))
+        return true;
+    for (size_t i = 0; i < json_object_array_length(val); i++) {
+        if (!value_is_one_line(json_object_array_get_idx(val, i), flags))
+            return false;
+    }
+    return true;
+}
+
+// The code of a value refused for its control characters: the row's own
+// code when it has one, like any other refusal of the row, else the string
+// check's code for text it cannot take.
+static int32_t one_line_refusal(const char *opt, const ds_opt *row)
+{
+    DS_ERR("Option %s holds a control character.", opt);
+    return row->err_code != 0 ? row->err_code : -70231;
+}
+
 int filter_opt_args(ds_context *ctx, const ds_module *mod, const char *section, int by_name,
                     json_object *params)
 {
@@ -236,7 +273,9 @@ int filter_opt_args(ds_context *ctx, const ds_module *mod, const char *section, 
             json_object_object_del(params, opt);
             continue;
         }
-        int32_t ret = row->checker(ctx, val, params, row->arg, row->err_code);
+        int32_t ret = value_is_one_line(val, row->flags) ? 0 : one_line_refusal(opt, row);
+        if (ret == 0)
+            ret = row->checker(ctx, val, params, row->arg, row->err_code);
         if (ret != 0) {
             DS_ERR("Option %s param illegal.", opt);
             ctx->error_code = ret;

@@ -32,11 +32,21 @@ struct ds_sec;
 using ds_dynamic_fn = json_object *(*)(ds_context *ctx, const ds_sec *sec);
 using ds_action_fn = int (*)(ds_context *ctx, json_object *arg);
 
+// Option row flags.
+enum : uint8_t {
+    // The value may hold line breaks and tabs (multi-line text). Without it
+    // set and add refuse every control character before the row's checker
+    // runs: a value is one line of the files the daemon writes (uci, backup
+    // bundles), and a line break in it would start a line of its own there.
+    DS_OPT_MULTILINE = 0x01,
+};
+
 struct ds_opt {
     const char *name;
     ds_checker_fn checker;
     const void *arg;
     int32_t err_code;
+    uint8_t flags = 0; // DS_OPT_*; 0 for nearly every row
 };
 
 enum { DS_DATA_UCI = 0, DS_DATA_DYNAMIC = 1 };

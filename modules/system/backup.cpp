@@ -11,6 +11,7 @@
 #include <ctime>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <sstream>
 
 #include "core/context.h"
@@ -32,13 +33,54 @@ const char *const kExcluded[] = {"user_management", "uhttpd", "cloud_config", "c
                                  "ovddns_status", nullptr};
 enum { MAX_UPLOAD = 3145728, ERR_ARG = -40102, ERR_PATH = -40209, ERR_MD5 = -50914, ERR_DECRYPT = -50916 };
 
-bool excluded(const char *name)
+bool in_excluded(const std::string &name)
 {
     for (const char *const *e = kExcluded; *e; e++) {
-        if (!strcmp(*e, name)) {
-            DS_TRACE_AS("package_conf_together", TRACE_INFO, "conf (%s) is excluded.", name);
+        if (name == *e)
             return true;
-        }
+    }
+    return false;
+}
+
+bool excluded(const char *name)
+{
+    if (!in_excluded(name))
+        return false;
+    DS_TRACE_AS("package_conf_together", TRACE_INFO, "conf (%s) is excluded.", name);
+    return true;
+}
+
+// The bundle's marker lines. The restore takes only these exact lines as
+// markers, and a backup refuses a package holding a line that begins with
+// a marker's token, so no package text can end its record early or start
+// another one, whatever reader meets the bundle.
+const char kStartToken[] = "@FILE_START@";
+const char kPathToken[] = "@FILE_PATH@";
+const char kEndToken[] = "@FILE_END@";
+const char kPathPrefix[] = "@FILE_PATH@=/etc/config/";
+
+std::string start_line(void)
+{
+    return std::string(kStartToken) + kDashes;
+}
+
+std::string end_line(void)
+{
+    return std::string(kEndToken) + kDashes;
+}
+
+bool begins_with(const std::string &line, const char *token)
+{
+    return line.compare(0, strlen(token), token) == 0;
+}
+
+// True when a line of text could be taken for a marker line.
+bool holds_marker_line(const std::string &text)
+{
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        if (begins_with(line, kStartToken) || begins_with(line, kPathToken) || begins_with(line, kEndToken))
+            return true;
     }
     return false;
 }
@@ -240,6 +282,20 @@ bool backup_entry(const std::string &path, const char *name)
 
 } // namespace
 
+// One package's record of the bundle; false (and a trace) when its text
+// holds a line a reader could take for a marker.
+static bool append_conf(std::string *bundle, const char *name, std::string body)
+{
+    if (holds_marker_line(body)) {
+        DS_TRACE_AS("append_conf", TRACE_ERROR, "conf (%s) holds a marker line, not packed.", name);
+        return false;
+    }
+    if (!body.empty() && body.back() != '\n')
+        body += '\n';
+    *bundle += start_line() + "\n" + kPathPrefix + name + "\n" + body + end_line() + "\n";
+    return true;
+}
+
 bool backup_bundle(const std::string &confdir, std::string *bundle)
 {
     DIR *dir = opendir(confdir.c_str());
@@ -248,6 +304,7 @@ bool backup_bundle(const std::string &confdir, std::string *bundle)
         return false;
     }
     int packed = 0;
+    bool refused = false;
     while (dirent *e = readdir(dir)) {
         std::string path = confdir + "/" + e->d_name;
         if (!backup_entry(path, e->d_name))
@@ -257,14 +314,35 @@ bool backup_bundle(const std::string &confdir, std::string *bundle)
             DS_TRACE_AS("append_conf", TRACE_ERROR, "open file (%s) error\n", path.c_str());
             continue;
         }
-        if (!body.empty() && body.back() != '\n')
-            body += '\n';
-        *bundle += std::string("@FILE_START@") + kDashes + "\n" + "@FILE_PATH@=/etc/config/" + e->d_name + "\n" +
-                   body + "@FILE_END@" + kDashes + "\n";
-        packed++;
+        if (!append_conf(bundle, e->d_name, std::move(body)))
+            refused = true;
+        else
+            packed++;
     }
     closedir(dir);
-    return packed > 0;
+    if (refused)
+        bundle->clear();
+    return packed > 0 && !refused;
+}
+
+// The package name of a path line, or "" when the line is not exactly the
+// marker with a plain package name a backup may carry.
+static std::string restorable_name(const std::string &line)
+{
+    if (!begins_with(line, kPathPrefix)) {
+        DS_TRACE_AS("split_conf", TRACE_ERROR, "file path line error.");
+        return "";
+    }
+    std::string name = line.substr(strlen(kPathPrefix));
+    if (!plain_name(name)) {
+        DS_TRACE_AS("split_conf", TRACE_ERROR, "new conf path error.");
+        return "";
+    }
+    if (in_excluded(name)) {
+        DS_TRACE_AS("split_conf", TRACE_ERROR, "conf (%s) is never restored.", name.c_str());
+        return "";
+    }
+    return name;
 }
 
 bool backup_split(const std::string &bundle, std::vector<std::pair<std::string, std::string>> *files)
@@ -272,31 +350,28 @@ bool backup_split(const std::string &bundle, std::vector<std::pair<std::string, 
     std::istringstream in(bundle);
     std::string line;
     std::vector<std::pair<std::string, std::string>> out;
+    std::set<std::string> seen;
     while (std::getline(in, line)) {
-        if (line.find("@FILE_START@") == std::string::npos) {
+        if (line != start_line()) {
             DS_TRACE_AS("split_conf", TRACE_ERROR, "start line error.");
             return false;
         }
-        size_t at;
-        if (!std::getline(in, line) || line.find("@FILE_PATH@") == std::string::npos ||
-            (at = line.find("/etc/config/")) == std::string::npos) {
+        std::string name = std::getline(in, line) ? restorable_name(line) : "";
+        if (name.empty() || !seen.insert(name).second) {
             DS_TRACE_AS("split_conf", TRACE_ERROR, "file path line error.");
-            return false;
-        }
-        std::string name = line.substr(at + strlen("/etc/config/"));
-        if (!plain_name(name)) {
-            DS_TRACE_AS("split_conf", TRACE_ERROR, "new conf path error.");
             return false;
         }
         std::string body;
         bool ended = false;
         while (!ended && std::getline(in, line)) {
-            ended = line.find("@FILE_END@") != std::string::npos;
+            ended = line == end_line();
             if (!ended)
                 body += line + "\n";
         }
-        if (!ended)
+        if (!ended) {
+            DS_TRACE_AS("split_conf", TRACE_ERROR, "write error.");
             return false;
+        }
         out.emplace_back(name, body);
     }
     *files = std::move(out);

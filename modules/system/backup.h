@@ -11,10 +11,14 @@ struct ds_context;
 struct json_object;
 
 // Bundle text of the config directory (device paths "/etc/config/<name>"),
-// the excluded packages left out. False when nothing could be packed.
+// the excluded packages left out. False when nothing could be packed, or
+// when a package holds a line beginning with a marker token (then *bundle
+// is left empty: such a package would forge records of its own).
 bool backup_bundle(const std::string &confdir, std::string *bundle);
-// Splits a bundle into (name, body) pairs; false, with nothing returned,
-// when any record is malformed or names a file outside the config directory.
+// Splits a bundle into (name, body) pairs; only exact marker lines count.
+// False, with nothing returned, when any record is malformed, names a file
+// outside the config directory, a package backups never carry, or a
+// package twice.
 bool backup_split(const std::string &bundle, std::vector<std::pair<std::string, std::string>> *files);
 
 // Keywords of the system module; any worker thread, ctx owned by the caller.

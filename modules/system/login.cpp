@@ -65,9 +65,22 @@ std::string record_path(const char *user)
 // slow part (reporting a lock on the bus) runs after it is released.
 std::mutex g_records;
 
+// Owner-only, whatever the umask: the records and sessions say who may log
+// in, so nobody else may add, remove or replace a file in them.
+enum : mode_t { STATE_DIR_MODE = 0700 };
+
+// An existing state directory of ours is brought back to owner-only (an
+// older daemon made them group-writable). False when it cannot be.
+bool owner_only(int fd)
+{
+    struct stat st;
+    if (fstat(fd, &st) != 0 || st.st_uid != geteuid())
+        return false;
+    return (st.st_mode & 07777) == STATE_DIR_MODE || fchmod(fd, STATE_DIR_MODE) == 0;
+}
+
 // The failure-record directory, opened without following a link; one that
-// is a link or belongs to someone else is replaced (mode 700 decimal, as
-// the web tools create it). fd or -errno.
+// is a link or belongs to someone else is replaced. fd or -errno.
 int open_state_dir(const char *path)
 {
     std::string dir, name;
@@ -77,12 +90,11 @@ int open_state_dir(const char *path)
     if (!parent.ok())
         return parent.fd;
     int fd = openat(parent.fd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    struct stat st;
-    if (fd >= 0 && fstat(fd, &st) == 0 && st.st_uid == geteuid())
+    if (fd >= 0 && owner_only(fd))
         return fd;
     if (fd >= 0)
         close(fd);
-    return sf_fresh_dir(parent.fd, name.c_str(), 700);
+    return sf_fresh_dir(parent.fd, name.c_str(), STATE_DIR_MODE);
 }
 
 // The stored "time/count"; false when missing, empty or malformed.
@@ -131,9 +143,9 @@ void add(json_object *res, const char *key, int v)
     jso_obj_add_int(res, key, v);
 }
 
-// Mode 700 in decimal, as the web server's tools have always created them.
 // The sessions directory belongs to the web server: it is only made when
-// missing (a link at its name is removed first), never replaced.
+// missing (a link at its name is removed first), never replaced; one of
+// ours is kept owner-only.
 void make_dirs(void)
 {
     sf_fd records(open_state_dir("/tmp/luci-pwderr"));
@@ -141,10 +153,31 @@ void make_dirs(void)
     if (!sf_split(dsd_path("/tmp/luci-sessions"), &dir, &name))
         return;
     sf_fd parent(sf_open_dir(dir.c_str()));
-    struct stat st;
-    if (!parent.ok() || (fstatat(parent.fd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode)))
+    if (!parent.ok())
         return;
-    sf_fd fresh(sf_fresh_dir(parent.fd, name.c_str(), 700));
+    sf_fd sessions(openat(parent.fd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (sessions.ok()) {
+        owner_only(sessions.fd);
+        return;
+    }
+    sf_fd fresh(sf_fresh_dir(parent.fd, name.c_str(), STATE_DIR_MODE));
+}
+
+// The lock settings, read at every check.
+struct login_policy {
+    int max;
+    bool enabled;
+};
+
+login_policy read_policy(ds_context *ctx)
+{
+    int max = get_opt_int_value(ctx->uci_ctx, "unusual_detection", "login_error", "max_times");
+    max = max < 0 ? 0 : max;
+    store_opt en_opt = store_read_opt(ctx->uci_ctx, "unusual_detection", "login_error", "enabled");
+    const char *en = en_opt.text;
+    std::string enabled = en ? en : "on";
+    DS_TRACE_AS("check_username_passwd", TRACE_INFO, "max_log_time is :%d, enable is :%s", max, enabled.c_str());
+    return {.max = max, .enabled = enabled == "on"};
 }
 
 // The package's account for a user name: the first section whose
@@ -304,12 +337,8 @@ int check_username_passwd(ds_context *ctx, json_object *arg)
     if (!ctx)
         return 0;
     make_dirs();
-    int max = get_opt_int_value(ctx->uci_ctx, "unusual_detection", "login_error", "max_times");
-    max = max < 0 ? 0 : max;
-    store_opt en_opt = store_read_opt(ctx->uci_ctx, "unusual_detection", "login_error", "enabled");
-    const char *en = en_opt.text;
-    std::string enabled = en ? en : "on";
-    DS_INFO("max_log_time is :%d, enable is :%s", max, enabled.c_str());
+    login_policy policy = read_policy(ctx);
+    int max = policy.max;
     json_object *pkg = get_uci_package(ctx->uci_ctx, "user_management");
     if (!pkg) {
         DS_ERR("get uci user_management fail");
@@ -332,8 +361,8 @@ int check_username_passwd(ds_context *ctx, json_object *arg)
         add(res, "time", 0);
         add(res, "real_error_code", -70302);
     } else if (pass && stored && !strcmp(pass, stored)) {
-        answer_good_password(res, u.c_str(), max, enabled == "on", acct, section);
-    } else if (enabled != "on") {
+        answer_good_password(res, u.c_str(), max, policy.enabled, acct, section);
+    } else if (!policy.enabled) {
         add(res, "time", UNLIMITED_TRIES);
         add(res, "real_error_code", -70312);
     } else {
@@ -341,6 +370,23 @@ int check_username_passwd(ds_context *ctx, json_object *arg)
     }
     json_object_put(pkg);
     return 0;
+}
+
+int login_password_verdict(ds_context *ctx, const char *user, bool matches)
+{
+    if (!ctx || !user)
+        return -40101;
+    make_dirs();
+    login_policy policy = read_policy(ctx);
+    if (!policy.enabled)
+        return matches ? 0 : -70312;
+    int count = 0;
+    if (matches ? !locked_or_cleared(user, policy.max) : !record_failure(user, policy.max, &count))
+        return matches ? 0 : -70312;
+    int rc = call_login_error(user);
+    if (rc != 0)
+        DS_TRACE_AS("check_username_passwd", TRACE_ERROR, "ubus call record.login_error.result is not zero");
+    return rc == 0 ? -40404 : rc;
 }
 
 int login_end_sessions(void)

@@ -22,6 +22,12 @@ int call_login_error(const char *user);
 // Keyword "check_user": always 0; the outcome is in the response members.
 // Any worker; parallel checks of one user each count.
 int check_username_passwd(ds_context *ctx, json_object *arg);
+// The lock's verdict on a password another keyword checked (the account
+// editor, the gesture check): a wrong one counts toward the user's lock
+// exactly as check_user's do, a locked user is refused whatever was offered
+// (and the lock reported), a right one clears the record. 0 (right, not
+// locked), -70312 (wrong), -40404 (locked) or the report's code. Any worker.
+int login_password_verdict(ds_context *ctx, const char *user, bool matches);
 // Removes every web session file; 0, or -1 when one could not be removed.
 // Any thread.
 int login_end_sessions(void);

@@ -55,7 +55,22 @@ std::string account_section(ds_context *ctx, const char *user)
     return found;
 }
 
-// {"username", "passwd", "new_passwd"}: the old password must match.
+// A new secret: 1..64 bytes on one line (it is stored as a uci value).
+bool secret_ok(const char *text)
+{
+    if (!strlen_in_range(text, 1, 64))
+        return false;
+    for (const char *p = text; *p; p++) {
+        if (static_cast<unsigned char>(*p) < 0x20 || *p == 0x7f)
+            return false;
+    }
+    return true;
+}
+
+// {"username", "passwd", "new_passwd"}: the old password must match. The
+// check counts toward the login lock like check_user, so this keyword is no
+// way around it; a changed password ends the open web sessions (a session
+// file does not say whose it is, so all of them).
 int change_user_info(ds_context *ctx, json_object *arg)
 {
     if (!ctx || !arg || !jso_is_obj(arg))
@@ -63,19 +78,22 @@ int change_user_info(ds_context *ctx, json_object *arg)
     const char *user = jso_obj_get_string_origin(arg, "username");
     const char *old = jso_obj_get_string_origin(arg, "passwd");
     const char *fresh = jso_obj_get_string_origin(arg, "new_passwd");
-    if (!user || !old || !fresh || !strlen_in_range(fresh, 1, 64))
+    if (!user || !old || !fresh || !secret_ok(fresh))
         return -40209;
     std::string sec = account_section(ctx, user);
     if (sec.empty())
         return -70302;
     store_opt stored_opt = store_read_opt(ctx->uci_ctx, kPackage, sec.c_str(), "passwd");
     const char *stored = stored_opt.text;
-    if (!stored || strcmp(stored, old) != 0)
-        return -70312;
+    int verdict = login_password_verdict(ctx, user, stored && !strcmp(stored, old));
+    if (verdict != 0)
+        return verdict;
     store_txn txn(ctx->uci_ctx);
     if (set_opt_value(&txn, kPackage, sec.c_str(), "passwd", fresh) != 0 ||
         store_txn_commit(&txn, kPackage, false) != 0)
         return -40101;
+    if (login_end_sessions() != 0)
+        DS_ERR("rm SESSION_PATH fail.");
     return 0;
 }
 
@@ -114,7 +132,9 @@ int check_user_info(ds_context *ctx, json_object *)
     return 0;
 }
 
-// The gesture password opens no lock and counts no failures.
+// The gesture password is a password like any other: a wrong one counts
+// toward the login lock, and a locked user is refused whatever is offered.
+// An account without a gesture password matches no gesture.
 int check_gesture_passwd(ds_context *ctx, json_object *arg)
 {
     if (!ctx || !arg || !jso_is_obj(arg))
@@ -126,30 +146,41 @@ int check_gesture_passwd(ds_context *ctx, json_object *arg)
     if (!sec.empty()) {
         store_opt stored_opt = store_read_opt(ctx->uci_ctx, kPackage, sec.c_str(), "gesture_passwd");
         const char *stored = stored_opt.text;
-        code = gesture && stored && *stored && !strcmp(gesture, stored) ? 0 : -70312;
+        code = login_password_verdict(ctx, user, gesture && stored && *stored && !strcmp(gesture, stored));
     }
     jso_obj_add_int(response(ctx), "real_error_code", code);
     return 0;
 }
 
-// True when the request changes the root account's name or password.
-bool root_credentials_changed(ds_context *ctx)
+// True when the request changes an account's name or one of its secrets
+// (the set pipeline has cut it down to the options that really change), or
+// adds or deletes an account.
+bool credentials_changed(ds_context *ctx)
 {
-    json_object *mod = nullptr, *sec = nullptr;
+    json_object *mod = nullptr;
+    if (ctx->method != DS_METHOD_SET)
+        return true;
     if (!ctx->req_obj || !json_object_object_get_ex(ctx->req_obj, kPackage, &mod) ||
-        !json_object_object_get_ex(mod, "root", &sec) || !json_object_is_type(sec, json_type_object))
-        return ctx->method != DS_METHOD_SET; // add/delete of the account itself
-    return json_object_object_get_ex(sec, "passwd", nullptr) ||
-           json_object_object_get_ex(sec, "username", nullptr);
+        !json_object_is_type(mod, json_type_object))
+        return false;
+    json_object_object_foreach(mod, name, sec) {
+        (void)name;
+        for (const char *key : {"passwd", "username", "gesture_passwd"}) {
+            if (json_object_is_type(sec, json_type_object) && json_object_object_get_ex(sec, key, nullptr))
+                return true;
+        }
+    }
+    return false;
 }
 
-// Service callback of the root account: once its name or password changed,
-// every web session (opened with the old credentials) ends.
+// Service callback of every account: once a name or secret changed, the
+// web sessions (opened with the old credentials) end. Session files do not
+// say whose they are, so all of them end.
 int set_root(ds_context *ctx)
 {
     if (!ctx)
         return -40101;
-    if (root_credentials_changed(ctx) && login_end_sessions() != 0)
+    if (credentials_changed(ctx) && login_end_sessions() != 0)
         DS_ERR("rm SESSION_PATH fail.");
     return 0;
 }
@@ -241,8 +272,8 @@ ds_sec sections[] = {
 
 const ds_sec types[] = {
     uci_row("root", account_opts, nullptr, set_root),
-    uci_row("admin", account_opts, del_user_service),
-    uci_row("guest", account_opts, del_user_service),
+    uci_row("admin", account_opts, del_user_service, set_root),
+    uci_row("guest", account_opts, del_user_service, set_root),
     ds_sec{},
 };
 

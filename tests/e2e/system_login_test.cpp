@@ -76,11 +76,10 @@ TEST_F(Login, ThreeWrongPasswordsLockEvenTheRightOne)
          at++)
         locks++;
     EXPECT_EQ(locks, 2u) << records;
-    // The record directories carry the historical decimal 700 mode (octal
-    // 1274: the sticky bit is the tell-tale a umask cannot clear).
+    // The record directory is owner-only.
     struct stat st;
     ASSERT_EQ(stat(d.path("/tmp/luci-pwderr").c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 07000, 01000u);
+    EXPECT_EQ(st.st_mode & 07777, 0700u);
     // Another user is not affected, and a good login clears nothing it need not.
     a = check("ops", "pw");
     EXPECT_EQ(a.code, 0);

@@ -294,11 +294,16 @@ TEST(UciChanges, EditingRulesMatchTheLibrary)
     // An empty value removes the option.
     EXPECT_EQ(set(ctx.get(), "pkg.sec.s="), UCI_OK);
     EXPECT_EQ(opt(ctx.get(), "pkg.sec.s"), nullptr);
-    // Renaming onto an existing section answers 0, as on the device, but
-    // does not happen (the store's rename refuses it itself).
-    t = "pkg.sec=newsec";
+    // The device's uci_rename onto an existing section answers 0 and stages
+    // the clash; the store checks the name itself and stages nothing.
+    t = "pkg.sec";
     ASSERT_EQ(uci_lookup_ptr(ctx.get(), &ptr, t.data(), true), UCI_OK);
-    EXPECT_EQ(uci_rename(ctx.get(), &ptr), UCI_OK);
+    ASSERT_EQ(uci_save(ctx.get(), ptr.p), UCI_OK);
+    {
+        ctx_ptr mine(d.context());
+        store_txn txn(mine.get());
+        EXPECT_EQ(rename_section(&txn, "pkg", "sec", "newsec"), -1);
+    }
     ASSERT_EQ(uci_save(ctx.get(), ptr.p), UCI_OK);
 
     ctx_ptr other(d.context());
