@@ -18,11 +18,9 @@ std::string camera(const std::string &prot, const std::string &port, const std::
            R"(","username":"admin","ciphertext":")" + cipher + R"(","uuid":"cam-1"})";
 }
 
-using json_ptr = std::unique_ptr<json_object, decltype(&json_object_put)>;
-
 json_ptr parse(const std::string &text)
 {
-    return json_ptr(json_tokener_parse(text.c_str()), &json_object_put);
+    return json_ptr(json_tokener_parse(text.c_str()));
 }
 
 // obj[a][i][b]... along a path of keys and array indexes written as "#n".
@@ -72,8 +70,7 @@ TEST_F(Chm, AddCameraDefaultsRtspAndMapsStatuses)
     EXPECT_STREQ("5", json_object_get_string(at(r.get(), {"result", "#0", "id"})));
     auto calls = bus.calls_to("chm_dev_manager", "chm_ubus_add_device");
     ASSERT_EQ(calls.size(), 1u);
-    EXPECT_NE(calls[0].message.find("\"rtsp_prot\":\"auto\""), std::string::npos) << calls[0].message;
-    EXPECT_NE(calls[0].message.find("\"device_list\""), std::string::npos);
+    EXPECT_TRUE(has_string(answer(calls[0].message), {"device_list", "#0", "rtsp_prot"}, "auto"));
 }
 
 TEST_F(Chm, FieldChecksComeBeforeAnyBusTraffic)
@@ -94,7 +91,7 @@ TEST_F(Chm, DeleteSendsTheMaskAndReleasesTheChannels)
     EXPECT_EQ(error_code_of(d.request(R"({"method":"do","chm":{"chm_del_dev":{"ids":["2","5"]}}})")), 0);
     auto calls = bus.calls_to("chm_dev_manager", "chm_ubus_delete_device");
     ASSERT_EQ(calls.size(), 1u);
-    EXPECT_NE(calls[0].message.find("01001" + std::string(123, '0')), std::string::npos) << calls[0].message;
+    EXPECT_TRUE(has_string(answer(calls[0].message), {"channel"}, "01001" + std::string(123, '0')));
     // Every channel's bandwidth is released before any recording event.
     std::string order;
     for (const bus_call &c : bus.calls()) {
@@ -131,15 +128,91 @@ TEST_F(Chm, ForwardedKeywordsCheckFieldsAndTranslateTheAnswer)
 
 TEST_F(Chm, ChannelTableByPage)
 {
-    std::string res = d.request(R"({"method":"do","chm":{"get_chn_info_by_page":{"index":1,"count":2}}})");
-    EXPECT_EQ(error_code_of(res), 0) << res;
-    EXPECT_NE(res.find("chn_info_1"), std::string::npos) << res;
-    EXPECT_EQ(res.find("chn_info_3"), std::string::npos) << res;
-    EXPECT_NE(res.find("\"record\": \"on\""), std::string::npos) << res;
-    res = d.request(R"({"method":"do","chm":{"get_chn_info_by_page":{"index":1,"count":200}}})");
-    EXPECT_NE(res.find("chn_info_3"), std::string::npos) << res;
+    // Channel 1 (recording, "1000") on the first page of two; channel 3 after it.
+    answer page = d.ask(R"({"method":"do","chm":{"get_chn_info_by_page":{"index":1,"count":2}}})");
+    EXPECT_EQ(page.code(), 0);
+    json_object *list = page.at({"chm", "chn_info"});
+    ASSERT_TRUE(list && json_object_is_type(list, json_type_array)) << page.text;
+    EXPECT_EQ(json_object_array_length(list), 1u) << page.text;
+    EXPECT_TRUE(has_string(page, {"chm", "chn_info", "#0", "chn_info_1", "record"}, "on"));
+    answer all = d.ask(R"({"method":"do","chm":{"get_chn_info_by_page":{"index":1,"count":200}}})");
+    ASSERT_TRUE(all.at({"chm", "chn_info"}) && json_object_is_type(all.at({"chm", "chn_info"}), json_type_array)) << all.text;
+    EXPECT_EQ(json_object_array_length(all.at({"chm", "chn_info"})), 2u) << all.text;
+    EXPECT_NE(all.at({"chm", "chn_info", "#1", "chn_info_3"}), nullptr) << all.text;
+    EXPECT_TRUE(has_string(all, {"chm", "chn_info", "#1", "chn_info_3", "record"}, "off"));
     EXPECT_EQ(error_code_of(d.request(R"({"method":"do","chm":{"get_chn_info_by_page":{"index":0,"count":2}}})")),
               -70107);
+}
+
+// The keywords that only forward: each reaches its own object and method
+// with the request as sent, and the answer comes back with numbers as text;
+// a device-manager status is mapped (3 -> -71552).
+struct forward_row {
+    const char *keyword, *object, *method;
+};
+const forward_row kForwardRows[] = {
+    {"refresh_device_version_info", "chm_dev_manager", "chm_ubus_dev_ver_info_refresh"},
+    {"get_device_version_info", "chm_dev_manager", "chm_dev_manager_get_device_version_info"},
+    {"chm_manual_refresh", "chm_dev_manager", "chm_ubus_device_discovery"},
+    {"chm_manual_refresh_ex", "chm_dev_manager", "chm_ubus_device_discovery"},
+    {"chm_async_refresh", "chm_dev_manager", "chm_ubus_device_discovery"},
+    {"chm_device_discovery", "chm_dev_manager", "chm_ubus_device_discovery"},
+    {"chm_alloc_dev_ip", "chm_dev_manager", "chm_ubus_alloc_device_ipaddr"},
+    {"chm_dev_ip_conflict_detect", "chm_dev_manager", "chm_ubus_ip_conflict_detect"},
+    {"chm_set_device_ip", "chm_dev_manager", "chm_dev_manager_set_device_ip"},
+    {"chm_set_device_list_ip", "chm_dev_manager", "chm_ubus_set_device_ipaddr"},
+    {"chm_get_recover_string", "chm_dev_manager", "chm_ubus_get_device_security_code"},
+    {"chm_verification_code_check", "chm_dev_manager", "chm_ubus_device_verification_code_check"},
+    {"chm_password_reset", "chm_dev_manager", "chm_ubus_device_password_reset"},
+    {"chm_set_factory_dev_password", "chm_dev_manager", "chm_ubus_set_factory_device_password"},
+    {"set_device_status", "chm_dev_manager", "chm_ubus_set_device_status"},
+    {"chm_check_video_conf_ready", "chm_dev_manager", "chm_ubus_check_video_configuration_ready"},
+    {"chm_adapt_video_conf", "chm_dev_manager", "chm_ubus_channel_video_configuration_adapt"},
+    {"chm_get_notified_event", "chm_dev_manager", "chm_ubus_get_notified_event"},
+    {"set_wireless_reconnect_enable", "chm_dev_manager", "chm_ubus_set_wireless_reconnect_enable"},
+    {"force_iframe", "chm_dev_manager", "chm_ubus_force_chn_iframe"},
+    {"get_device_num", "chm_dev_manager", "chm_ubus_get_device_num"},
+    {"added_chn_info_get", "chm_dev_manager", "chm_ubus_get_added_chn_info"},
+    {"chm_get_cascade_list", "chm_cascade", "chm_get_cascade_list"},
+    {"chm_set_cascade_migarate", "chm_cascade", "chm_set_cascade_migarate"},
+    {"chm_change_sta_connect_config", "chm_cascade", "chm_set_cascade_ap_config"},
+    {"chm_get_smart_detection", "chm_event_detect", "chm_get_smart_detection_conf"},
+    {"chm_get_msg_alarm_list", "chm_event_detect", "chm_get_msg_alarm_list"},
+    {"chm_get_ai_enhance_capability", "chm_event_detect", "chm_get_ai_enhance_capability"},
+    {"chm_get_face_enhance_capability", "chm_event_detect", "chm_get_face_enhance_capability"},
+    {nullptr, nullptr, nullptr},
+};
+
+TEST(ChmForward, EveryForwardedKeywordReachesItsMethod)
+{
+    dsd_harness d;
+    bus_harness bus{d.root};
+    ASSERT_TRUE(d.make_config(2));
+    const char *ok = R"({"default":{"reply":{"error_code":0,"n":5,"list":[1]}}})";
+    ASSERT_TRUE(bus.start(std::string(R"({"objects":{"chm_dev_manager":)") + ok + R"(,"chm_cascade":)" + ok +
+                          R"(,"chm_event_detect":)" + ok + "}}"));
+    ASSERT_TRUE(d.start()) << d.log();
+    for (const forward_row *r = kForwardRows; r->keyword; r++) {
+        SCOPED_TRACE(r->keyword);
+        size_t before = bus.calls_to(r->object, r->method).size();
+        answer a = d.ask(R"({"method":"do","chm":{")" + std::string(r->keyword) + R"(":{"probe":7,"uuid":"cam-1"}}})");
+        EXPECT_EQ(a.code(), 0);
+        EXPECT_TRUE(has_string(a, {"n"}, "5"));
+        EXPECT_TRUE(has_string(a, {"list", "#0"}, "1"));
+        auto calls = bus.calls_to(r->object, r->method);
+        ASSERT_EQ(calls.size(), before + 1);
+        answer sent(calls.back().message);
+        EXPECT_EQ(sent.num({"probe"}), 7);
+        EXPECT_TRUE(has_string(sent, {"uuid"}, "cam-1"));
+    }
+    EXPECT_EQ(bus.calls().size(), sizeof kForwardRows / sizeof kForwardRows[0] - 1); // nothing else
+    // The device manager's own status is mapped; a too-long uuid never leaves.
+    bus.set_scenario(R"({"objects":{"chm_dev_manager":{"default":{"reply":{"error_code":3}}}}})");
+    EXPECT_EQ(d.ask(R"({"method":"do","chm":{"force_iframe":{"channel":1}}})").code(), -71552);
+    size_t calls = bus.calls().size();
+    EXPECT_EQ(d.ask(R"({"method":"do","chm":{"force_iframe":{"uuid":")" + std::string(33, 'u') + R"("}}})").code(),
+              -71520);
+    EXPECT_EQ(bus.calls().size(), calls);
 }
 
 TEST(ChmPaging, ProbedDevicesAcrossPages)

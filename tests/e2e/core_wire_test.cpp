@@ -31,9 +31,7 @@ TEST_F(CoreWire, TruncatedHeaderAndUnknownTypeGetMinus40101)
 {
     EXPECT_EQ(d.raw(std::string("\0\0\0", 3)), R"({"error_code": -40101})");
     EXPECT_EQ(d.raw(""), R"({"error_code": -40101})");
-    EXPECT_EQ(error_code_of(d.raw(tlv(7, "{}") + tlv(2, "{}"))), -40101);
-    EXPECT_GE(d.wait_log("Failed to parse signal."), 3);
-    EXPECT_GE(d.wait_log("Unsupport TLV type."), 1);
+    EXPECT_EQ(d.raw(tlv(7, "{}") + tlv(2, "{}")), R"({"error_code": -40101})");
 }
 
 TEST_F(CoreWire, RequestLengthLimit)

@@ -61,11 +61,9 @@ const row kRows[] = {
     {"face_comparison", "chn2_group_info_black_2", "sound_alarm_enabled", ENUM, 0, 0, {"on", "off"}, -40209},
 };
 
-using json_ptr = std::unique_ptr<json_object, decltype(&json_object_put)>;
-
 json_ptr parse(const std::string &text)
 {
-    return json_ptr(json_tokener_parse(text.c_str()), &json_object_put);
+    return json_ptr(json_tokener_parse(text.c_str()));
 }
 
 class ModelRows : public ::testing::Test {

@@ -71,21 +71,6 @@ TEST_F(ContextPool, ReleaseClearsEverythingAndClosesTheConnection)
     close(sv[1]);
 }
 
-TEST_F(ContextPool, ReleaseWaitsWhileBusy)
-{
-    ds_context *ctx = context_alloc();
-    context_set_busy(ctx, 1);
-    auto t0 = std::chrono::steady_clock::now();
-    std::thread worker([ctx] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(150));
-        context_set_busy(ctx, 0);
-    });
-    context_free(ctx);
-    EXPECT_GE(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(150));
-    worker.join();
-    EXPECT_EQ(context_free_count(), DS_CONTEXT_COUNT);
-}
-
 std::string response_for(int client, const char *res_json, int code)
 {
     int sv[2];
