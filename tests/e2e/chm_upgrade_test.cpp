@@ -105,6 +105,7 @@ TEST_F(Upgrade, MissingTokenStopsBeforeTheUpload)
 {
     start({"--no-stok"});
     EXPECT_NE(upgrade(), 0);
+    EXPECT_EQ(count("/"), 1); // the login was asked for, and nothing after it
     EXPECT_EQ(count("/stok=a1b2c3/ds"), 0);
     EXPECT_EQ(cam.stored(), "");
 }

@@ -32,6 +32,8 @@ TEST_F(CoreWire, TruncatedHeaderAndUnknownTypeGetMinus40101)
     EXPECT_EQ(d.raw(std::string("\0\0\0", 3)), R"({"error_code": -40101})");
     EXPECT_EQ(d.raw(""), R"({"error_code": -40101})");
     EXPECT_EQ(d.raw(tlv(7, "{}") + tlv(2, "{}")), R"({"error_code": -40101})");
+    // The same connection shape with good records is served past the parse.
+    EXPECT_EQ(error_code_of(d.request(R"({"method": "get", "no_such_module": {"name": "x"}})")), -40106);
 }
 
 TEST_F(CoreWire, RequestLengthLimit)

@@ -35,7 +35,7 @@ std::string set_request(int channel, int value)
 int stored_value(const dsd_harness &d, int channel)
 {
     std::string sec = "chn" + std::to_string(channel) + "_motion_det";
-    answer a = d.ask(R"({"method": "get", "motion_detection": {"name": ")" + sec + "\"}}");
+    dsd_answer a = d.ask(R"({"method": "get", "motion_detection": {"name": ")" + sec + "\"}}");
     std::string v = a.str({"motion_detection", sec.c_str(), "digital_sensitivity"});
     if (v.empty() || v.find_first_not_of("0123456789") != std::string::npos) {
         ADD_FAILURE() << "no decimal digital_sensitivity for " << sec << ": " << a.text;

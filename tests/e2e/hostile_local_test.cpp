@@ -195,8 +195,8 @@ TEST_F(HostileTmp, BackupSkipsLinks)
     EXPECT_FALSE(exists_nofollow(d.path("/etc/config/zz_link")));
 }
 
-struct check_answer {
-    int time = -1, code = kNoErrorCode;
+struct answer {
+    int time = -1, code = 1;
 };
 
 class Guessing : public ::testing::Test {
@@ -213,11 +213,11 @@ protected:
                               R"({"reply":{"error_code":0,"result":[{"error_code":0,"id":1}]}}}}}})"));
         ASSERT_TRUE(d.start()) << d.log();
     }
-    check_answer check(const std::string &pass)
+    answer check(const std::string &pass)
     {
         std::string res = d.request(R"({"method":"do","user_management":{"check_user":{"username":"admin","passwd":")" +
                                     pass + "\"}}}");
-        check_answer a;
+        answer a;
         json_object *obj = json_tokener_parse(res.c_str());
         json_object *v = nullptr;
         if (json_object_object_get_ex(obj, "time", &v) && json_object_is_type(v, json_type_int))
@@ -228,9 +228,9 @@ protected:
         return a;
     }
     // n checks at once; the answers in any order.
-    std::vector<check_answer> parallel(const std::vector<std::string> &passwords)
+    std::vector<answer> parallel(const std::vector<std::string> &passwords)
     {
-        std::vector<check_answer> out(passwords.size());
+        std::vector<answer> out(passwords.size());
         std::vector<std::thread> threads;
         for (size_t i = 0; i < passwords.size(); i++)
             threads.emplace_back([&, i] { out[i] = check(passwords[i]); });
@@ -244,10 +244,10 @@ protected:
 
 TEST_F(Guessing, ParallelWrongPasswordsEachCountAndTheLockHolds)
 {
-    std::vector<check_answer> got = parallel(std::vector<std::string>(6, "wrong"));
+    std::vector<answer> got = parallel(std::vector<std::string>(6, "wrong"));
     std::multiset<int> left;
     int locked = 0;
-    for (const check_answer &a : got) {
+    for (const answer &a : got) {
         if (a.code == -70312)
             left.insert(a.time);
         else if (a.code == -40404 && a.time == 0)
@@ -258,7 +258,7 @@ TEST_F(Guessing, ParallelWrongPasswordsEachCountAndTheLockHolds)
     EXPECT_EQ(left, (std::multiset<int>{1, 2})) << "three tries, two of them announce attempts left";
     EXPECT_EQ(locked, 4);
     // Once announced, the lock answers every check, right password or not.
-    for (const check_answer &a : parallel({"S3cr3t-pw", "wrong", "S3cr3t-pw", "wrong", "S3cr3t-pw", "wrong"})) {
+    for (const answer &a : parallel({"S3cr3t-pw", "wrong", "S3cr3t-pw", "wrong", "S3cr3t-pw", "wrong"})) {
         EXPECT_EQ(a.code, -40404);
         EXPECT_EQ(a.time, 0);
     }

@@ -84,7 +84,7 @@ TEST_F(ModelE2E, SetKeepsFilesWhenNothingChangesOrIsRefused)
                    R"(","b":7,"c":["1",2]}}})"),
               0);
     EXPECT_EQ(pkg("record_control"), before);
-    answer res = d.ask(R"({"method":"get","record_control":{"name":"chn3_record"}})");
+    dsd_answer res = d.ask(R"({"method":"get","record_control":{"name":"chn3_record"}})");
     EXPECT_EQ(res.code(), 0);
     ASSERT_NE(res.at({"record_control", "chn3_record"}), nullptr) << res.text;
     EXPECT_EQ(res.at({"record_control", "chn3_record", "a"}), nullptr) << res.text;

@@ -53,7 +53,7 @@ std::string option(const dsd_harness &d, const std::string &module, const std::s
 // each section as {name: {".name": name, ...}}.
 bool type_has(const dsd_harness &d, const char *type, const char *name)
 {
-    answer a = d.ask(std::string(R"({"method":"get","motion_detection":{"table":")") + type + "\"}}");
+    dsd_answer a = d.ask(std::string(R"({"method":"get","motion_detection":{"table":")") + type + "\"}}");
     json_object *arr = a.at({"motion_detection", type});
     EXPECT_TRUE(arr && json_object_is_type(arr, json_type_array)) << a.text;
     for (size_t i = 0; arr && json_object_is_type(arr, json_type_array) && i < json_object_array_length(arr); i++) {

@@ -98,7 +98,7 @@ TEST_F(Backup, RoundTripOverRealPackageTextKeepsEveryValue)
     ASSERT_EQ(upload(file), 0);
     for (const auto &k : kept)
         EXPECT_EQ(d.uci_get(k.pkg, k.sec, k.opt), k.value) << k.pkg << "." << k.sec << "." << k.opt;
-    answer got = d.ask(R"({"method":"get","motion_detection":{"name":"chn1_motion_det"}})");
+    dsd_answer got = d.ask(R"({"method":"get","motion_detection":{"name":"chn1_motion_det"}})");
     EXPECT_TRUE(has_string(got, {"motion_detection", "chn1_motion_det", "digital_sensitivity"}, "33"));
 }
 

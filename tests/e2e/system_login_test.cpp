@@ -13,8 +13,8 @@
 
 namespace {
 
-struct check_answer {
-    int time = -1, code = kNoErrorCode;
+struct answer {
+    int time = -1, code = 1;
     std::string group;
 };
 
@@ -31,11 +31,11 @@ protected:
         ASSERT_TRUE(bus.start(R"({"objects":{"record":{"methods":{"login_error":{"reply":{"result":0}}}}}})"));
         ASSERT_TRUE(d.start()) << d.log();
     }
-    check_answer check(const char *user, const char *pass)
+    answer check(const char *user, const char *pass)
     {
         std::string res = d.request(std::string(R"({"method":"do","user_management":{"check_user":{"username":")") +
                                     user + R"(","passwd":")" + pass + "\"}}}");
-        check_answer a;
+        answer a;
         json_object *obj = json_tokener_parse(res.c_str());
         json_object *v = nullptr;
         if (json_object_object_get_ex(obj, "time", &v))
@@ -54,7 +54,7 @@ protected:
 
 TEST_F(Login, ThreeWrongPasswordsLockEvenTheRightOne)
 {
-    check_answer a = check("admin", "x");
+    answer a = check("admin", "x");
     EXPECT_EQ(a.code, -70312);
     EXPECT_EQ(a.time, 2);
     EXPECT_EQ(check("admin", "y").time, 1);
@@ -89,7 +89,7 @@ TEST_F(Login, ThreeWrongPasswordsLockEvenTheRightOne)
 
 TEST_F(Login, UnknownUsersGroupsAndDisabledLocking)
 {
-    check_answer a = check("nobody", "x");
+    answer a = check("nobody", "x");
     EXPECT_EQ(a.code, -70302);
     EXPECT_EQ(a.time, 0);
     EXPECT_EQ(check("view", "v").group, "viewer");

@@ -7,6 +7,7 @@
 #include <uci.h>
 #include <signal.h>
 #include <sys/ipc.h>
+#include <sys/prctl.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
 #include <sys/socket.h>
@@ -122,6 +123,9 @@ bool dsd_harness::start(const std::vector<std::string> &args)
     if (pid < 0)
         return false;
     if (pid == 0) {
+        // A test process that dies (an abort, a crash) takes its daemon along
+        // instead of leaving it serving a removed root.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
         setenv("DSD_ROOT", root.c_str(), 1);
         const char *path = getenv("PATH");
         setenv("PATH", (root + "/bin:" + (path ? path : "/usr/bin:/bin")).c_str(), 1);
@@ -253,7 +257,7 @@ std::string tlv(uint32_t type, const std::string &value)
 
 int error_code_or_none(const std::string &response)
 {
-    json_ptr obj(json_tokener_parse(response.c_str()));
+    dsd_json obj(json_tokener_parse(response.c_str()));
     json_object *code = nullptr;
     if (obj && json_object_object_get_ex(obj.get(), "error_code", &code) &&
         json_object_is_type(code, json_type_int))
@@ -269,7 +273,7 @@ int error_code_of(const std::string &response)
     return code;
 }
 
-answer::answer(std::string response) : text(std::move(response)), obj(json_tokener_parse(text.c_str()))
+dsd_answer::dsd_answer(std::string response) : text(std::move(response)), obj(json_tokener_parse(text.c_str()))
 {
     if (!obj || !json_object_is_type(obj.get(), json_type_object)) {
         ADD_FAILURE() << "the answer is not a JSON object: \"" << text << "\"";
@@ -277,12 +281,12 @@ answer::answer(std::string response) : text(std::move(response)), obj(json_token
     }
 }
 
-int answer::code() const
+int dsd_answer::code() const
 {
     return error_code_of(text);
 }
 
-json_object *answer::at(std::initializer_list<const char *> path) const
+json_object *dsd_answer::at(std::initializer_list<const char *> path) const
 {
     json_object *cur = obj.get();
     for (const char *key : path) {
@@ -309,7 +313,7 @@ std::string path_text(std::initializer_list<const char *> path)
 
 } // namespace
 
-std::string answer::str(std::initializer_list<const char *> path) const
+std::string dsd_answer::str(std::initializer_list<const char *> path) const
 {
     json_object *v = at(path);
     if (!v || !json_object_is_type(v, json_type_string)) {
@@ -319,7 +323,7 @@ std::string answer::str(std::initializer_list<const char *> path) const
     return json_object_get_string(v);
 }
 
-int answer::num(std::initializer_list<const char *> path) const
+int dsd_answer::num(std::initializer_list<const char *> path) const
 {
     json_object *v = at(path);
     if (!v || !json_object_is_type(v, json_type_int)) {
@@ -327,6 +331,16 @@ int answer::num(std::initializer_list<const char *> path) const
         return kNoErrorCode;
     }
     return json_object_get_int(v);
+}
+
+int dsd_answer::len(std::initializer_list<const char *> path) const
+{
+    json_object *v = at(path);
+    if (!v || !json_object_is_type(v, json_type_array)) {
+        ADD_FAILURE() << "no array at " << path_text(path) << " in \"" << text << "\"";
+        return -1;
+    }
+    return static_cast<int>(json_object_array_length(v));
 }
 
 std::string dsd_harness::uci_get(const std::string &pkg, const std::string &sec, const std::string &opt) const
@@ -344,7 +358,7 @@ std::string dsd_harness::uci_get(const std::string &pkg, const std::string &sec,
     return ptr.o->v.string;
 }
 
-::testing::AssertionResult has_string(const answer &a, std::initializer_list<const char *> path,
+::testing::AssertionResult has_string(const dsd_answer &a, std::initializer_list<const char *> path,
                                       const std::string &want)
 {
     json_object *v = a.at(path);
@@ -358,7 +372,7 @@ std::string dsd_harness::uci_get(const std::string &pkg, const std::string &sec,
     return ::testing::AssertionSuccess();
 }
 
-answer dsd_harness::ask(const std::string &json, const dsd_identity &who, int timeout_ms) const
+dsd_answer dsd_harness::ask(const std::string &json, const dsd_identity &who, int timeout_ms) const
 {
-    return answer(request(json, who, timeout_ms));
+    return dsd_answer(request(json, who, timeout_ms));
 }

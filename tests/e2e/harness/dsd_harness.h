@@ -63,8 +63,8 @@ struct dsd_harness {
     std::string request(const std::string &json, const dsd_identity &who = dsd_identity(),
                         int timeout_ms = 30000) const;
     // A request whose answer the test needs: parsed, with failures recorded
-    // when it is missing or not a JSON object (see struct answer).
-    struct answer ask(const std::string &json, const dsd_identity &who = dsd_identity(),
+    // when it is missing or not a JSON object (see struct dsd_answer).
+    struct dsd_answer ask(const std::string &json, const dsd_identity &who = dsd_identity(),
                       int timeout_ms = 30000) const;
     // Sends raw bytes, closes the write side, reads one response record.
     // The response text, or "" when none came within timeout_ms.
@@ -72,28 +72,32 @@ struct dsd_harness {
 };
 
 // Owns a parsed JSON value.
-struct json_put {
+struct dsd_json_put {
     void operator()(json_object *o) const { json_object_put(o); }
 };
-using json_ptr = std::unique_ptr<json_object, json_put>;
+using dsd_json = std::unique_ptr<json_object, dsd_json_put>;
 
 // What error_code_of answers when there is no integer "error_code": a value
 // no daemon answer carries, so no EXPECT_EQ/EXPECT_NE on a real code passes
 // by accident (the failure is recorded as well).
 constexpr int kNoErrorCode = INT_MIN;
 
-// A parsed answer (or any JSON object text, e.g. a logged bus message). obj is null when nothing came or the text is not a JSON
-// object; the constructor records a gtest failure then.
-struct answer {
+// A parsed answer (or any JSON object text, e.g. a logged bus message). obj
+// is null when nothing came or the text is not a JSON object; the
+// constructor records a gtest failure then.
+struct dsd_answer {
     std::string text;
-    json_ptr obj;
+    dsd_json obj;
 
-    explicit answer(std::string response);
+    explicit dsd_answer(std::string response);
     // The integer "error_code"; kNoErrorCode (and a recorded failure) if absent.
     int code() const;
     // The integer at a path; records a failure and returns kNoErrorCode when
     // the member is missing or not an integer.
     int num(std::initializer_list<const char *> path) const;
+    // The length of the array at a path; records a failure and returns -1
+    // when the member is missing or not an array.
+    int len(std::initializer_list<const char *> path) const;
     // The member at a path of keys ("#n" indexes an array), or null when any
     // step is missing.
     json_object *at(std::initializer_list<const char *> path) const;
@@ -103,7 +107,7 @@ struct answer {
 };
 
 // True when path leads to a string member equal to want (gtest message otherwise).
-::testing::AssertionResult has_string(const answer &a, std::initializer_list<const char *> path,
+::testing::AssertionResult has_string(const dsd_answer &a, std::initializer_list<const char *> path,
                                       const std::string &want);
 
 // A TLV record as bytes (for building raw requests).
