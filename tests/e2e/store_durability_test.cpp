@@ -209,6 +209,44 @@ TEST(StoreDurability, SigtermMidStreamThenRebootKeepsEveryAnsweredValue)
     }
 }
 
+// A restore while a client streams sets of a restored package: both are
+// answered, the package stays whole, and what is on file afterwards is the
+// backup's value or one of the sets answered after the restore began; a set
+// after both lands.
+TEST(StoreDurability, RestoreDuringSetsLeavesOneWholeState)
+{
+    dsd_harness d;
+    ASSERT_TRUE(d.make_config(2));
+    ASSERT_TRUE(d.start({}));
+    const std::string sec = "chn1_motion_det", backup = d.path("/tmp/backup.bin");
+    ASSERT_EQ(error_code_of(d.request(set_req(sec, "digital_sensitivity", "33"))), 0);
+    ASSERT_EQ(error_code_of(d.request(R"({"method":"do","system":{"download_conf_gui":{"url":")" + backup + "\"}}}")), 0);
+    std::atomic<bool> restoring{false}, done{false};
+    std::vector<int> after; // values answered 0 once the restore was sent
+    std::thread writer([&] {
+        for (int v = 40; !done; v = v == 100 ? 40 : v + 1) {
+            bool late = restoring;
+            if (error_code_of(d.request(set_req(sec, "digital_sensitivity", std::to_string(v)))) == 0 && late)
+                after.push_back(v);
+        }
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(scaled_ms(50)));
+    restoring = true;
+    EXPECT_EQ(error_code_of(d.request(R"({"method":"do","system":{"upload_conf_gui":{"url":")" + backup + "\"}}}")), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(scaled_ms(50)));
+    done = true;
+    writer.join();
+    std::string got = stored(d, sec, "digital_sensitivity");
+    bool known = got == "33";
+    for (int v : after)
+        known = known || got == std::to_string(v);
+    EXPECT_TRUE(known) << "on file " << got << ": neither the backup's value nor a set answered after it";
+    EXPECT_EQ(d.uci_get("motion_detection", sec, "digital_sensitivity"), got);
+    EXPECT_NE(d.uci_get("motion_detection", "chn2_motion_det", "enabled"), "") << "the package lost its sections";
+    ASSERT_EQ(error_code_of(d.request(set_req(sec, "digital_sensitivity", "12"))), 0);
+    EXPECT_EQ(d.uci_get("motion_detection", sec, "digital_sensitivity"), "12");
+}
+
 // Every entry of a directory with its content ("<dir>" for a directory).
 std::map<std::string, std::string> snapshot(const std::string &dir)
 {

@@ -119,30 +119,6 @@ TEST_F(Records, SecondRecordDecidesTheOutcome)
     ASSERT_NE(ctx->req_obj, nullptr);
 }
 
-TEST_F(Records, RefusedLengthsLeaveTheValueUnread)
-{
-    // The refused info's "value" is the next header.
-    for (int32_t len : {0, -1, 32769}) {
-        EXPECT_EQ(parse(header(1, len) + rec(2, R"({"method":"do"})")), 0) << len;
-        EXPECT_EQ(ctx->method, DS_METHOD_DO);
-        context_free(ctx);
-        ctx = context_alloc();
-    }
-    EXPECT_EQ(parse(info(1, 3) + header(2, 262145)), -1);
-    EXPECT_EQ(ctx->error_code, -40202);
-}
-
-TEST_F(Records, HeaderAndTypeFailuresEndTheParse)
-{
-    EXPECT_EQ(parse(std::string("\0\0\0\2\0\0\0", 7)), -1);
-    EXPECT_EQ(ctx->error_code, -40101);
-    context_free(ctx);
-    ctx = context_alloc();
-    // Type 3 is the daemon's own: refused, and the good request after it unread.
-    EXPECT_EQ(parse(rec(3, "{}") + rec(2, R"({"method":"get"})")), -1);
-    EXPECT_EQ(ctx->method, 0);
-}
-
 TEST_F(Records, ValueFailures)
 {
     struct row {
