@@ -12,6 +12,8 @@
 #include <thread>
 #include <vector>
 
+#include "../e2e/harness/scratch_dir.h"
+#include "../e2e/harness/tlv.h"
 #include "client/dsd_client.h"
 
 extern "C" {
@@ -22,24 +24,22 @@ namespace {
 
 std::string record(uint32_t type, uint32_t announced, const std::string &value)
 {
-    uint32_t h[2] = {htonl(type), htonl(announced)};
-    return std::string(reinterpret_cast<const char *>(h), sizeof h) + value;
+    return tlv_header(type, announced) + value;
 }
 
 // Listens on a fresh socket path, takes one connection, reads the two
 // request records, then writes `answer` cut at `cuts` with a pause between
 // the pieces, and closes.
 struct one_shot_server {
-    std::string dir, path;
+    scratch_dir dir{"dsd-client"};
+    std::string path;
     int fd = -1;
     std::thread thread;
     std::string request; // the bytes the client sent
 
     one_shot_server(std::string answer, std::vector<size_t> cuts)
     {
-        char tmpl[] = "/tmp/dsd-client-XXXXXX";
-        dir = mkdtemp(tmpl);
-        path = dir + "/s.sock";
+        path = dir / "s.sock";
         fd = usock(USOCK_UNIX | USOCK_SERVER, path.c_str(), "0");
         EXPECT_GE(fd, 0);
         thread = std::thread([this, answer, cuts] { serve(answer, cuts); });
@@ -48,8 +48,6 @@ struct one_shot_server {
     {
         thread.join();
         close(fd);
-        unlink(path.c_str());
-        rmdir(dir.c_str());
     }
     void serve(const std::string &answer, std::vector<size_t> cuts)
     {

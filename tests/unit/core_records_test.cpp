@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "client/dsd_client.h"
+#include "../e2e/harness/tlv.h"
 #include "core/context.h"
 #include "core/dispatch.h"
 #include "core/wire.h"
@@ -19,18 +20,12 @@ namespace {
 
 std::string header(uint32_t type, int32_t len)
 {
-    unsigned char h[8];
-    uint32_t l = static_cast<uint32_t>(len);
-    for (int i = 0; i < 4; i++) {
-        h[i] = static_cast<unsigned char>(type >> (24 - 8 * i));
-        h[4 + i] = static_cast<unsigned char>(l >> (24 - 8 * i));
-    }
-    return std::string(reinterpret_cast<char *>(h), sizeof h);
+    return tlv_header(type, static_cast<uint32_t>(len));
 }
 
 std::string rec(uint32_t type, const std::string &value)
 {
-    return header(type, static_cast<int32_t>(value.size())) + value;
+    return tlv(type, value);
 }
 
 std::string info(int group, int client, const char *user = "admin")

@@ -244,17 +244,6 @@ std::string dsd_harness::raw(const std::string &bytes, int timeout_ms) const
     return ok ? response : "";
 }
 
-std::string tlv_header(uint32_t type, uint32_t len)
-{
-    uint32_t h[2] = {htonl(type), htonl(len)};
-    return std::string(reinterpret_cast<const char *>(h), sizeof h);
-}
-
-std::string tlv(uint32_t type, const std::string &value)
-{
-    return tlv_header(type, static_cast<uint32_t>(value.size())) + value;
-}
-
 int error_code_or_none(const std::string &response)
 {
     dsd_json obj(json_tokener_parse(response.c_str()));

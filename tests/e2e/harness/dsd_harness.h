@@ -16,6 +16,7 @@
 
 #include "client/dsd_client.h"
 #include "harness/exec_wrapper.h"
+#include "harness/tlv.h"
 
 struct dsd_harness {
     std::string root; // temporary directory standing in for "/"
@@ -110,9 +111,6 @@ struct dsd_answer {
 ::testing::AssertionResult has_string(const dsd_answer &a, std::initializer_list<const char *> path,
                                       const std::string &want);
 
-// A TLV record as bytes (for building raw requests).
-std::string tlv(uint32_t type, const std::string &value);
-std::string tlv_header(uint32_t type, uint32_t len);
 // The integer "error_code" of a response text. An empty or unparsable
 // answer, or one without an integer "error_code", records a gtest failure
 // quoting the text and returns kNoErrorCode.
