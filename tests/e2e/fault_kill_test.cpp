@@ -207,31 +207,6 @@ TEST(FaultKill, AnsweredAddsAndDeletesSurviveSigkill)
     EXPECT_GT(answered, 6) << "the kills must land among answered adds and deletes";
 }
 
-// An option of a package as the test's libuci reads it (change log
-// included), or "" when absent.
-std::string uci_value(const dsd_harness &d, const char *pkg, const char *sec, const char *opt)
-{
-    uci_context *ctx = uci_alloc_context();
-    uci_set_confdir(ctx, d.path("/etc/config").c_str());
-    uci_set_savedir(ctx, d.path("/tmp/.uci").c_str());
-    uci_package *p = nullptr;
-    std::string out;
-    uci_element *se, *oe;
-    if (uci_load(ctx, pkg, &p) == UCI_OK) {
-        uci_foreach_element(&p->sections, se) {
-            if (strcmp(se->name, sec) != 0)
-                continue;
-            uci_foreach_element(&uci_to_section(se)->options, oe) {
-                uci_option *o = uci_to_option(oe);
-                if (!strcmp(oe->name, opt) && o->type == UCI_TYPE_STRING)
-                    out = o->v.string;
-            }
-        }
-    }
-    uci_free_context(ctx);
-    return out;
-}
-
 // Entries of a directory that a crash must not leave behind: anything
 // hidden (the daemon's temporaries and markers) or not a regular file.
 std::vector<std::string> stray_entries(const std::string &dir)
@@ -270,7 +245,7 @@ TEST(FaultKill, RestoreKilledIsAllOrNothing)
         std::ofstream(d.path("/etc/config/.dsd-install")) << "video\n";
     }
     ASSERT_TRUE(d.start({}));
-    ASSERT_EQ(uci_value(d, "video", "dsd_test", "state"), "a");
+    ASSERT_EQ(d.uci_get("video", "dsd_test", "state"), "a");
     EXPECT_EQ(stray_entries(d.path("/etc/config")), std::vector<std::string>());
     ASSERT_GE(stored_value(d, 1), 0) << "the precondition: a readable motion_detection";
     auto code = [&](const std::string &req) { return error_code_of(d.request(req)); };
@@ -303,7 +278,7 @@ TEST(FaultKill, RestoreKilledIsAllOrNothing)
     ASSERT_EQ(code(restore("b")), 0);
     auto span = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - t0);
     const long span_us = std::max(1000L, static_cast<long>(span.count()) * 5 / 4);
-    EXPECT_EQ(uci_value(d, "motion_detection", "chn1_motion_det", "digital_sensitivity"), "42");
+    EXPECT_EQ(d.uci_get("motion_detection", "chn1_motion_det", "digital_sensitivity"), "42");
     ASSERT_EQ(code(set_request(1, 43)), 0); // staged: a restore flushes it before installing
     const int rounds = slow > 1 ? 4 : 8;
     std::mt19937 rng(5);
@@ -322,8 +297,8 @@ TEST(FaultKill, RestoreKilledIsAllOrNothing)
         EXPECT_EQ(stray_entries(d.path("/etc/config")), std::vector<std::string>()) << "round " << round;
         for (const char *work : {"/tmp/restore", "/tmp/decrypt_conf"})
             EXPECT_NE(access(d.path(work).c_str(), F_OK), 0) << work << " round " << round;
-        std::string marker = uci_value(d, "video", "dsd_test", "state");
-        std::string sens = uci_value(d, "motion_detection", "chn1_motion_det", "digital_sensitivity");
+        std::string marker = d.uci_get("video", "dsd_test", "state");
+        std::string sens = d.uci_get("motion_detection", "chn1_motion_det", "digital_sensitivity");
         ASSERT_TRUE(marker == "a" || marker == "b") << "round " << round << ": " << marker;
         bool restored = marker == target;
         if (restored && marker == "b")

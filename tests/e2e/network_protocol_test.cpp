@@ -164,6 +164,7 @@ TEST_F(NetworkE2E, LanAndWanInOneSubnetRefusedBothWays)
               -40315);
     EXPECT_EQ(set(R"("protocol":{"static":{"netmask":"255.255.255.000"}})"), -40305);
     EXPECT_EQ(set(R"("protocol":{"wan":{"macaddr":"01-00-5E-00-00-01"}})"), -40311);
+    EXPECT_EQ(set(R"("protocol":{"static":{"gateway":"1.2.3"}})"), -40306);
     EXPECT_EQ(calls(), (std::multiset<std::string>{}));
     EXPECT_EQ(pkg("protocol"), before_protocol);
     EXPECT_EQ(pkg("network"), before_network);

@@ -171,28 +171,6 @@ struct Protocol : testing::Test {
     bool conflict_flag() const { return access((scratch.root + "/tmp/ip_conflict").c_str(), F_OK) == 0; }
 };
 
-TEST_F(Protocol, DhcpToStaticReleasesLeaseAndClearsSmartNetwork)
-{
-    pid_t holder = spawn_lease_holder();
-    ASSERT_GT(holder, 0);
-    std::ofstream(scratch.root + "/var/run/udhcpc-eth0.pid") << holder << "\n";
-    ASSERT_EQ(set(R"({"protocol":{"wan":{"wan_type":"static"}}})"), 0);
-    int status = -1;
-    ASSERT_EQ(waitpid(holder, &status, 0), holder);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "no SIGUSR2 reached the client";
-    EXPECT_EQ(calls(), (std::multiset<std::string>{"upnpc_stop", "network reload"}));
-    EXPECT_EQ(stored("protocol", "wan", "wan_type"), "static");
-    for (const char *opt : {"ipaddr", "netmask", "gateway", "dns"})
-        EXPECT_EQ(stored("protocol", "smart_network", opt), "<none>") << opt;
-    EXPECT_FALSE(conflict_flag());
-    // The applier turned the static section into the WAN interface.
-    EXPECT_EQ(stored("network", "wan", "proto"), "static");
-    EXPECT_EQ(stored("network", "wan", "ipaddr"), "10.0.0.2");
-    EXPECT_EQ(stored("network", "wan", "netmask"), "255.255.255.0");
-    EXPECT_EQ(stored("network", "wan", "dns"), "8.8.8.8 1.1.1.1");
-    EXPECT_EQ(stored("network", "lan", "proto"), "static");
-}
-
 bool usr2_pending(pid_t pid)
 {
     std::ifstream in("/proc/" + std::to_string(pid) + "/status");
@@ -295,22 +273,6 @@ TEST_F(Protocol, OneApplyPerRequestAndBondInterface)
     EXPECT_EQ(stored("network", "wan", "ipaddr"), "<none>");
     EXPECT_EQ(stored("network", "wan", "peerdns"), "0");
     EXPECT_EQ(stored("network", "wan", "dns"), "9.9.9.9");
-}
-
-TEST_F(Protocol, ChecksRefuseBeforeAnythingRuns)
-{
-    write_protocol("static");
-    // LAN into the static WAN's subnet, and the WAN next to the LAN.
-    EXPECT_EQ(set(R"({"protocol":{"static_lan":{"ipaddr":"10.0.0.9","netmask":"255.255.255.0"}}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40308);
-    EXPECT_EQ(set(R"({"protocol":{"static":{"ipaddr":"192.168.1.20","netmask":"255.255.0.0"}}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40308);
-    EXPECT_EQ(set(R"({"protocol":{"wan":{"macaddr":"01:00:5e:00:00:01"}}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40311);
-    EXPECT_EQ(set(R"({"protocol":{"static":{"gateway":"1.2.3"}}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40306);
-    EXPECT_EQ(calls(), (std::multiset<std::string>{}));
-    EXPECT_EQ(stored("protocol", "static_lan", "ipaddr"), "192.168.1.1");
 }
 
 TEST(ProtocolCallbacks, MissingContext)

@@ -339,12 +339,13 @@ std::string dsd_harness::uci_get(const std::string &pkg, const std::string &sec,
         return "";
     uci_set_confdir(ctx.get(), path("/etc/config").c_str());
     uci_set_savedir(ctx.get(), path("/tmp/.uci").c_str());
-    std::string spec = pkg + "." + sec + "." + opt;
+    std::string spec = pkg + "." + sec + (opt.empty() ? "" : "." + opt);
     uci_ptr ptr{};
-    if (uci_lookup_ptr(ctx.get(), &ptr, spec.data(), false) != UCI_OK || !(ptr.flags & uci_ptr::UCI_LOOKUP_COMPLETE) ||
-        !ptr.o || ptr.o->type != UCI_TYPE_STRING)
+    if (uci_lookup_ptr(ctx.get(), &ptr, spec.data(), false) != UCI_OK || !(ptr.flags & uci_ptr::UCI_LOOKUP_COMPLETE))
         return "";
-    return ptr.o->v.string;
+    if (opt.empty())
+        return ptr.s ? ptr.s->type : "";
+    return ptr.o && ptr.o->type == UCI_TYPE_STRING ? ptr.o->v.string : "";
 }
 
 ::testing::AssertionResult has_string(const dsd_answer &a, std::initializer_list<const char *> path,

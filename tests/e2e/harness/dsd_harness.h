@@ -56,6 +56,7 @@ struct dsd_harness {
     int wait_log(const std::string &text, int n = 1, int timeout_ms = 10000) const;
     // An option's value as the files under the root hold it (committed text
     // and change log, read by the test's own libuci), or "" when absent.
+    // With opt empty: the section's type, "" when there is no such section.
     std::string uci_get(const std::string &pkg, const std::string &sec, const std::string &opt) const;
     // Number of open descriptors of the daemon, or -1.
     int open_fds() const;
