@@ -38,7 +38,7 @@ TEST(HttpClient, ReplyLimitsStatusesAndFlags)
         camsim_harness cam;
         ASSERT_TRUE(cam.start({"--reply-size", std::to_string(size)}));
         strcpy(reply, "untouched");
-        int rc = http_single_post("127.0.0.1", cam.port.c_str(), nullptr, 0, 0, "{}", reply, 5000);
+        int rc = http_single_post("127.0.0.1", cam.port.c_str(), nullptr, 0, 0, "{}", reply, scaled_ms(5000));
         EXPECT_EQ(rc, size == 4090 ? 0 : -1) << size;
         if (size == 4091) {
             EXPECT_STREQ(reply, "untouched");
@@ -47,7 +47,7 @@ TEST(HttpClient, ReplyLimitsStatusesAndFlags)
     camsim_harness redirect;
     ASSERT_TRUE(redirect.start({"--redirect"}));
     strcpy(reply, "untouched");
-    EXPECT_EQ(http_single_post("127.0.0.1", redirect.port.c_str(), nullptr, 0, 0, "{}", reply, 5000), -1);
+    EXPECT_EQ(http_single_post("127.0.0.1", redirect.port.c_str(), nullptr, 0, 0, "{}", reply, scaled_ms(5000)), -1);
     EXPECT_STREQ(reply, "untouched");
     camsim_harness hang;
     ASSERT_TRUE(hang.start({"--hang"}));

@@ -14,6 +14,7 @@
 
 #include "../e2e/harness/scratch_dir.h"
 #include "../e2e/harness/tlv.h"
+#include "../e2e/harness/exec_wrapper.h"
 #include "client/dsd_client.h"
 
 extern "C" {
@@ -56,7 +57,7 @@ struct one_shot_server {
             return;
         uint32_t type = 0;
         std::string info, req;
-        if (dsd_read_record(c, &type, &info, 5000) && dsd_read_record(c, &type, &req, 5000))
+        if (dsd_read_record(c, &type, &info, scaled_ms(5000)) && dsd_read_record(c, &type, &req, scaled_ms(5000)))
             request = req;
         cuts.push_back(answer.size());
         size_t at = 0;
@@ -76,7 +77,7 @@ TEST(ClientRequest, ResponseSplitAnywhereAndLargerThanOneReadArrivesWhole)
     std::string answer = record(3, static_cast<uint32_t>(value.size()), value);
     one_shot_server server(answer, {1, 7, 9, 20000, 20001, 70000});
     std::string error;
-    std::string got = dsd_request(server.path, dsd_identity(), "{\"method\":\"get\"}", 5000, &error);
+    std::string got = dsd_request(server.path, dsd_identity(), "{\"method\":\"get\"}", scaled_ms(5000), &error);
     EXPECT_EQ(got, value) << error;
 }
 
@@ -84,7 +85,7 @@ TEST(ClientRequest, BytesAfterTheRecordAreIgnored)
 {
     std::string answer = record(3, 17, "{\"error_code\": 0}") + "trailing junk";
     one_shot_server server(answer, {});
-    EXPECT_EQ(dsd_request(server.path, dsd_identity(), "{}", 5000), "{\"error_code\": 0}");
+    EXPECT_EQ(dsd_request(server.path, dsd_identity(), "{}", scaled_ms(5000)), "{\"error_code\": 0}");
     EXPECT_EQ(server.request, "{}");
 }
 
@@ -102,7 +103,7 @@ TEST(ClientRequest, ShortWrongOrOversizedAnswersFail)
     for (const bad &c : cases) {
         one_shot_server server(c.answer, {});
         std::string error;
-        EXPECT_EQ(dsd_request(server.path, dsd_identity(), "{}", 5000, &error), "");
+        EXPECT_EQ(dsd_request(server.path, dsd_identity(), "{}", scaled_ms(5000), &error), "");
         EXPECT_EQ(error, c.why);
     }
 }

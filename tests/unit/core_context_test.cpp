@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "../e2e/harness/exec_wrapper.h"
 #include "client/dsd_client.h"
 #include "core/context.h"
 #include "core/dispatch.h"
@@ -146,7 +147,7 @@ int meet_task(int arg)
     std::unique_lock<std::mutex> lk(g_mu);
     g_met++;
     g_cv.notify_all();
-    bool met = g_cv.wait_for(lk, std::chrono::seconds(5), [] { return g_met >= 2; });
+    bool met = g_cv.wait_for(lk, std::chrono::milliseconds(scaled_ms(5000)), [] { return g_met >= 2; });
     g_order.push_back(met ? arg : -arg);
     g_cv.notify_all();
     return 0;
@@ -167,7 +168,7 @@ struct PoolTest : testing::Test {
         for (int i = 0; i < workers; i++)
             ASSERT_EQ(thd_pool_add_task(pool, gate_task, 1), 0);
         std::unique_lock<std::mutex> lk(g_mu);
-        ASSERT_TRUE(g_cv.wait_for(lk, std::chrono::seconds(10), [&] { return g_blocked == workers; }));
+        ASSERT_TRUE(g_cv.wait_for(lk, std::chrono::milliseconds(scaled_ms(10000)), [&] { return g_blocked == workers; }));
     }
     void open_gate()
     {
@@ -178,7 +179,7 @@ struct PoolTest : testing::Test {
     void wait_recorded(size_t n)
     {
         std::unique_lock<std::mutex> lk(g_mu);
-        ASSERT_TRUE(g_cv.wait_for(lk, std::chrono::seconds(10), [&] { return g_order.size() == n; }));
+        ASSERT_TRUE(g_cv.wait_for(lk, std::chrono::milliseconds(scaled_ms(10000)), [&] { return g_order.size() == n; }));
     }
 };
 

@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 
+#include "../e2e/harness/exec_wrapper.h"
 #include "client/dsd_client.h"
 #include "../e2e/harness/tlv.h"
 #include "core/context.h"
@@ -242,7 +243,7 @@ TEST(Wire, ErrorResponseAndLargeRecordArriveWhole)
     std::string big(300000, 'x');
     big.front() = '{';
     big.back() = '}';
-    std::thread reader([&] { EXPECT_TRUE(dsd_read_record(p.fd[1], &type, &value, 10000)); });
+    std::thread reader([&] { EXPECT_TRUE(dsd_read_record(p.fd[1], &type, &value, scaled_ms(10000))); });
     EXPECT_EQ(jres_tlv_write(p.fd[0], big.data(), static_cast<uint32_t>(big.size())), 0);
     reader.join();
     EXPECT_EQ(type, 3u);
