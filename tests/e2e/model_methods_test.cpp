@@ -71,8 +71,8 @@ TEST_F(ModelE2E, ConcurrentDeletesAcrossChannelsAllLand)
                   expect)
             << ch;
     }
-    EXPECT_EQ(d.uci_get("record_control", "chn12_record", ""), "");
-    EXPECT_NE(d.uci_get("record_control", "chn13_record", ""), "");
+    EXPECT_EQ(d.uci_get("record_control", "chn12_record", "", true), "");
+    EXPECT_NE(d.uci_get("record_control", "chn13_record", "", true), "");
 }
 
 TEST_F(ModelE2E, GetByTypeListsEveryChannel)
@@ -118,8 +118,9 @@ TEST_F(ModelE2E, AddUpToTheMaximumAndOneMore)
     for (size_t n = 1; have < 254; ++n, ++have)
         ASSERT_EQ(code(add(std::to_string(n))), 0) << n;
     // Two adds of different names race for the last free slot: one wins.
-    // Rounds free the slot again by deleting the winner.
-    for (int round = 0; round < 10; round++) {
+    // Rounds free the slot again by deleting the winner; a race is caught
+    // only when the two overlap, hence thirty of them.
+    for (int round = 0; round < 30; round++) {
         const std::string names[2] = {std::to_string(500 + 2 * round), std::to_string(501 + 2 * round)};
         int codes[2] = {kNoErrorCode, kNoErrorCode};
         std::thread a([&] { codes[0] = code(add(names[0])); });

@@ -119,19 +119,19 @@ TEST_F(NetworkE2E, WanDhcpToStaticAndBack)
     ASSERT_EQ(waitpid(holder, &status, 0), holder);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "lease not released";
     EXPECT_EQ(calls(), (std::multiset<std::string>{"upnpc_stop", "network reload"}));
-    EXPECT_EQ(d.uci_get("network", "wan", "proto"), "static");
-    EXPECT_EQ(d.uci_get("network", "wan", "ipaddr"), "10.0.0.2");
-    EXPECT_EQ(d.uci_get("network", "wan", "dns"), "8.8.8.8");
+    EXPECT_EQ(d.uci_get("network", "wan", "proto", true), "static");
+    EXPECT_EQ(d.uci_get("network", "wan", "ipaddr", true), "10.0.0.2");
+    EXPECT_EQ(d.uci_get("network", "wan", "dns", true), "8.8.8.8");
     for (const char *opt : {"ipaddr", "gateway", "dns"})
-        EXPECT_EQ(d.uci_get("protocol", "smart_network", opt), "") << opt;
+        EXPECT_EQ(d.uci_get("protocol", "smart_network", opt, true), "") << opt;
 
     clear_calls();
     ASSERT_EQ(set(R"("protocol":{"wan":{"wan_type":"dhcp"}})"), 0);
     EXPECT_EQ(calls(), (std::multiset<std::string>{"upnpc_stop", "network reload"}));
-    EXPECT_EQ(d.uci_get("protocol", "smart_network", "ipaddr"), "10.0.0.2");
-    EXPECT_EQ(d.uci_get("protocol", "smart_network", "gateway"), "10.0.0.1");
-    EXPECT_EQ(d.uci_get("protocol", "smart_network", "dns"), "8.8.8.8 ");
-    EXPECT_EQ(d.uci_get("network", "wan", "proto"), "dhcp");
+    EXPECT_EQ(d.uci_get("protocol", "smart_network", "ipaddr", true), "10.0.0.2");
+    EXPECT_EQ(d.uci_get("protocol", "smart_network", "gateway", true), "10.0.0.1");
+    EXPECT_EQ(d.uci_get("protocol", "smart_network", "dns", true), "8.8.8.8 ");
+    EXPECT_EQ(d.uci_get("network", "wan", "proto", true), "dhcp");
 }
 
 TEST_F(NetworkE2E, PppoeToDhcpDisconnects)
@@ -140,8 +140,8 @@ TEST_F(NetworkE2E, PppoeToDhcpDisconnects)
                   R"("wan":{"wan_type":"pppoe"}})"),
               0);
     EXPECT_EQ(calls(), (std::multiset<std::string>{"network reload"}));
-    EXPECT_EQ(d.uci_get("protocol", "wan", "proto"), "none");
-    EXPECT_EQ(d.uci_get("network", "wan", "proto"), "pppoe");
+    EXPECT_EQ(d.uci_get("protocol", "wan", "proto", true), "none");
+    EXPECT_EQ(d.uci_get("network", "wan", "proto", true), "pppoe");
     clear_calls();
     ASSERT_EQ(set(R"("protocol":{"wan":{"wan_type":"dhcp"}})"), 0);
     EXPECT_EQ(calls(), (std::multiset<std::string>{"upnpc_stop", "ubus call internet disconnect", "network reload"}));
@@ -170,7 +170,7 @@ TEST_F(NetworkE2E, LanAndWanInOneSubnetRefusedBothWays)
     EXPECT_EQ(pkg("network"), before_network);
     // Outside the WAN's subnet the LAN moves.
     ASSERT_EQ(set(R"("protocol":{"static_lan":{"ipaddr":"172.16.6.9"}})"), 0);
-    EXPECT_EQ(d.uci_get("network", "lan", "ipaddr"), "172.16.6.9");
+    EXPECT_EQ(d.uci_get("network", "lan", "ipaddr", true), "172.16.6.9");
     EXPECT_GE(bus.calls_to("network.interface.wan", "status").size(), 1u);
 }
 

@@ -175,15 +175,10 @@ TEST_F(Backup, RequestChecks)
     EXPECT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":"/nonexistent/dir/x"}}})"), -40102);
     EXPECT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + d.path("/tmp/$(reboot)") + "\"}}}"),
               -40209);
-    std::string res = d.request(R"({"method":"do","system":{"download_conf":{}}})");
-    json_object *obj = json_tokener_parse(res.c_str());
-    EXPECT_STREQ(json_object_get_string(json_object_object_get(obj, "url")), "/admin/system/download_conf") << res;
-    json_object_put(obj);
-    EXPECT_EQ(error_code_of(res), 0);
-    res = d.request(R"({"method":"do","system":{"upload_conf":{}}})");
-    obj = json_tokener_parse(res.c_str());
-    EXPECT_STREQ(json_object_get_string(json_object_object_get(obj, "url")), "/admin/system/upload_conf") << res;
-    json_object_put(obj);
+    dsd_answer down = d.ask(R"({"method":"do","system":{"download_conf":{}}})");
+    EXPECT_EQ(down.code(), 0);
+    EXPECT_TRUE(has_string(down, {"url"}, "/admin/system/download_conf"));
+    EXPECT_TRUE(has_string(d.ask(R"({"method":"do","system":{"upload_conf":{}}})"), {"url"}, "/admin/system/upload_conf"));
     std::string records = slurp(d.path("/var/log/msglog/records"));
     EXPECT_NE(records.find(R"("main_type":3,"sub_type":22)"), std::string::npos) << records;
     EXPECT_NE(records.find(R"("main_type":3,"sub_type":23)"), std::string::npos) << records;

@@ -332,13 +332,14 @@ int dsd_answer::len(std::initializer_list<const char *> path) const
     return static_cast<int>(json_object_array_length(v));
 }
 
-std::string dsd_harness::uci_get(const std::string &pkg, const std::string &sec, const std::string &opt) const
+std::string dsd_harness::uci_get(const std::string &pkg, const std::string &sec, const std::string &opt,
+                                 bool committed) const
 {
     std::unique_ptr<uci_context, void (*)(uci_context *)> ctx(uci_alloc_context(), uci_free_context);
     if (!ctx)
         return "";
     uci_set_confdir(ctx.get(), path("/etc/config").c_str());
-    uci_set_savedir(ctx.get(), path("/tmp/.uci").c_str());
+    uci_set_savedir(ctx.get(), path(committed ? "/no-change-log" : "/tmp/.uci").c_str());
     std::string spec = pkg + "." + sec + (opt.empty() ? "" : "." + opt);
     uci_ptr ptr{};
     if (uci_lookup_ptr(ctx.get(), &ptr, spec.data(), false) != UCI_OK || !(ptr.flags & uci_ptr::UCI_LOOKUP_COMPLETE))

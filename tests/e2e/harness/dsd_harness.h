@@ -57,7 +57,9 @@ struct dsd_harness {
     // An option's value as the files under the root hold it (committed text
     // and change log, read by the test's own libuci), or "" when absent.
     // With opt empty: the section's type, "" when there is no such section.
-    std::string uci_get(const std::string &pkg, const std::string &sec, const std::string &opt) const;
+    // committed: the text in /etc/config alone, what survives a reboot.
+    std::string uci_get(const std::string &pkg, const std::string &sec, const std::string &opt,
+                        bool committed = false) const;
     // Number of open descriptors of the daemon, or -1.
     int open_fds() const;
 
