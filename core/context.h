@@ -83,8 +83,6 @@ int context_free_count(void);
 // writes into the buffer calls it first. Owning worker thread.
 void context_note_buf_used(ds_context *ctx, size_t n);
 
-// busy helpers for asynchronous work started by a module callback.
-void context_set_busy(ds_context *ctx, int busy);
 
 // Once-per-request marks: returns 1 when (byte, bit) was already set.
 int context_test_mark(const ds_context *ctx, int byte, uint8_t bit);

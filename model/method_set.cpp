@@ -494,10 +494,3 @@ int ds_handle_method_set(ds_context *ctx)
 {
     return run_pipeline(ctx, true);
 }
-
-// The same pipeline without the service callbacks, for callers that apply
-// the change to the running services themselves. Worker thread of `ctx`.
-int ds_handle_method_set_without_srvcb(ds_context *ctx)
-{
-    return run_pipeline(ctx, false);
-}

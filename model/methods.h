@@ -7,6 +7,5 @@ struct ds_context;
 
 int ds_handle_method_get(ds_context *ctx);
 int ds_handle_method_set(ds_context *ctx);          // set, add and delete
-int ds_handle_method_set_without_srvcb(ds_context *ctx);
 int ds_handle_method_do(ds_context *ctx);
 int ds_handle_method_forward(ds_context *ctx);
