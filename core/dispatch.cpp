@@ -11,6 +11,7 @@
 #include "core/wire.h"
 #include "model/methods.h"
 #include "platform/pkg_lock.h"
+#include "platform/stats.h"
 #include "platform/trace.h"
 
 namespace {
@@ -96,6 +97,8 @@ int ds_signal_handle(int fd)
 
     clock_gettime(CLOCK_MONOTONIC, &end);
     DS_INFO("##Time cost: %ld ms##", monotonic_ms(end) - monotonic_ms(start));
+    stats_request(ctx->method, ctx->error_code,
+                  (end.tv_sec - start.tv_sec) * 1000000000L + (end.tv_nsec - start.tv_nsec));
     context_free(ctx);
     heap_trim_if_idle();
     return 0;

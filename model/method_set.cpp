@@ -11,6 +11,7 @@
 #include <string>
 
 #include "core/context.h"
+#include "model/change_events.h"
 #include "model/methods.h"
 #include "model/model_raii.h"
 #include "model/section_lookup.h"
@@ -405,6 +406,7 @@ static int commit_uci(ds_context *ctx)
             ctx->error_code = -40101;
             return -1;
         }
+        change_event_commit(ctx, mod, req_mod); // tell the bus
     }
     return 0;
 }

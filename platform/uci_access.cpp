@@ -18,6 +18,7 @@
 #include <set>
 #include <string>
 
+#include "platform/config_events.h"
 #include "platform/paths.h"
 #include "platform/pkg_lock.h"
 #include "platform/safe_file.h"
@@ -840,6 +841,7 @@ int commit_package(uci_context *ctx, const char *package)
         DS_ERR("uci_commit error");
         return -1;
     }
+    config_note_commit(package); // announced by the action that committed
     return 0;
 }
 
@@ -858,6 +860,7 @@ int dummy_commit_package(uci_context *ctx, const char *package)
         return -1;
     }
     uci_flush_mark(package);
+    config_note_commit(package);
     return 0;
 }
 

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "platform/config_events.h"
 #include "platform/paths.h"
 #include "platform/pkg_lock.h"
 #include "platform/trace.h"
@@ -173,6 +174,9 @@ int uci_install_packages(const file_list &in)
     }
     int rc = rename_temps(d, names);
     unlink(install_marker(d).c_str());
+    for (const std::string &name : names)
+        if (rc == 0)
+            config_note_commit(name.c_str()); // a restore announces each package
     return rc;
 }
 

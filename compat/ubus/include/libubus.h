@@ -1,5 +1,5 @@
 // Host subset of OpenWrt's libubus: connect, look an object up, invoke a
-// method synchronously. Names and signatures match the real library; the
+// method synchronously, send events and listen for them. Names and signatures match the real library; the
 // host library talks to tools/hostbus over a Unix socket instead of ubusd.
 #pragma once
 
@@ -40,6 +40,21 @@ typedef void (*ubus_data_handler_t)(struct ubus_request *req, int type,
                                     struct blob_attr *msg);
 typedef void (*ubus_complete_handler_t)(struct ubus_request *req, int ret);
 
+struct ubus_event_handler;
+typedef void (*ubus_event_handler_t)(struct ubus_context *ctx, struct ubus_event_handler *ev,
+                                     const char *type, struct blob_attr *msg);
+
+// Only what a listener fills in or reads; the device's has more fields.
+struct ubus_object {
+    const char *name;
+    uint32_t id;
+};
+
+struct ubus_event_handler {
+    struct ubus_object obj;
+    ubus_event_handler_t cb;
+};
+
 struct ubus_request {
     int status_code;
     uint32_t peer;
@@ -62,6 +77,18 @@ int ubus_lookup_id(struct ubus_context *ctx, const char *path, uint32_t *id);
 int ubus_invoke(struct ubus_context *ctx, uint32_t obj, const char *method,
                 struct blob_attr *msg, ubus_data_handler_t cb, void *priv, int timeout);
 const char *ubus_strerror(int error);
+
+// Sends event `id` with the message to every listener whose pattern matches.
+// The bus's status (0 also when nobody listens).
+int ubus_send_event(struct ubus_context *ctx, const char *id, struct blob_attr *data);
+// Listens for events matching pattern (a name, or a prefix ending in '*');
+// ev->cb runs from uloop_run. 0 or a status.
+int ubus_register_event_handler(struct ubus_context *ctx, struct ubus_event_handler *ev,
+                                const char *pattern);
+// Stops ev's listening (the connection stays up). 0 or a status.
+int ubus_unregister_event_handler(struct ubus_context *ctx, struct ubus_event_handler *ev);
+// Lets uloop_run deliver ctx's events; a lost connection ends the loop.
+void ubus_add_uloop(struct ubus_context *ctx);
 
 #ifdef __cplusplus
 }
