@@ -77,6 +77,7 @@ int ds_signal_handle(int fd)
     DS_INFO("##dsd_parse thread_id: %lu##", static_cast<unsigned long>(pthread_self()));
     timespec start{}, end{};
     clock_gettime(CLOCK_MONOTONIC, &start);
+    int64_t start_ns = start.tv_sec * 1000000000L + start.tv_nsec;
 
     ds_context *ctx = context_alloc();
     if (!ctx) {
@@ -93,12 +94,13 @@ int ds_signal_handle(int fd)
         run_method(ctx);
     // Nothing a request locked may outlive it, whatever path it took.
     pkg_unlock_to(0);
+    // Counted before the answer leaves, so a client that reads the figures
+    // next finds its own request in them.
+    stats_request(ctx->method, ctx->error_code, stats_now_ns() - start_ns);
     ds_make_response(ctx);
 
     clock_gettime(CLOCK_MONOTONIC, &end);
     DS_INFO("##Time cost: %ld ms##", monotonic_ms(end) - monotonic_ms(start));
-    stats_request(ctx->method, ctx->error_code,
-                  (end.tv_sec - start.tv_sec) * 1000000000L + (end.tv_nsec - start.tv_nsec));
     context_free(ctx);
     heap_trim_if_idle();
     return 0;
