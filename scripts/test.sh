@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Builds dsd and runs the whole test suite: the native build, then the same
-# suite under AddressSanitizer+UndefinedBehaviorSanitizer, the threaded tests
-# under ThreadSanitizer, each fuzz target for a bounded time, and the
+# suite linked against the device's own libubox, libuci and libubus with a
+# real ubusd, under AddressSanitizer+UndefinedBehaviorSanitizer, the threaded
+# tests under ThreadSanitizer, each fuzz target for a bounded time, and the
 # armhf cross build under qemu-arm.
-# Usage: scripts/test.sh [stage...]   stages: native asan tsan fuzz armhf (default: all)
+# Usage: scripts/test.sh [stage...]   stages: native real asan tsan fuzz armhf (default: all)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ROOT=$PWD
@@ -12,7 +13,7 @@ FUZZ_SECONDS=${FUZZ_SECONDS:-60}
 stages=("$@")
 # A fresh machine gets what it lacks first (no-op when all is installed).
 [ "${DSD_SKIP_INSTALL:-0}" = 1 ] || "$ROOT/scripts/install-deps.sh" --cross
-[ ${#stages[@]} -gt 0 ] || stages=(native asan tsan fuzz armhf)
+[ ${#stages[@]} -gt 0 ] || stages=(native real asan tsan fuzz armhf)
 
 banner() { printf '\n==== %s ====\n' "$*"; }
 
@@ -29,6 +30,22 @@ stage_native() {
   banner "native build and tests"
   configure_build "$ROOT/build/native"
   (cd "$ROOT/build/native" && ctest --output-on-failure -j"$JOBS" --timeout 600)
+}
+
+stage_real() {
+  banner "the device's libraries and ubusd"
+  # Built from the source archives beside the shared tree, without network;
+  # components already built at the same commit are kept.
+  local prefix="$ROOT/build/openwrt" builder="$ROOT/../shared/openwrt/build.sh"
+  [ -f "$builder" ] || { echo "real: $builder (and its source archives) missing" >&2; return 1; }
+  JOBS=$JOBS sh "$builder" "$prefix"
+  # -U: found libraries are cached; a build tree configured against another
+  # prefix must look again here.
+  configure_build "$ROOT/build/real" -DDSD_PLATFORM_LIBS=REAL -DDSD_BUILD_BENCH=OFF \
+    -U'UCI_*' -U'UBUS_*' -U'UBOX_*' -UBLOBMSG_JSON_LIB -U'DSD_UBUS*' \
+    -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_LIBRARY_PATH="$prefix/lib" \
+    -DCMAKE_INCLUDE_PATH="$prefix/include" -DCMAKE_BUILD_RPATH="$prefix/lib"
+  (cd "$ROOT/build/real" && ctest --output-on-failure -j"$JOBS" --timeout 600)
 }
 
 stage_asan() {

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -32,6 +33,23 @@ std::string text_of(json_object *o)
     return o ? json_object_to_json_string_ext(o, JSON_C_TO_STRING_PLAIN) : "null";
 }
 
+#ifdef DSD_REAL_BUS
+// A reply as the device's library hands it over: a blobmsg table. A peer on
+// that bus cannot send text that is not an object; what comes closest is a
+// member the JSON formatter prints as "inf", which json-c refuses.
+blob_attr *make_attr(const std::string &text)
+{
+    blob_buf b;
+    memset(&b, 0, sizeof b);
+    blob_buf_init(&b, 0);
+    if (!blobmsg_add_json_from_string(&b, text.c_str()))
+        blobmsg_add_double(&b, "raw", INFINITY);
+    auto *a = static_cast<blob_attr *>(malloc(blob_pad_len(b.head)));
+    memcpy(a, b.head, blob_pad_len(b.head));
+    blob_buf_free(&b);
+    return a;
+}
+#else
 // A blob attribute carrying text, as the host library hands replies over.
 blob_attr *make_attr(const std::string &text)
 {
@@ -41,6 +59,7 @@ blob_attr *make_attr(const std::string &text)
     memcpy(a->data, text.c_str(), text.size() + 1);
     return a;
 }
+#endif
 
 size_t thread_count()
 {
@@ -74,13 +93,19 @@ TEST(BusReplyParse, CallbackKeepsLastParsedReplyAndNullsBadOnes)
 
     testing::internal::CaptureStdout();
     ubus_call_cb(&req, UBUS_MSG_DATA, nullptr);
+#ifndef DSD_REAL_BUS
+    // Only the host library hands over a reply its formatter makes no text
+    // of; the device's formats every table (it fails only out of memory).
     blob_attr *empty = make_attr("");
     ubus_call_cb(&req, UBUS_MSG_DATA, empty);
     free(empty);
+#endif
     std::string log = testing::internal::GetCapturedStdout();
     EXPECT_EQ(nullptr, out.obj);
     EXPECT_NE(std::string::npos, log.find("msg is NULL"));
+#ifndef DSD_REAL_BUS
     EXPECT_NE(std::string::npos, log.find("ubus has not response.\n"));
+#endif
 }
 
 TEST(BusNoBroker, ConnectionFailuresAreReported)

@@ -116,7 +116,8 @@ struct Protocol : testing::Test {
     {
         json_object_put(ctx.req_obj);
         json_object_put(ctx.res_obj);
-        uci_free_context(ctx.uci_ctx);
+        if (ctx.uci_ctx) // the device's uci_free_context does not take null
+            uci_free_context(ctx.uci_ctx);
         model_destory(root);
     }
     static std::string log_path() { return scratch.root + "/calls.log"; }
@@ -144,7 +145,8 @@ struct Protocol : testing::Test {
         ctx.method = DS_METHOD_SET;
         ctx.error_code = -40101;
         ctx.marks[0] = ctx.marks[1] = ctx.marks[2] = 0;
-        uci_free_context(ctx.uci_ctx);
+        if (ctx.uci_ctx)
+            uci_free_context(ctx.uci_ctx);
         ctx.uci_ctx = dsd_uci_alloc();
         return ds_handle_method_set(&ctx);
     }

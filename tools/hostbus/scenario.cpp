@@ -4,6 +4,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -45,8 +47,26 @@ static bool flag(json_object *obj, const char *key)
     return v && json_object_get_boolean(v);
 }
 
-int hb_load_scenario(hb_state *st)
+// The whole file as text; false when it cannot be read.
+static bool read_text(const std::string &path, std::string *out)
 {
+    FILE *f = fopen(path.c_str(), "rb");
+    if (!f)
+        return false;
+    char buf[4096];
+    size_t n;
+    out->clear();
+    while ((n = fread(buf, 1, sizeof buf, f)) > 0)
+        out->append(buf, n);
+    bool ok = !ferror(f);
+    fclose(f);
+    return ok;
+}
+
+int hb_load_scenario(hb_state *st, bool *changed)
+{
+    if (changed)
+        *changed = false;
     if (st->scenario_path.empty())
         return 0;
     struct stat sb;
@@ -56,7 +76,8 @@ int hb_load_scenario(hb_state *st)
     if (st->scenario && sb.st_ino == st->scenario_ino && sb.st_mtim.tv_sec == st->scenario_mtime.tv_sec &&
         sb.st_mtim.tv_nsec == st->scenario_mtime.tv_nsec)
         return 0;
-    json_object *obj = json_object_from_file(st->scenario_path.c_str());
+    std::string text;
+    json_object *obj = read_text(st->scenario_path, &text) ? json_tokener_parse(text.c_str()) : nullptr;
     if (!obj || !json_object_is_type(obj, json_type_object)) {
         json_object_put(obj);
         fprintf(stderr, "hostbus: scenario %s is not a JSON object\n", st->scenario_path.c_str());
@@ -64,9 +85,12 @@ int hb_load_scenario(hb_state *st)
     }
     json_object_put(st->scenario);
     st->scenario = obj;
+    st->scenario_text = text;
     st->scenario_mtime = sb.st_mtim;
     st->scenario_ino = sb.st_ino;
     st->turns.clear();
+    if (changed)
+        *changed = true;
     return 0;
 }
 
@@ -80,6 +104,28 @@ static bool object_present(hb_state *st, const char *name)
             return true;
     }
     return false;
+}
+
+std::vector<std::string> hb_present_objects(hb_state *st)
+{
+    std::lock_guard<std::mutex> lock(st->mu);
+    std::vector<std::string> named;
+    for (const char *const *b = kBuiltinObjects; *b; b++)
+        named.push_back(*b);
+    json_object *objects = member(st->scenario, "objects");
+    if (objects && json_object_is_type(objects, json_type_object)) {
+        json_object_object_foreach(objects, name, entry) {
+            (void)entry;
+            if (std::find(named.begin(), named.end(), name) == named.end())
+                named.push_back(name);
+        }
+    }
+    std::vector<std::string> present;
+    for (const std::string &name : named) {
+        if (object_present(st, name.c_str()))
+            present.push_back(name);
+    }
+    return present;
 }
 
 int hb_lookup(hb_state *st, const char *path, uint32_t *id)
@@ -176,28 +222,20 @@ static json_object *pick_step(hb_state *st, const std::string &object, const cha
     return json_object_get(json_object_array_get_idx(seq, turn < n ? turn : n - 1));
 }
 
-static void sleep_ms(int64_t ms)
+hb_hold hb_step_hold(const hb_state *st, json_object *step)
 {
-    struct timespec ts = {.tv_sec = (time_t)(ms / 1000), .tv_nsec = (long)(ms % 1000) * 1000000L};
-    while (nanosleep(&ts, &ts) != 0) {
-    }
-}
-
-// Holds the call until the file exists (bounded by wait_max_ms).
-static void wait_for_file(const hb_state *st, json_object *step)
-{
+    hb_hold hold;
     json_object *v = member(step, "wait_file");
-    if (!v)
-        return;
-    std::string path = json_object_get_string(v);
-    if (path.empty() || path[0] != '/')
-        path = st->root + "/" + path;
-    json_object *max = member(step, "wait_max_ms");
-    int64_t left = max ? json_object_get_int64(max) : kDefaultWaitMaxMs;
-    while (access(path.c_str(), F_OK) != 0 && left > 0) {
-        sleep_ms(10);
-        left -= 10;
+    if (v) {
+        hold.wait_path = json_object_get_string(v);
+        if (hold.wait_path.empty() || hold.wait_path[0] != '/')
+            hold.wait_path = st->root + "/" + hold.wait_path;
+        json_object *max = member(step, "wait_max_ms");
+        hold.wait_max_ms = max ? json_object_get_int64(max) : kDefaultWaitMaxMs;
     }
+    if ((v = member(step, "delay_ms")))
+        hold.delay_ms = json_object_get_int64(v);
+    return hold;
 }
 
 static std::string reply_text(json_object *v)
@@ -228,31 +266,22 @@ static void step_data(json_object *step, json_object *msg, hb_answer *out)
                             "\"}");
 }
 
-void hb_invoke(hb_state *st, uint32_t id, const char *method, json_object *msg, hb_answer *out)
+json_object *hb_begin_call(hb_state *st, const char *object, const char *method, json_object *msg)
 {
-    hb_load_scenario(st);
-    json_ptr step;
-    {
-        std::lock_guard<std::mutex> lock(st->mu);
-        if (id == 0 || id > st->ids.size() || !method) {
-            out->status = 4;
-            return;
-        }
-        std::string object = st->ids[id - 1];
-        log_call(st, object.c_str(), method, msg);
-        step.reset(pick_step(st, object, method, msg));
-    }
-    wait_for_file(st, step.get());
-    json_object *delay = member(step.get(), "delay_ms");
-    if (delay)
-        sleep_ms(json_object_get_int64(delay));
-    if (flag(step.get(), "disconnect")) {
+    std::lock_guard<std::mutex> lock(st->mu);
+    log_call(st, object, method, msg);
+    return pick_step(st, object, method, msg);
+}
+
+void hb_step_answer(json_object *step, json_object *msg, hb_answer *out)
+{
+    if (flag(step, "disconnect")) {
         out->disconnect = true;
         return;
     }
-    json_object *status = member(step.get(), "status");
+    json_object *status = member(step, "status");
     out->status = status ? json_object_get_int(status) : 0;
-    step_data(step.get(), msg, out);
+    step_data(step, msg, out);
     for (auto it = out->data.begin(); it != out->data.end();) {
         if (it->size() > kMaxReply) {
             fprintf(stderr, "hostbus: reply of %zu bytes dropped\n", it->size());
@@ -261,4 +290,17 @@ void hb_invoke(hb_state *st, uint32_t id, const char *method, json_object *msg, 
             ++it;
         }
     }
+}
+
+int hb_mkdir_parent(const std::string &path)
+{
+    size_t end = path.rfind('/');
+    for (size_t i = 1; end != std::string::npos && i <= end; i++) {
+        if (i == end || path[i] == '/') {
+            std::string part = path.substr(0, i);
+            if (mkdir(part.c_str(), 0755) != 0 && errno != EEXIST)
+                return -1;
+        }
+    }
+    return 0;
 }

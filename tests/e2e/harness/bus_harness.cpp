@@ -1,8 +1,10 @@
 #include "bus_harness.h"
 #include "exec_wrapper.h"
 
+#include <gtest/gtest.h>
 #include <json-c/json.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -14,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <thread>
 #include <vector>
 
@@ -47,6 +50,75 @@ void write_file_atomically(const std::string &path, const std::string &text)
     rename(tmp.c_str(), path.c_str());
 }
 
+std::string read_file(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// Starts argv (through the exec wrapper) with its output appended to out;
+// it is told to stop when the starting thread ends.
+pid_t spawn(const std::vector<std::string> &argv_in, const std::string &out)
+{
+    pid_t pid = fork();
+    if (pid != 0)
+        return pid;
+    // A test that dies leaves no bus behind.
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    FILE *f = freopen(out.c_str(), "a", stdout);
+    if (f)
+        dup2(fileno(stdout), STDERR_FILENO);
+    std::vector<std::string> args = exec_wrapper_words();
+    args.insert(args.end(), argv_in.begin(), argv_in.end());
+    std::vector<char *> argv;
+    for (auto &a : args)
+        argv.push_back(a.data());
+    argv.push_back(nullptr);
+    execvp(argv[0], argv.data());
+    _exit(127);
+}
+
+// SIGTERM, SIGKILL after a bounded wait. The exit status, or -1 for no process.
+int end_process(pid_t *pid)
+{
+    if (*pid <= 0)
+        return -1;
+    kill(*pid, SIGTERM);
+    int status = 0;
+    for (int waited = 0; waited < 5000; waited += 10) {
+        if (waitpid(*pid, &status, WNOHANG) == *pid) {
+            *pid = -1;
+            return status;
+        }
+        bus_sleep_ms(10);
+    }
+    kill(*pid, SIGKILL);
+    waitpid(*pid, &status, 0);
+    *pid = -1;
+    return status;
+}
+
+// Polls (bounded) until ready() holds; false when it did not or pid ended
+// (left for end_process to reap).
+template <typename F> bool wait_ready(pid_t pid, F ready)
+{
+    for (int waited = 0; waited < 10000 * harness_slowdown(); waited += 10) {
+        if (ready())
+            return true;
+        siginfo_t info{};
+        if (waitid(P_PID, (id_t)pid, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid)
+            return false;
+        bus_sleep_ms(10);
+    }
+    return false;
+}
+
+#ifdef DSD_REAL_BUS
+constexpr bool kRealBus = true;
+#else
+constexpr bool kRealBus = false;
+#endif
+
 } // namespace
 
 bus_harness::bus_harness(const std::string &root_dir) : root(root_dir) {}
@@ -71,65 +143,51 @@ std::string bus_harness::log_path() const { return root + "/var/log/hostbus/call
 void bus_harness::set_scenario(const std::string &scenario_json) const
 {
     std::system(("mkdir -p " + root + "/var/run").c_str());
+    // hostbus on a real bus applies a scenario from its own timer and then
+    // writes the text it applied here.
+    std::string applied = scenario_path() + ".applied";
+    unlink(applied.c_str());
     write_file_atomically(scenario_path(), scenario_json);
+    if (!kRealBus || pid <= 0)
+        return;
+    if (!wait_ready(pid, [&] { return read_file(applied) == scenario_json; }))
+        ADD_FAILURE() << "hostbus did not apply the scenario " << scenario_json;
 }
 
 bool bus_harness::start(const std::string &scenario_json)
 {
-    if (pid > 0)
+    if (pid > 0 || ubusd_pid > 0)
         stop();
     set_scenario(scenario_json);
     unlink(socket_path().c_str());
-    std::string bin = std::string(DSD_TOOLS_DIR) + "/hostbus";
     std::string out = root + "/var/run/hostbus.out";
-    pid = fork();
-    if (pid == 0) {
-        FILE *f = freopen(out.c_str(), "a", stdout);
-        if (f)
-            dup2(fileno(stdout), STDERR_FILENO);
-        std::vector<std::string> args = exec_wrapper_words();
-        for (const std::string &a : {bin, std::string("--root"), root, std::string("--scenario"),
-                                     scenario_path(), std::string("--log"), log_path()})
-            args.push_back(a);
-        std::vector<char *> argv;
-        for (auto &a : args)
-            argv.push_back(a.data());
-        argv.push_back(nullptr);
-        execvp(argv[0], argv.data());
-        _exit(127);
-    }
-    if (pid < 0)
-        return false;
-    for (int waited = 0; waited < 10000 * harness_slowdown(); waited += 10) {
-        if (socket_accepts(socket_path()))
-            return true;
-        int status = 0;
-        if (waitpid(pid, &status, WNOHANG) == pid) {
-            pid = -1;
+    if (kRealBus) {
+#ifdef DSD_REAL_BUS
+        ubusd_pid = spawn({DSD_UBUSD_BIN, "-s", socket_path()}, root + "/var/run/ubusd.out");
+#endif
+        if (ubusd_pid < 0 || !wait_ready(ubusd_pid, [&] { return socket_accepts(socket_path()); })) {
+            stop();
             return false;
         }
-        bus_sleep_ms(10);
     }
-    stop();
-    return false;
+    pid = spawn({std::string(DSD_TOOLS_DIR) + "/hostbus", "--root", root, "--scenario", scenario_path(),
+                 "--log", log_path(), "--socket", socket_path()},
+                out);
+    if (pid < 0)
+        return false;
+    std::string applied = scenario_path() + ".applied";
+    bool up = wait_ready(pid, [&] {
+        return kRealBus ? read_file(applied) == scenario_json : socket_accepts(socket_path());
+    });
+    if (!up)
+        stop();
+    return up;
 }
 
 int bus_harness::stop()
 {
-    if (pid <= 0)
-        return -1;
-    kill(pid, SIGTERM);
-    int status = 0;
-    for (int waited = 0; waited < 5000; waited += 10) {
-        if (waitpid(pid, &status, WNOHANG) == pid) {
-            pid = -1;
-            return status;
-        }
-        bus_sleep_ms(10);
-    }
-    kill(pid, SIGKILL);
-    waitpid(pid, &status, 0);
-    pid = -1;
+    int status = end_process(&pid);
+    end_process(&ubusd_pid);
     return status;
 }
 
@@ -187,8 +245,14 @@ std::string bus_harness::install_cli() const
     std::string dir = root + "/hostbus-bin";
     std::system(("mkdir -p " + dir).c_str());
     std::string link = dir + "/ubus";
-    std::string bin = std::string(DSD_TOOLS_DIR) + "/hostbus";
     unlink(link.c_str());
+#ifdef DSD_REAL_BUS
+    // The device's command line, pointed at this root's ubusd.
+    std::ofstream(link) << "#!/bin/sh\nexec '" << DSD_UBUS_CLI_BIN << "' -s '" << socket_path()
+                        << "' \"$@\"\n";
+    return chmod(link.c_str(), 0755) == 0 ? dir : "";
+#else
+    std::string bin = std::string(DSD_TOOLS_DIR) + "/hostbus";
     const char *wrapper = getenv("DSD_EXEC_WRAPPER");
     if (wrapper && *wrapper) {
         // An emulated binary cannot be exec'd by name: a script runs it.
@@ -198,4 +262,5 @@ std::string bus_harness::install_cli() const
     if (symlink(bin.c_str(), link.c_str()) != 0)
         return "";
     return dir;
+#endif
 }

@@ -1,5 +1,7 @@
 // Bus side of the end-to-end harness: runs tools/hostbus on a device root
-// with a scenario and reads back the calls it received.
+// with a scenario and reads back the calls it received. Built against the
+// device's libubus (DSD_REAL_BUS), it first starts the device's ubusd on the
+// root's socket and hostbus registers the peers there as bus objects.
 //
 // Typical use with dsd_harness:
 //   dsd_harness d;  bus_harness bus(d.root);
@@ -21,7 +23,8 @@ struct bus_call {
 
 struct bus_harness {
     std::string root; // device root; the socket is <root>/var/run/ubus.sock
-    pid_t pid = -1;
+    pid_t pid = -1;        // hostbus
+    pid_t ubusd_pid = -1;  // the device's ubusd (real bus only)
     bool own_root = false;
 
     // Uses an existing root (for example dsd_harness::root).
@@ -33,13 +36,16 @@ struct bus_harness {
     bus_harness(const bus_harness &) = delete;
     bus_harness &operator=(const bus_harness &) = delete;
 
-    // Writes the scenario (JSON text), starts hostbus and waits (bounded)
-    // until its socket accepts. False when it did not come up.
+    // Writes the scenario (JSON text), starts hostbus (after ubusd on a real
+    // bus) and waits (bounded) until the peers are on the bus. False when it
+    // did not come up.
     bool start(const std::string &scenario_json = "{}");
     // Replaces the scenario of a running broker; it takes effect at the
-    // next lookup or call, and sequences start again.
+    // next lookup or call, and sequences start again. On a real bus it
+    // returns once hostbus has put the objects on or off the bus.
     void set_scenario(const std::string &scenario_json) const;
-    // SIGTERM, SIGKILL after a bounded wait; the exit status or -1.
+    // SIGTERM, SIGKILL after a bounded wait; hostbus's exit status or -1.
+    // Stops ubusd too.
     int stop();
 
     std::string socket_path() const;
@@ -54,8 +60,9 @@ struct bus_harness {
                    int timeout_ms = 10000) const;
     // Creates <root>/<rel> (releases a step held with "wait_file").
     void touch(const std::string &rel) const;
-    // Makes <root>/hostbus-bin/ubus, the host "ubus call" command line, and
+    // Makes <root>/hostbus-bin/ubus, a "ubus call" command line on this
+    // root's bus (hostbus's own, or the device's `ubus` on a real bus), and
     // returns that directory; put it first in PATH (before starting dsd) so
-    // fire-and-forget shell calls reach the broker and its call log.
+    // fire-and-forget shell calls reach the peers and the call log.
     std::string install_cli() const;
 };
