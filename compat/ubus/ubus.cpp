@@ -190,14 +190,16 @@ static void uloop_flag_handler(int signo)
     g_uloop_signal = signo;
 }
 
-static void uloop_take_signals(void)
+// The previous dispositions go to old[0] (SIGTERM) and old[1] (SIGINT)
+// when given.
+static void uloop_take_signals(struct sigaction *old = nullptr)
 {
     struct sigaction sa;
     memset(&sa, 0, sizeof sa);
     sigemptyset(&sa.sa_mask);
     sa.sa_handler = uloop_flag_handler;
-    sigaction(SIGTERM, &sa, nullptr);
-    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, old ? &old[0] : nullptr);
+    sigaction(SIGINT, &sa, old ? &old[1] : nullptr);
 }
 
 extern "C" struct ubus_context *ubus_connect(const char *path)
@@ -480,13 +482,9 @@ static bool read_event(struct ubus_context *ctx)
     return rc != UBUS_STATUS_CONNECTION_FAILED;
 }
 
-// Delivers queued events, then waits for more; returns at uloop_end, at a
-// signal (its number) or when a connection is lost (0, as the device's
-// library ends its loop then).
-extern "C" int uloop_run(void)
+// The loop proper of uloop_run.
+static int run_loop(void)
 {
-    uloop_cancelled = false;
-    g_uloop_signal = 0;
     while (!uloop_cancelled && !g_uloop_signal) {
         for (struct ubus_context *ctx : std::vector<struct ubus_context *>(g_loop)) {
             while (!ctx->events.empty()) {
@@ -508,4 +506,20 @@ extern "C" int uloop_run(void)
         }
     }
     return g_uloop_signal;
+}
+
+// Delivers queued events, then waits for more; returns at uloop_end, at a
+// signal (its number) or when a connection is lost (0, as the device's
+// library ends its loop then). Like the device's loop it takes SIGINT and
+// SIGTERM while it runs and gives them back after.
+extern "C" int uloop_run(void)
+{
+    uloop_cancelled = false;
+    g_uloop_signal = 0;
+    struct sigaction old[2];
+    uloop_take_signals(old);
+    int rc = run_loop();
+    sigaction(SIGTERM, &old[0], nullptr);
+    sigaction(SIGINT, &old[1], nullptr);
+    return rc;
 }

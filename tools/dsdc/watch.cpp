@@ -122,6 +122,7 @@ int listen_once(watch_state *st, bool *ever)
     int rc = -1;
     if (ubus_register_event_handler(ctx, &st->handler, "dsd.config") == 0) {
         *ever = true;
+        fprintf(stderr, "dsdc: listening for %s\n", "dsd.config");
         ubus_add_uloop(ctx);
         rc = uloop_run() != 0 ? DSDC_OK : -1;
     }
