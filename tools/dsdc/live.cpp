@@ -148,7 +148,7 @@ std::string group_line(json_object *stats, const char *group)
     json_object_object_foreach(g, key, val) {
         if (!line.empty())
             line += ", ";
-        line += std::string(key) + " " + json_object_get_string(val);
+        line += std::string(key) + "=" + json_object_get_string(val);
     }
     return line;
 }
