@@ -174,9 +174,8 @@ int uci_install_packages(const file_list &in)
     }
     int rc = rename_temps(d, names);
     unlink(install_marker(d).c_str());
-    for (const std::string &name : names)
-        if (rc == 0)
-            config_note_commit(name.c_str()); // a restore announces each package
+    for (size_t i = 0; rc == 0 && i < names.size(); i++)
+        config_note_commit(names[i].c_str()); // a restore announces each package
     return rc;
 }
 

@@ -61,7 +61,7 @@ bool module_rows(const char *module, std::vector<std::string> *names, std::vecto
 
 // Reads the rows one request at a time, for a module whose model names
 // rows the store lacks (one missing row fails a whole get): what answers is
-// merged into *out's module object; the count of rows that did not.
+// merged into mod_out; the count of rows that did not answer.
 int read_one_by_one(const dsdc_options &o, const char *module, const std::vector<std::string> &names,
                     const std::vector<std::string> &types, json_object *mod_out)
 {
@@ -69,8 +69,7 @@ int read_one_by_one(const dsdc_options &o, const char *module, const std::vector
     auto read = [&](const std::vector<std::string> &n, const std::vector<std::string> &t) {
         dsdc_json res;
         json_object *part = nullptr;
-        dsdc_options quiet = o;
-        if (dsdc_call(quiet, get_request(module, n, t), &res) != DSDC_OK ||
+        if (dsdc_call(o, get_request(module, n, t), &res) != DSDC_OK ||
             !json_object_object_get_ex(res.get(), module, &part)) {
             ++missing;
             return;
