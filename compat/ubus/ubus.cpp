@@ -43,12 +43,18 @@ using json_ptr = std::unique_ptr<json_object, json_put>;
 
 } // namespace
 
-struct ubus_context {
+// The host library's state of a context.
+struct host_ctx : ubus_context {
     int fd = -1;
     uint16_t seq = 0;
     std::deque<json_ptr> events; // event frames not yet delivered
     std::vector<std::pair<std::string, struct ubus_event_handler *>> handlers;
 };
+
+static host_ctx *H(struct ubus_context *ctx)
+{
+    return static_cast<host_ctx *>(ctx);
+}
 
 namespace {
 
@@ -140,7 +146,7 @@ static int await_frame(struct ubus_context *ctx, uint16_t seq, int64_t deadline_
                 return UBUS_STATUS_TIMEOUT;
             wait = (int)left;
         }
-        struct pollfd pfd = {.fd = ctx->fd, .events = POLLIN, .revents = 0};
+        struct pollfd pfd = {.fd = H(ctx)->fd, .events = POLLIN, .revents = 0};
         int pr = poll(&pfd, 1, wait);
         if (pr < 0 && errno == EINTR)
             continue;
@@ -149,18 +155,18 @@ static int await_frame(struct ubus_context *ctx, uint16_t seq, int64_t deadline_
         if (pr == 0)
             return UBUS_STATUS_TIMEOUT;
         uint32_t be = 0;
-        if (read_all(ctx->fd, &be, sizeof be) != 0)
+        if (read_all(H(ctx)->fd, &be, sizeof be) != 0)
             return UBUS_STATUS_CONNECTION_FAILED;
         uint32_t len = ntohl(be);
         if (len > kMaxFrame)
             return UBUS_STATUS_CONNECTION_FAILED;
         std::string body(len, '\0');
-        if (read_all(ctx->fd, body.data(), len) != 0)
+        if (read_all(H(ctx)->fd, body.data(), len) != 0)
             return UBUS_STATUS_CONNECTION_FAILED;
         json_ptr frame(json_tokener_parse(body.c_str()));
         json_object *s = nullptr;
         if (frame && !json_object_object_get_ex(frame.get(), "seq", &s)) {
-            ctx->events.push_back(std::move(frame)); // unasked: an event
+            H(ctx)->events.push_back(std::move(frame)); // unasked: an event
             continue;
         }
         if (!frame || json_object_get_int(s) != seq)
@@ -190,16 +196,30 @@ static void uloop_flag_handler(int signo)
     g_uloop_signal = signo;
 }
 
-// The previous dispositions go to old[0] (SIGTERM) and old[1] (SIGINT)
-// when given.
-static void uloop_take_signals(struct sigaction *old = nullptr)
+static void uloop_take_signals(void)
 {
     struct sigaction sa;
     memset(&sa, 0, sizeof sa);
     sigemptyset(&sa.sa_mask);
     sa.sa_handler = uloop_flag_handler;
-    sigaction(SIGTERM, &sa, old ? &old[0] : nullptr);
-    sigaction(SIGINT, &sa, old ? &old[1] : nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+    sigaction(SIGINT, &sa, nullptr);
+}
+
+// What the device's loop does while it runs: a signal still at its default
+// disposition is taken (the old one saved in *old, *taken set); a handler
+// the program installed is left alone.
+static void uloop_take_default(int signo, struct sigaction *old, bool *taken)
+{
+    sigaction(signo, nullptr, old);
+    *taken = old->sa_handler == SIG_DFL;
+    if (!*taken)
+        return;
+    struct sigaction sa;
+    memset(&sa, 0, sizeof sa);
+    sigemptyset(&sa.sa_mask);
+    sa.sa_handler = uloop_flag_handler;
+    sigaction(signo, &sa, nullptr);
 }
 
 extern "C" struct ubus_context *ubus_connect(const char *path)
@@ -220,11 +240,12 @@ extern "C" struct ubus_context *ubus_connect(const char *path)
         close(fd);
         return nullptr;
     }
-    auto *ctx = new (std::nothrow) ubus_context;
+    auto *ctx = new (std::nothrow) host_ctx;
     if (!ctx) {
         close(fd);
         return nullptr;
     }
+    ctx->connection_lost = nullptr;
     ctx->fd = fd;
     return ctx;
 }
@@ -237,8 +258,8 @@ extern "C" void ubus_free(struct ubus_context *ctx)
     if (!ctx)
         return;
     uloop_forget(ctx);
-    close(ctx->fd);
-    delete ctx;
+    close(H(ctx)->fd);
+    delete H(ctx);
 }
 
 // 0 and *id, or a status (4 when the broker knows no such object). Waits at
@@ -247,14 +268,14 @@ extern "C" int ubus_lookup_id(struct ubus_context *ctx, const char *path, uint32
 {
     if (!ctx || !path || !id)
         return UBUS_STATUS_INVALID_ARGUMENT;
-    uint16_t seq = ++ctx->seq;
+    uint16_t seq = ++H(ctx)->seq;
     json_ptr req(json_object_new_object());
     if (!req)
         return UBUS_STATUS_NO_MEMORY;
     json_object_object_add(req.get(), "op", json_object_new_string("lookup"));
     json_object_object_add(req.get(), "seq", json_object_new_int(seq));
     json_object_object_add(req.get(), "path", json_object_new_string(path));
-    if (send_frame(ctx->fd, req.get()) != 0)
+    if (send_frame(H(ctx)->fd, req.get()) != 0)
         return UBUS_STATUS_CONNECTION_FAILED;
     json_ptr ans;
     int rc = await_frame(ctx, seq, monotonic_ms() + kLookupTimeoutMs, &ans);
@@ -328,7 +349,7 @@ extern "C" int ubus_invoke(struct ubus_context *ctx, uint32_t obj, const char *m
 {
     if (!ctx || !method)
         return UBUS_STATUS_INVALID_ARGUMENT;
-    uint16_t seq = ++ctx->seq;
+    uint16_t seq = ++H(ctx)->seq;
     json_ptr call(json_object_new_object());
     if (!call)
         return UBUS_STATUS_NO_MEMORY;
@@ -337,7 +358,7 @@ extern "C" int ubus_invoke(struct ubus_context *ctx, uint32_t obj, const char *m
     json_object_object_add(call.get(), "id", json_object_new_int64(obj));
     json_object_object_add(call.get(), "method", json_object_new_string(method));
     json_object_object_add(call.get(), "msg", message_object(msg));
-    if (send_frame(ctx->fd, call.get()) != 0)
+    if (send_frame(H(ctx)->fd, call.get()) != 0)
         return UBUS_STATUS_CONNECTION_FAILED;
     json_ptr ans;
     timeout = capped_timeout(timeout);
@@ -365,7 +386,7 @@ static int simple_request(struct ubus_context *ctx, const char *op, const char *
                           json_object *msg)
 {
     json_ptr owned(msg);
-    uint16_t seq = ++ctx->seq;
+    uint16_t seq = ++H(ctx)->seq;
     json_ptr req(json_object_new_object());
     if (!req)
         return UBUS_STATUS_NO_MEMORY;
@@ -374,7 +395,7 @@ static int simple_request(struct ubus_context *ctx, const char *op, const char *
     json_object_object_add(req.get(), key, json_object_new_string(value));
     if (owned)
         json_object_object_add(req.get(), "msg", owned.release());
-    if (send_frame(ctx->fd, req.get()) != 0)
+    if (send_frame(H(ctx)->fd, req.get()) != 0)
         return UBUS_STATUS_CONNECTION_FAILED;
     json_ptr ans;
     int rc = await_frame(ctx, seq, monotonic_ms() + kLookupTimeoutMs, &ans);
@@ -395,7 +416,7 @@ extern "C" int ubus_register_event_handler(struct ubus_context *ctx, struct ubus
         return UBUS_STATUS_INVALID_ARGUMENT;
     int rc = simple_request(ctx, "listen", "pattern", pattern, nullptr);
     if (rc == UBUS_STATUS_OK)
-        ctx->handlers.emplace_back(pattern, ev);
+        H(ctx)->handlers.emplace_back(pattern, ev);
     return rc;
 }
 
@@ -404,13 +425,13 @@ extern "C" int ubus_unregister_event_handler(struct ubus_context *ctx, struct ub
     if (!ctx || !ev)
         return UBUS_STATUS_INVALID_ARGUMENT;
     int rc = UBUS_STATUS_NOT_FOUND;
-    for (auto it = ctx->handlers.begin(); it != ctx->handlers.end();) {
+    for (auto it = H(ctx)->handlers.begin(); it != H(ctx)->handlers.end();) {
         if (it->second != ev) {
             ++it;
             continue;
         }
         rc = simple_request(ctx, "unlisten", "pattern", it->first.c_str(), nullptr);
-        it = ctx->handlers.erase(it);
+        it = H(ctx)->handlers.erase(it);
     }
     return rc;
 }
@@ -439,7 +460,7 @@ static void deliver_event(struct ubus_context *ctx, json_object *frame)
     attr->id_len = (uint32_t)total;
     memcpy(attr->data, text, len);
     attr->data[len] = '\0';
-    auto handlers = ctx->handlers; // a handler may unregister itself
+    auto handlers = H(ctx)->handlers; // a handler may unregister itself
     for (auto &[pattern, ev] : handlers) {
         if (ev->cb && pattern_matches(pattern, json_object_get_string(type)))
             ev->cb(ctx, ev, json_object_get_string(type), attr.get());
@@ -487,39 +508,46 @@ static int run_loop(void)
 {
     while (!uloop_cancelled && !g_uloop_signal) {
         for (struct ubus_context *ctx : std::vector<struct ubus_context *>(g_loop)) {
-            while (!ctx->events.empty()) {
-                json_ptr ev = std::move(ctx->events.front());
-                ctx->events.pop_front();
+            while (!H(ctx)->events.empty()) {
+                json_ptr ev = std::move(H(ctx)->events.front());
+                H(ctx)->events.pop_front();
                 deliver_event(ctx, ev.get());
             }
         }
         std::vector<struct pollfd> fds;
         for (struct ubus_context *ctx : g_loop)
-            fds.push_back({.fd = ctx->fd, .events = POLLIN, .revents = 0});
+            fds.push_back({.fd = H(ctx)->fd, .events = POLLIN, .revents = 0});
         if (poll(fds.data(), fds.size(), 100) <= 0)
             continue;
+        std::vector<struct ubus_context *> polled(g_loop);
         for (size_t i = 0; i < fds.size(); ++i) {
-            if (fds[i].revents && !read_event(g_loop[i])) {
-                uloop_forget(g_loop[i]);
-                return 0;
+            if (fds[i].revents && !read_event(polled[i])) {
+                // Hung up: out of the loop first, then told, as on the device.
+                uloop_forget(polled[i]);
+                if (polled[i]->connection_lost)
+                    polled[i]->connection_lost(polled[i]);
             }
         }
     }
     return g_uloop_signal;
 }
 
-// Delivers queued events, then waits for more; returns at uloop_end, at a
-// signal (its number) or when a connection is lost (0, as the device's
-// library ends its loop then). Like the device's loop it takes SIGINT and
-// SIGTERM while it runs and gives them back after.
+// Delivers queued events, then waits for more; returns at uloop_end or at a
+// signal (its number). A lost connection leaves the loop and calls its
+// connection_lost; the loop goes on. Like the device's loop it takes SIGINT and
+// SIGTERM (those at their default) while it runs and gives them back after.
 extern "C" int uloop_run(void)
 {
     uloop_cancelled = false;
     g_uloop_signal = 0;
     struct sigaction old[2];
-    uloop_take_signals(old);
+    bool taken[2];
+    uloop_take_default(SIGTERM, &old[0], &taken[0]);
+    uloop_take_default(SIGINT, &old[1], &taken[1]);
     int rc = run_loop();
-    sigaction(SIGTERM, &old[0], nullptr);
-    sigaction(SIGINT, &old[1], nullptr);
+    if (taken[0])
+        sigaction(SIGTERM, &old[0], nullptr);
+    if (taken[1])
+        sigaction(SIGINT, &old[1], nullptr);
     return rc;
 }

@@ -28,13 +28,14 @@ void on_stop(int)
     g_stop = 1;
 }
 
-// Ours between loops; the loop takes the signals over while it runs and
-// tells of them by its result.
-void take_signals(void)
+// Ours between loops (on_stop), the default while the loop runs: the loop
+// takes over only signals left at their default, and then tells of them by
+// its result.
+void take_signals(void (*handler)(int) = on_stop)
 {
     struct sigaction sa {};
     sigemptyset(&sa.sa_mask);
-    sa.sa_handler = on_stop;
+    sa.sa_handler = handler;
     sigaction(SIGINT, &sa, nullptr);
     sigaction(SIGTERM, &sa, nullptr);
 }
@@ -104,6 +105,13 @@ void on_event(ubus_context *, ubus_event_handler *, const char *, blob_attr *msg
         print_line(obj.get());
 }
 
+// The library's default does not end the loop when the bus hangs up (the
+// socket has left the loop by then): end it, to listen again.
+void on_lost(ubus_context *)
+{
+    uloop_end();
+}
+
 ubus_context *connect_bus(void)
 {
     std::string path = dsd_path("/var/run/ubus.sock");
@@ -119,12 +127,18 @@ int listen_once(watch_state *st, bool *ever)
     take_signals();
     if (!ctx)
         return -1;
+    ctx->connection_lost = on_lost;
+    // A handler keeps the object id of the bus it was registered on: start
+    // afresh on a new connection.
+    st->handler = ubus_event_handler{};
+    st->handler.cb = on_event;
     int rc = -1;
     if (ubus_register_event_handler(ctx, &st->handler, "dsd.config") == 0) {
         *ever = true;
         fprintf(stderr, "dsdc: listening for %s\n", "dsd.config");
         ubus_add_uloop(ctx);
-        rc = uloop_run() != 0 ? DSDC_OK : -1;
+        take_signals(SIG_DFL);
+        rc = uloop_run() != 0 || g_stop ? DSDC_OK : -1;
     }
     take_signals();
     ubus_free(ctx);
@@ -138,7 +152,6 @@ int dsdc_watch(const dsdc_options &o, int argc, char **argv)
     setvbuf(stdout, nullptr, _IOLBF, 0);
     watch_state st{};
     g_watch = &st;
-    st.handler.cb = on_event;
     st.json = o.json;
     for (int i = 0; i < argc; ++i)
         st.modules.insert(argv[i]);

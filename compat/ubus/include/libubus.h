@@ -32,8 +32,14 @@ enum ubus_msg_status {
 // Message type handed to data callbacks.
 enum { UBUS_MSG_DATA = 2 };
 
-// Opaque on the host; the real library exposes its fields.
-struct ubus_context;
+// The host library keeps its own state behind this; of the device's fields
+// only the connection-lost callback is here. As on the device it is called
+// when the bus hangs up on a connection in uloop_run, and the default one
+// does not end the loop (the hung-up socket has left the loop already by
+// then on the device too): a client that must notice sets its own.
+struct ubus_context {
+    void (*connection_lost)(struct ubus_context *ctx);
+};
 struct ubus_request;
 
 typedef void (*ubus_data_handler_t)(struct ubus_request *req, int type,
