@@ -93,7 +93,8 @@ int ubus_register_event_handler(struct ubus_context *ctx, struct ubus_event_hand
                                 const char *pattern);
 // Stops ev's listening (the connection stays up). 0 or a status.
 int ubus_unregister_event_handler(struct ubus_context *ctx, struct ubus_event_handler *ev);
-// Lets uloop_run deliver ctx's events; a lost connection ends the loop.
+// Lets uloop_run deliver ctx's events; a lost connection leaves the loop
+// and calls ctx->connection_lost.
 void ubus_add_uloop(struct ubus_context *ctx);
 
 #ifdef __cplusplus

@@ -1,5 +1,5 @@
 // Host subset of libubox's event loop, enough for a bus client that only
-// listens: run until uloop_end, a signal, or a lost bus connection. The
+// listens: run until uloop_end or a signal (SIGINT, SIGTERM). The
 // loop itself lives with the host libubus (compat/ubus), the only source of
 // events on a host.
 #pragma once
@@ -13,7 +13,8 @@ extern "C" {
 extern bool uloop_cancelled;
 
 int uloop_init(void);
-// Runs until uloop_end or SIGINT/SIGTERM; the signal's number, or 0.
+// Runs until uloop_end or SIGINT/SIGTERM (taken only while at their default
+// disposition, as on the device); the signal's number, or 0.
 int uloop_run(void);
 void uloop_done(void);
 
