@@ -10,7 +10,7 @@
 
 #include "core/heap.h"
 #include "platform/trace.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 namespace {
 

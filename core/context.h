@@ -8,6 +8,7 @@
 
 struct json_object;
 struct uci_context;
+struct store_txn;
 
 enum {
     DS_CONTEXT_COUNT = 6,
@@ -39,6 +40,7 @@ struct ds_context {
     json_object *req_obj;    // owned
     json_object *res_obj;    // owned; null when no handler built one
     uci_context *uci_ctx;    // this request's own uci context
+    store_txn *txn;          // the set pipeline's open transaction, else null
     uint8_t marks[3];        // once-per-request marks of module callbacks
     pthread_mutex_t lock;    // guards busy
     uint8_t busy;            // async work still uses the context

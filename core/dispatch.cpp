@@ -10,8 +10,8 @@
 #include "core/heap.h"
 #include "core/wire.h"
 #include "model/methods.h"
-#include "platform/pkg_lock.h"
 #include "platform/stats.h"
+#include "store/store.h"
 #include "platform/trace.h"
 
 namespace {
@@ -93,7 +93,7 @@ int ds_signal_handle(int fd)
     else
         run_method(ctx);
     // Nothing a request locked may outlive it, whatever path it took.
-    pkg_unlock_to(0);
+    store_release_thread();
     // Counted before the answer leaves, so a client that reads the figures
     // next finds its own request in them.
     stats_request(ctx->method, ctx->error_code, stats_now_ns() - start_ns);

@@ -14,7 +14,7 @@
 #include "model/registry.h"
 #include "platform/stop_signal.h"
 #include "platform/trace.h"
-#include "platform/uci_flush.h"
+#include "store/store.h"
 
 namespace {
 
@@ -51,6 +51,15 @@ int signal_init(void)
     return 0;
 }
 
+// The stop thread's work on SIGTERM: everything staged reaches the files
+// before the process exits.
+void flush_for_stop(void)
+{
+    uci_flusher_stop();
+    if (uci_flush_all() != 0)
+        DS_ERR("flush before stop failed");
+}
+
 void set_threshold(int argc, char **argv)
 {
     int mode = get_debug_mode();
@@ -84,7 +93,7 @@ void serve(ds_model_root **root, thd_pool **pool)
     // Before any request: finish what a crash cut short, then keep the
     // light commit's changes flowing to the files and flush them on SIGTERM.
     uci_store_recover();
-    if (uci_flusher_start() != 0 || stop_signal_init() != 0) {
+    if (uci_flusher_start() != 0 || stop_signal_init(flush_for_stop) != 0) {
         DS_ERR("Init configuration flusher failed.");
         return;
     }

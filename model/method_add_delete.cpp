@@ -11,7 +11,7 @@
 #include "model/set_pipeline.h"
 #include "platform/jso.h"
 #include "platform/trace.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 namespace {
 
@@ -189,7 +189,7 @@ int filter_args_add(ds_context *ctx)
 }
 
 // Creates each new section and writes its options.
-int save_diffdata_add(ds_context *ctx)
+int save_diffdata_add(ds_context *ctx, store_txn *txn)
 {
     json_object_object_foreach(ctx->req_obj, mod_name, req_mod) {
         if (!json_object_is_type(req_mod, json_type_object))
@@ -200,8 +200,8 @@ int save_diffdata_add(ds_context *ctx)
         add_request req;
         if (!read_add_request(req_mod, &req))
             return illegal_add_request(ctx);
-        if (add_new_section(ctx->uci_ctx, mod->package, req.table, req.name) != 0 ||
-            set_uci_section(ctx->uci_ctx, mod->package, req.name, req.para) != 0) {
+        if (add_new_section(txn, mod->package, req.table, req.name) != 0 ||
+            set_uci_section(txn, mod->package, req.name, req.para) != 0) {
             DS_ERR("Run add_new_section or set_uci_section [%s]-%s failed", mod_name, req.name);
             ctx->error_code = -40101;
             return -1;
@@ -237,7 +237,7 @@ int diff_data_del(ds_context *ctx, int *changed)
 }
 
 // Stages the deletions: whole types for "table", single sections for "name".
-int save_diffdata_del(ds_context *ctx)
+int save_diffdata_del(ds_context *ctx, store_txn *txn)
 {
     json_object_object_foreach(ctx->req_obj, mod_name, req_mod) {
         if (!json_object_is_type(req_mod, json_type_object))
@@ -248,8 +248,8 @@ int save_diffdata_del(ds_context *ctx)
         json_object_object_foreach(req_mod, key, val) {
             bool by_type = is_table_key(key);
             int rc = for_each_text(val, [&](const char *text) {
-                int r = by_type ? delete_section_type(ctx->uci_ctx, mod->package, text)
-                                : delete_section(ctx->uci_ctx, mod->package, text);
+                int r = by_type ? delete_section_type(txn, mod->package, text)
+                                : delete_section(txn, mod->package, text);
                 if (r != 0) {
                     if (by_type)
                         DS_TRACE_AS("del_sec_data", TRACE_ERROR,

@@ -11,8 +11,7 @@
 #include "model/registry.h"
 #include "platform/jso.h"
 #include "platform/trace.h"
-#include "platform/pkg_lock.h"
-#include "platform/uci_flush.h"
+#include "store/store.h"
 #include "platform/ubus_client.h"
 
 namespace {
@@ -65,8 +64,8 @@ static int do_keyword_action(ds_context *ctx, const ds_module *mod, const char *
     // Such an action reads, checks and commits its module's package like a
     // set does, so it holds that package for as long; other packages are
     // locked by the writes themselves.
-    pkg_lock_scope scope;
-    if (mod->lock_actions && mod->package && pkg_lock(mod->package) != 0) {
+    store_txn hold(ctx->uci_ctx);
+    if (mod->lock_actions && mod->package && store_txn_lock(&hold, {mod->package}) != 0) {
         ctx->error_code = -40101;
         DS_ERR("Run %s service failed", keyword);
         return -1;

@@ -14,8 +14,7 @@
 #include "model/section_lookup.h"
 #include "platform/jso.h"
 #include "platform/trace.h"
-#include "platform/uci_access.h"
-#include "platform/uci_cache.h"
+#include "store/store.h"
 
 namespace {
 

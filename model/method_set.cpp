@@ -3,11 +3,12 @@
 // before-save callbacks, stage, commit, then run the service callbacks.
 // Each step branches on the method code; this file holds the frame and the
 // set branches. Runs on the worker thread that owns the request context and
-// uses only that context's uci context. Nothing is rolled back on failure.
+// uses only that context's uci context, through one store transaction:
+// a failure before a package's commit leaves that package as it was.
 #include <json-c/json.h>
 
 #include <cstring>
-#include <set>
+#include <vector>
 #include <string>
 
 #include "core/context.h"
@@ -17,10 +18,8 @@
 #include "model/section_lookup.h"
 #include "model/set_pipeline.h"
 #include "platform/jso.h"
-#include "platform/pkg_lock.h"
+#include "store/store.h"
 #include "platform/trace.h"
-#include "platform/uci_access.h"
-#include "platform/uci_cache.h"
 
 static int unsupported_method(ds_context *ctx)
 {
@@ -307,7 +306,7 @@ static int filter_args_set(ds_context *ctx)
     return 0;
 }
 
-static int save_diffdata_set(ds_context *ctx)
+static int save_diffdata_set(ds_context *ctx, store_txn *txn)
 {
     json_object_object_foreach(ctx->req_obj, mod_name, req_mod) {
         if (!json_object_is_type(req_mod, json_type_object))
@@ -318,7 +317,7 @@ static int save_diffdata_set(ds_context *ctx)
         json_object_object_foreach(req_mod, sec, params) {
             if (!json_object_is_type(params, json_type_object))
                 continue;
-            if (set_uci_section(ctx->uci_ctx, mod->package, sec, params) != 0) {
+            if (set_uci_section(txn, mod->package, sec, params) != 0) {
                 DS_ERR("Run set_uci_section [%s]-%s failed", mod_name, sec);
                 ctx->error_code = -40101;
                 return -1;
@@ -369,19 +368,19 @@ static int do_srvcb(ds_context *ctx)
     return run_callbacks(ctx, DS_CB_SERVICE);
 }
 
-static int save_diffdata(ds_context *ctx)
+static int save_diffdata(ds_context *ctx, store_txn *txn)
 {
     switch (ctx->method) {
-    case DS_METHOD_SET: return save_diffdata_set(ctx);
-    case DS_METHOD_ADD: return save_diffdata_add(ctx);
-    case DS_METHOD_DELETE: return save_diffdata_del(ctx);
+    case DS_METHOD_SET: return save_diffdata_set(ctx, txn);
+    case DS_METHOD_ADD: return save_diffdata_add(ctx, txn);
+    case DS_METHOD_DELETE: return save_diffdata_del(ctx, txn);
     default: return unsupported_method(ctx);
     }
 }
 
 // Commits every touched package; the camera-channel modules use the light
 // commit because they change far more often than the flash should be written.
-static int commit_uci(ds_context *ctx)
+static int commit_uci(ds_context *ctx, store_txn *txn)
 {
     if (request_empty(ctx)) {
         DS_ERR("Request signal is illegal.");
@@ -395,14 +394,9 @@ static int commit_uci(ds_context *ctx)
         const ds_module *mod = pipeline_module(ctx, mod_name, -40106);
         if (!mod)
             return -1;
-        if (mod->ch) {
-            if (dummy_commit_package(ctx->uci_ctx, mod->package) != 0) {
-                DS_ERR("dummy commit %s uci failed", mod->package ? mod->package : "");
-                ctx->error_code = -40101;
-                return -1;
-            }
-        } else if (commit_package(ctx->uci_ctx, mod->package) != 0) {
-            DS_ERR("commit %s uci failed", mod->package ? mod->package : "");
+        if (store_txn_commit(txn, mod->package, mod->ch != 0) != 0) {
+            DS_ERR(mod->ch ? "dummy commit %s uci failed" : "commit %s uci failed",
+                   mod->package ? mod->package : "");
             ctx->error_code = -40101;
             return -1;
         }
@@ -411,36 +405,41 @@ static int commit_uci(ds_context *ctx)
     return 0;
 }
 
-// Locks the package of every module the request names, in name order, and
-// drops any copy the context loaded before: the diff and the checks must
-// read what the commit will merge into. Unknown modules are left to the steps.
-static int lock_request_packages(ds_context *ctx)
+// Takes the package of every module the request names into the
+// transaction, in name order, and drops any copy the context loaded before:
+// the diff and the checks must read what the commit will merge into.
+// Unknown modules are left to the steps.
+static int lock_request_packages(ds_context *ctx, store_txn *txn)
 {
     ds_model_root *root = get_model_root();
-    std::set<std::string> packages;
+    std::vector<std::string> packages;
     if (root && json_object_is_type(ctx->req_obj, json_type_object)) {
         json_object_object_foreach(ctx->req_obj, mod_name, req_mod) {
             const ds_module *mod = get_module_node(root, mod_name);
             if (mod && mod->package && json_object_is_type(req_mod, json_type_object))
-                packages.insert(mod->package);
+                packages.push_back(mod->package);
         }
     }
-    for (const std::string &pkg : packages) {
-        if (pkg_lock(pkg.c_str()) != 0) {
-            DS_ERR("Lock package %s failed.", pkg.c_str());
-            ctx->error_code = -40101;
-            return -1;
-        }
-        dsd_uci_unload(ctx->uci_ctx, pkg.c_str());
+    if (store_txn_lock(txn, packages) != 0) {
+        ctx->error_code = -40101;
+        return -1;
     }
     return 0;
 }
 
-// Diff to commit, holding the request's packages; 1 when nothing changed.
+// Diff to commit in one transaction over the request's packages; 1 when
+// nothing changed. A failure at any step leaves every package that was not
+// committed as it was: nothing of the request is staged or visible.
 static int run_locked_steps(ds_context *ctx)
 {
-    pkg_lock_scope scope;
-    if (lock_request_packages(ctx) != 0)
+    store_txn txn(ctx->uci_ctx);
+    // The before-save callbacks stage into the same transaction.
+    struct txn_slot {
+        ds_context *ctx;
+        ~txn_slot() { ctx->txn = nullptr; }
+    } slot{ctx};
+    ctx->txn = &txn;
+    if (lock_request_packages(ctx, &txn) != 0)
         return -1;
     int changed = 0;
     if (diff_data(ctx, &changed) != 0) {
@@ -459,11 +458,11 @@ static int run_locked_steps(ds_context *ctx)
         DS_ERR("Run do_beforesavecb failed.");
         return -1;
     }
-    if (save_diffdata(ctx) != 0) {
+    if (save_diffdata(ctx, &txn) != 0) {
         DS_ERR("Run save_diffdata failed.");
         return -1;
     }
-    if (commit_uci(ctx) != 0) {
+    if (commit_uci(ctx, &txn) != 0) {
         DS_ERR("Run commit_uci failed.");
         return -1;
     }

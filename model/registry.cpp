@@ -11,9 +11,8 @@
 #include "model/model_raii.h"
 #include "model/module_table.h"
 #include "platform/jso.h"
-#include "platform/name_index.h"
+#include "store/store.h"
 #include "platform/trace.h"
-#include "platform/uci_access.h"
 
 // Written once by model_init / model_destory on the main thread before the
 // workers start and after they stop; workers only read it.

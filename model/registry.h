@@ -15,7 +15,7 @@
 //      module's own package without long waits on cameras or peers.
 #pragma once
 
-#include "platform/name_index.h"
+#include "store/store.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -33,8 +33,8 @@ int do_callback_del(ds_context *ctx, int cb_type);
 int diff_data_add(ds_context *ctx, int *changed);
 int diff_data_del(ds_context *ctx, int *changed);
 int filter_args_add(ds_context *ctx);
-int save_diffdata_add(ds_context *ctx);
-int save_diffdata_del(ds_context *ctx);
+int save_diffdata_add(ds_context *ctx, store_txn *txn);
+int save_diffdata_del(ds_context *ctx, store_txn *txn);
 
 // Calls fn(text) for a string value, or for each element of an array of
 // strings, stopping at the first non-zero result (-1). A value of any other

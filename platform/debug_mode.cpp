@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "platform/paths.h"
 #include "platform/trace.h"
-#include "platform/uci_access.h"
 
 namespace {
 // Written once by the main thread before any worker starts.
@@ -12,9 +12,15 @@ int g_debug_mode = 0;
 
 int read_debug_mode(void)
 {
-    uci_context *ctx = dsd_uci_alloc();
+    // Read once at start-up, before the store is used: libuci directly, on
+    // this process's directories (under DSD_ROOT on a host).
+    uci_context *ctx = uci_alloc_context();
     if (!ctx)
         return 0;
+    if (!dsd_root().empty()) {
+        uci_set_confdir(ctx, dsd_path("/etc/config").c_str());
+        uci_set_savedir(ctx, dsd_path("/tmp/.uci").c_str());
+    }
     uci_ptr ptr{};
     ptr.package = "system";
     ptr.section = "sys";

@@ -10,13 +10,13 @@
 #include <thread>
 
 #include "platform/trace.h"
-#include "platform/uci_flush.h"
 
 namespace {
 
 // Written once by stop_signal_init before any other thread exists; read by
 // the handler and stop_signal_restore.
 int g_pipe[2] = {-1, -1};
+void (*g_on_stop)(void) = nullptr;
 std::atomic<bool> g_ready{false};
 
 void on_stop_signal(int)
@@ -51,16 +51,16 @@ void stop_main(void)
     while (read(g_pipe[0], &c, 1) < 0 && errno == EINTR) {
     }
     DS_INFO("Stop requested: flushing configuration.");
-    uci_flusher_stop();
-    if (uci_flush_all() != 0)
-        DS_ERR("flush before stop failed");
+    if (g_on_stop)
+        g_on_stop();
     _exit(0);
 }
 
 } // namespace
 
-int stop_signal_init(void)
+int stop_signal_init(void (*on_stop)(void))
 {
+    g_on_stop = on_stop;
     if (pipe2(g_pipe, O_CLOEXEC | O_NONBLOCK) != 0) {
         DS_ERR("stop pipe failed");
         return -1;

@@ -92,7 +92,7 @@ int record(uci_context *ctx, uci_ptr *ptr, uci_change change, const char *func)
     std::string section = change.section;
     if (change.cmd == CMD_RENAME && change.option.empty())
         section = change.value;
-    pkg_priv(ptr->p)->pending.push_back(std::move(change));
+    pending_push(ptr->p, std::move(change));
     refresh_ptr(ptr, section.c_str());
     return UCI_OK;
 }
@@ -261,7 +261,7 @@ int uci_add_section(struct uci_context *ctx, struct uci_package *p, const char *
         uci_sec_free(s);
         return uci_set_error(ctx, UCI_ERR_MEM, __func__);
     }
-    pkg_priv(p)->pending.push_back(
+    pending_push(p,
         uci_change{.cmd = CMD_ADD, .section = s->e.name, .option = "", .value = type, .has_value = true});
     if (res)
         *res = s;

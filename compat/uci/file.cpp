@@ -220,9 +220,13 @@ int uci_save(struct uci_context *ctx, struct uci_package *p)
         text += uci_format_change(p->e.name, c);
     fd_closer log{open(pkg_file(ctx->savedir, p->e.name).c_str(),
                        O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, UCI_FILEMODE)};
-    if (log.fd < 0 || flock(log.fd, LOCK_EX) < 0 || !write_all(log.fd, text))
+    if (log.fd < 0 || flock(log.fd, LOCK_EX) < 0)
         return uci_set_error(ctx, UCI_ERR_IO, __func__);
-    pending.clear();
+    // As on the device, whose library writes through stdio without checking:
+    // a failed or short append (a full /tmp) still answers OK and may leave
+    // a torn last record. The caller verifies what was appended.
+    (void)write_all(log.fd, text);
+    pending_clear(p);
     return UCI_OK;
 }
 
@@ -266,12 +270,12 @@ int uci_commit(struct uci_context *ctx, struct uci_package **package, bool overw
         if (rc == UCI_OK && truncate(pkg_file(ctx->savedir, p->e.name).c_str(), 0) != 0 &&
             errno != ENOENT)
             rc = UCI_ERR_IO;
-        pkg_priv(p)->pending.clear();
+        pending_clear(p);
     } else if (!p->has_delta) {
         // Without a change log uci writes the package as it is in memory.
         fd_closer cfg{open_locked(path, O_RDWR | O_CREAT, LOCK_EX)};
         rc = cfg.fd < 0 ? UCI_ERR_IO : write_atomically(p, path);
-        pkg_priv(p)->pending.clear();
+        pending_clear(p);
     } else {
         rc = uci_save(ctx, p);
         if (rc == UCI_OK)

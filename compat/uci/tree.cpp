@@ -94,8 +94,10 @@ struct uci_context *uci_alloc_context(void)
 
 void uci_free_context(struct uci_context *ctx)
 {
+    // The device's library dereferences a null context: dying here too keeps
+    // a caller that forgets its own check from passing only on a host.
     if (!ctx)
-        return;
+        abort();
     while (!uci_list_empty(&ctx->root))
         uci_pkg_free(uci_to_package(list_to_element(ctx->root.next)));
     while (!uci_list_empty(&ctx->delta_path)) {
@@ -196,6 +198,7 @@ void uci_pkg_free(uci_package *p)
     if (!p)
         return;
     uci_list_del_(&p->e.list);
+    pending_clear(p);
     uci_pkg_clear(p);
     delete pkg_priv(p);
     free(p->path);
@@ -443,4 +446,38 @@ void uci_opt_del_value(uci_option *o, const char *value)
             free(e);
         }
     }
+}
+
+static char *dup_or_null(const std::string &s, bool present)
+{
+    return present ? strdup(s.c_str()) : nullptr;
+}
+
+void pending_push(uci_package *p, uci_change change)
+{
+    auto *d = static_cast<uci_delta *>(calloc(1, sizeof(uci_delta)));
+    if (d) {
+        uci_list_init_(&d->e.list);
+        d->e.type = UCI_TYPE_DELTA;
+        d->e.name = dup_or_null(change.option, !change.option.empty());
+        d->cmd = static_cast<uci_command>(change.cmd);
+        d->section = strdup(change.section.c_str());
+        d->value = dup_or_null(change.value, change.cmd != CMD_REMOVE || change.has_value);
+        uci_list_add_(&p->delta, &d->e.list);
+    }
+    pkg_priv(p)->pending.push_back(std::move(change));
+}
+
+void pending_clear(uci_package *p)
+{
+    while (!uci_list_empty(&p->delta)) {
+        uci_delta *d = uci_to_delta(list_to_element(p->delta.next));
+        uci_list_del_(&d->e.list);
+        free(d->e.name);
+        free(d->section);
+        free(d->value);
+        free(d);
+    }
+    if (pkg_priv(p))
+        pkg_priv(p)->pending.clear();
 }

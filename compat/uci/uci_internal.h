@@ -40,6 +40,11 @@ inline uci_pkg_priv *pkg_priv(uci_package *p) { return static_cast<uci_pkg_priv 
 
 int uci_set_error(uci_context *ctx, int err, const char *func);
 
+// Stages a change: kept in `pending` and, as the device's library keeps it,
+// as a uci_delta in p->delta. pending_clear empties both.
+void pending_push(uci_package *p, uci_change change);
+void pending_clear(uci_package *p);
+
 // Tree building (tree.cpp). Each returns null only when out of memory.
 uci_package *uci_pkg_new(uci_context *ctx, const char *name);
 void uci_pkg_free(uci_package *p);

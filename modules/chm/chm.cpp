@@ -17,7 +17,7 @@
 #include "platform/jso.h"
 #include "platform/trace.h"
 #include "platform/ubus_client.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include "platform/jso.h"
 #include "platform/trace.h"
 #include "platform/ubus_client.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 namespace {
 
@@ -117,13 +117,13 @@ int call_quiet(ubus_context *conn, const char *object, const char *method, const
 }
 
 // A freed channel's preview bandwidth goes back to balanced.
-int release_strategy(ds_context *ctx, ubus_context *conn, int id)
+int release_strategy(store_txn *txn, ubus_context *conn, int id)
 {
     if (call_quiet(conn, "preview", "strategy_set", "{\"chn_num\": " + std::to_string(id) + "}") != 0)
         return -1;
     char sec[32];
     snprintf(sec, sizeof sec, "chn%d_info", id);
-    set_opt_value(ctx->uci_ctx, "preview", sec, "strategy", "balance");
+    set_opt_value(txn, "preview", sec, "strategy", "balance");
     return 0;
 }
 
@@ -139,7 +139,7 @@ int release_events(ubus_context *conn, int id)
     return 0;
 }
 
-void reset_fisheye(ds_context *ctx, int id)
+void reset_fisheye(store_txn *txn, int id)
 {
     static const char *const zeroed[] = {
         "fish_type", "fish_180d_angle", "fish_360d_angle", "fish_win_alpha", "fish_win_beta",
@@ -149,7 +149,7 @@ void reset_fisheye(ds_context *ctx, int id)
     char sec[32];
     snprintf(sec, sizeof sec, "chn%d_fisheye", id);
     for (const char *const *o = zeroed; *o; o++)
-        set_opt_value(ctx->uci_ctx, "preview", sec, *o, "0");
+        set_opt_value(txn, "preview", sec, *o, "0");
 }
 
 // The ids of a delete request; false (nothing returned) when any is bad.
@@ -326,8 +326,9 @@ int do_chm_del_dev(ds_context *ctx, json_object *arg)
         return rc;
     // Every channel's bandwidth first, then every channel's events, then
     // the lenses: the peers expect the phases in this order.
+    store_txn txn(ctx->uci_ctx);
     for (int id : ids) {
-        if (release_strategy(ctx, b.conn, id) != 0) {
+        if (release_strategy(&txn, b.conn, id) != 0) {
             DS_ERR("ubus call preview strategy_set failed, chn %d.", id);
             break;
         }
@@ -339,8 +340,8 @@ int do_chm_del_dev(ds_context *ctx, json_object *arg)
         }
     }
     for (int id : ids)
-        reset_fisheye(ctx, id);
-    commit_package(ctx->uci_ctx, "preview");
+        reset_fisheye(&txn, id);
+    store_txn_commit(&txn, "preview", false);
     return 0;
 }
 
@@ -372,7 +373,8 @@ namespace {
 
 const char *opt_or(ds_context *ctx, const char *pkg, const std::string &sec, const char *opt, const char *dflt)
 {
-    const char *v = get_opt_value(ctx->uci_ctx, pkg, sec.c_str(), opt);
+    store_opt v_opt = store_read_opt(ctx->uci_ctx, pkg, sec.c_str(), opt);
+    const char *v = v_opt.text;
     return v ? v : dflt;
 }
 
@@ -578,6 +580,7 @@ int save_chn_conf(ds_context *ctx, json_object *arg)
     if (!ctx || !arg || !jso_is_obj(arg) || jso_obj_get_int(arg, "channel", &ch) != 0 || ch < 1 ||
         ch > DS_MAX_CHANNELS)
         return ERR_REQUEST;
+    store_txn txn(ctx->uci_ctx);
     for (const char *stream : {"main", "minor"}) {
         json_object *conf = jso_obj_get(arg, stream);
         if (!conf)
@@ -589,9 +592,9 @@ int save_chn_conf(ds_context *ctx, json_object *arg)
             const char *v = jso_obj_get_string_origin(conf, opt);
             if (v && (!is_valid_string(v, strlen(v)) || strlen(v) > 32))
                 return ERR_REQUEST;
-            if (v && set_opt_value(ctx->uci_ctx, "video", sec.c_str(), opt, v) != 0)
+            if (v && set_opt_value(&txn, "video", sec.c_str(), opt, v) != 0)
                 return -40101;
         }
     }
-    return commit_package(ctx->uci_ctx, "video") == 0 ? 0 : -40101;
+    return store_txn_commit(&txn, "video", false) == 0 ? 0 : -40101;
 }

@@ -16,7 +16,7 @@
 #include "platform/shell.h"
 #include "platform/trace.h"
 #include "platform/ubus_client.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 namespace {
 
@@ -73,7 +73,8 @@ bool get_dut_info_by_channel_id(ds_context *ctx, int ch, camera *cam)
     char sec[32];
     snprintf(sec, sizeof sec, "chn%d_channel", ch);
     auto opt = [&](const char *name) {
-        const char *v = get_opt_value(ctx->uci_ctx, "chm", sec, name);
+        store_opt v_opt = store_read_opt(ctx->uci_ctx, "chm", sec, name);
+        const char *v = v_opt.text;
         return std::string(v ? v : "");
     };
     cam->ip = opt("ip");

@@ -14,7 +14,7 @@
 #include "platform/jso.h"
 #include "platform/trace.h"
 #include "platform/ubus_client.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 namespace {
 
@@ -93,10 +93,10 @@ bool ports_of(json_object *arg, int *first, int *last)
     return true;
 }
 
-int write_all(ds_context *ctx, const std::string &sec, const det_default *d)
+int write_all(store_txn *txn, const std::string &sec, const det_default *d)
 {
     for (; d->option; d++) {
-        if (set_opt_value(ctx->uci_ctx, kPackage, sec.c_str(), d->option, d->value) != 0)
+        if (set_opt_value(txn, kPackage, sec.c_str(), d->option, d->value) != 0)
             return -40101;
     }
     return 0;
@@ -110,14 +110,15 @@ int set_default_alarm_input(ds_context *ctx, json_object *arg)
     const det_default notif[] = {{"basic_union_enabled", "off"}, {"buzzer_enabled", "off"},
                                  {"popupwin_enabled", "off"},    {"record_union", "[]"},
                                  {"alarm_output_union", "[]"},   {nullptr, nullptr}};
+    store_txn txn(ctx->uci_ctx);
     for (int n = first; n <= last; n++) {
         std::string name = "Alarm In " + std::to_string(n);
         const det_default input[] = {{"alarm_name", name.c_str()}, {"alarm_type", "off"}, {nullptr, nullptr}};
-        if (write_all(ctx, port_name("alarm%d_input_set", n), input) != 0 ||
-            write_all(ctx, port_name("alarm%d_input_notif_list", n), notif) != 0)
+        if (write_all(&txn, port_name("alarm%d_input_set", n), input) != 0 ||
+            write_all(&txn, port_name("alarm%d_input_notif_list", n), notif) != 0)
             return -40101;
     }
-    if (commit_package(ctx->uci_ctx, kPackage) != 0) {
+    if (store_txn_commit(&txn, kPackage, false) != 0) {
         DS_ERR("Commit %s uci failed", kPackage);
         return -40101;
     }
@@ -129,18 +130,19 @@ int set_default_alarm_output(ds_context *ctx, json_object *arg)
     int first = 0, last = 0;
     if (!ctx || !ports_of(arg, &first, &last))
         return -40209;
+    store_txn txn(ctx->uci_ctx);
     for (int n = first; n <= last; n++) {
         std::string name = "Alarm Out " + std::to_string(n);
         const det_default output[] = {{"alarm_name", name.c_str()}, {"delay_time", "10"}, {nullptr, nullptr}};
-        if (write_all(ctx, port_name("alarm%d_output_set", n), output) != 0)
+        if (write_all(&txn, port_name("alarm%d_output_set", n), output) != 0)
             return -40101;
         std::string plan = port_name("alarm%d_output_defense_setting", n);
         for (const char *day : plan_days_lower) {
-            if (set_opt_value(ctx->uci_ctx, kPackage, plan.c_str(), day, "[\"0000-2400\"]") != 0)
+            if (set_opt_value(&txn, kPackage, plan.c_str(), day, "[\"0000-2400\"]") != 0)
                 return -40101;
         }
     }
-    if (commit_package(ctx->uci_ctx, kPackage) != 0) {
+    if (store_txn_commit(&txn, kPackage, false) != 0) {
         DS_ERR("Commit %s uci failed", kPackage);
         return -40101;
     }

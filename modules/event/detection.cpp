@@ -12,7 +12,7 @@
 #include "platform/jso.h"
 #include "platform/trace.h"
 #include "platform/ubus_client.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 const char *const det_enum_sensitivity[] = {"high", "medium", "low", nullptr};
 const char *const det_enum_direction[] = {"AtoB", "BtoA", "both", nullptr};
@@ -69,9 +69,11 @@ const char *notif_fmt_of(const det_member *m, const char *name, int channel)
 int tell_section_switches(ds_context *ctx, const det_member *m, const char *fmt, int channel)
 {
     std::string sec = section_name(fmt, channel);
-    const char *light = get_opt_value(ctx->uci_ctx, m->module, sec.c_str(), "light_alarm_enabled");
+    // One view for both switches: the snapshot the set just patched.
+    uci_snapshot_ref view = store_view(ctx->uci_ctx, m->module);
+    const char *light = view ? store_view_option(*view, sec.c_str(), "light_alarm_enabled") : nullptr;
     std::string light_s = light ? light : "";
-    const char *sound = get_opt_value(ctx->uci_ctx, m->module, sec.c_str(), "sound_alarm_enabled");
+    const char *sound = view ? store_view_option(*view, sec.c_str(), "sound_alarm_enabled") : nullptr;
     std::string sound_s = sound ? sound : "";
     DS_INFO("light_on_off:%s sound_on_off:%s\n", light_s.c_str(), sound_s.c_str());
     return set_channel_alarm_list(channel - 1, light_sound_value(light_s.c_str()),

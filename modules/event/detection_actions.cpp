@@ -13,7 +13,7 @@
 #include "platform/jso.h"
 #include "platform/trace.h"
 #include "platform/ubus_client.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 namespace {
 
@@ -130,41 +130,43 @@ int32_t check_regions(const det_member *m, json_object *list)
     return n > static_cast<size_t>(DET_MAX_REGIONS) ? ERR_SIGNAL : 0;
 }
 
-void delete_regions(ds_context *ctx, const det_member *m, int channel)
+int delete_regions(store_txn *txn, const det_member *m, int channel)
 {
     for (int k = 1; k <= DET_MAX_REGIONS; k++) {
         std::string sec = region_name(channel, k);
-        if (section_exist(ctx->uci_ctx, m->module, sec.c_str()))
-            delete_section(ctx->uci_ctx, m->module, sec.c_str());
-    }
-}
-
-// Writes one region section; "null" slots stay deleted. 0 or -40101.
-int write_region(ds_context *ctx, const det_member *m, json_object *elem, int channel, int k)
-{
-    const char *const *keys = region_keys(m->region);
-    if (all_null(elem, keys))
-        return 0;
-    std::string sec = region_name(channel, k);
-    if (add_new_section(ctx->uci_ctx, m->module, "region_info", sec.c_str()) != 0)
-        return ERR_PARAM;
-    for (const char *const *key = keys; *key; key++) {
-        char buf[16];
-        snprintf(buf, sizeof buf, "%d", jso_get_int(jso_obj_get(elem, *key)));
-        if (set_opt_value(ctx->uci_ctx, m->module, sec.c_str(), *key, buf) != 0)
-            return ERR_PARAM;
-    }
-    if (m->region == DET_REGION_LINE) {
-        const char *dir = jso_obj_get_string_origin(elem, "direction");
-        if (set_opt_value(ctx->uci_ctx, m->module, sec.c_str(), "direction", dir ? dir : "both") != 0)
+        if (section_exist(txn->ctx, m->module, sec.c_str()) &&
+            delete_section(txn, m->module, sec.c_str()) != 0)
             return ERR_PARAM;
     }
     return 0;
 }
 
-int commit_or(ds_context *ctx, const det_member *m, int32_t code)
+// Writes one region section; "null" slots stay deleted. 0 or -40101.
+int write_region(store_txn *txn, const det_member *m, json_object *elem, int channel, int k)
 {
-    if (commit_package(ctx->uci_ctx, m->module) != 0) {
+    const char *const *keys = region_keys(m->region);
+    if (all_null(elem, keys))
+        return 0;
+    std::string sec = region_name(channel, k);
+    if (add_new_section(txn, m->module, "region_info", sec.c_str()) != 0)
+        return ERR_PARAM;
+    for (const char *const *key = keys; *key; key++) {
+        char buf[16];
+        snprintf(buf, sizeof buf, "%d", jso_get_int(jso_obj_get(elem, *key)));
+        if (set_opt_value(txn, m->module, sec.c_str(), *key, buf) != 0)
+            return ERR_PARAM;
+    }
+    if (m->region == DET_REGION_LINE) {
+        const char *dir = jso_obj_get_string_origin(elem, "direction");
+        if (set_opt_value(txn, m->module, sec.c_str(), "direction", dir ? dir : "both") != 0)
+            return ERR_PARAM;
+    }
+    return 0;
+}
+
+int commit_or(store_txn *txn, const det_member *m, int32_t code)
+{
+    if (store_txn_commit(txn, m->module, false) != 0) {
         DS_TRACE_AS("commit_package", TRACE_ERROR, "Commit %s uci failed", m->module);
         return code;
     }
@@ -178,11 +180,13 @@ json_object *region_json(ds_context *ctx, const det_member *m, const std::string
     jso_obj_add_string(obj, ".type", "region_info");
     const char *const *keys = region_keys(m->region);
     for (const char *const *k = keys; k && *k; k++) {
-        const char *v = get_opt_value(ctx->uci_ctx, m->module, sec.c_str(), *k);
+        store_opt v_opt = store_read_opt(ctx->uci_ctx, m->module, sec.c_str(), *k);
+        const char *v = v_opt.text;
         jso_obj_add_string(obj, *k, v ? v : "");
     }
     if (m->region == DET_REGION_LINE) {
-        const char *v = get_opt_value(ctx->uci_ctx, m->module, sec.c_str(), "direction");
+        store_opt v_opt = store_read_opt(ctx->uci_ctx, m->module, sec.c_str(), "direction");
+        const char *v = v_opt.text;
         jso_obj_add_string(obj, "direction", v ? v : "both");
     }
     return obj;
@@ -217,7 +221,7 @@ int32_t check_settings(ds_context *ctx, const det_member *m, json_object *list, 
     return 0;
 }
 
-int write_settings(ds_context *ctx, const det_member *m, json_object *elem, const std::string &sec,
+int write_settings(store_txn *txn, const det_member *m, json_object *elem, const std::string &sec,
                    const ds_opt *opts)
 {
     json_object_object_foreach(elem, key, val) {
@@ -226,7 +230,7 @@ int write_settings(ds_context *ctx, const det_member *m, json_object *elem, cons
             known = known || !strcmp(r->name, key);
         if (!known || !jso_is_string(val))
             continue;
-        if (set_opt_value(ctx->uci_ctx, m->module, sec.c_str(), key, jso_get_string_origin(val)) != 0)
+        if (set_opt_value(txn, m->module, sec.c_str(), key, jso_get_string_origin(val)) != 0)
             return ERR_PARAM;
     }
     return 0;
@@ -244,6 +248,7 @@ int set_settings(ds_context *ctx, const det_member *m, json_object *arg, const c
     int32_t rc = check_settings(ctx, m, list, opts);
     if (rc != 0)
         return rc;
+    store_txn txn(ctx->uci_ctx);
     size_t n = json_object_array_length(list);
     for (size_t i = 0; i < n; i++) {
         json_object *elem = json_object_array_get_idx(list, i);
@@ -251,12 +256,12 @@ int set_settings(ds_context *ctx, const det_member *m, json_object *arg, const c
         std::string sec = name_of(fmt, ch);
         if (!section_exist(ctx->uci_ctx, m->module, sec.c_str()))
             continue; // channels without the section are skipped silently
-        if (write_settings(ctx, m, elem, sec, opts) != 0)
+        if (write_settings(&txn, m, elem, sec, opts) != 0)
             return ERR_PARAM;
         if (notif && det_tell_switches(ctx, m, ch) != 0)
             return -10000;
     }
-    rc = commit_or(ctx, m, ERR_COMMIT_SETTINGS);
+    rc = commit_or(&txn, m, ERR_COMMIT_SETTINGS);
     if (rc != 0)
         return rc;
     char mask[DS_MAX_CHANNELS + 1];
@@ -293,7 +298,8 @@ const det_default *region_defaults(det_region_form form)
 bool at_defaults(ds_context *ctx, const det_member *m, const std::string &sec, const det_default *d)
 {
     for (; d && d->option; d++) {
-        const char *v = get_opt_value(ctx->uci_ctx, m->module, sec.c_str(), d->option);
+        store_opt v_opt = store_read_opt(ctx->uci_ctx, m->module, sec.c_str(), d->option);
+        const char *v = v_opt.text;
         if (!v || strcmp(v, d->value) != 0)
             return false;
     }
@@ -310,7 +316,8 @@ bool channel_at_defaults(ds_context *ctx, const det_member *m, int ch)
 {
     std::string plan = name_of(m->plan_fmt, ch);
     for (const char *const *day = kWeekdays; *day; day++) {
-        const char *v = get_opt_value(ctx->uci_ctx, m->module, plan.c_str(), *day);
+        store_opt v_opt = store_read_opt(ctx->uci_ctx, m->module, plan.c_str(), *day);
+        const char *v = v_opt.text;
         if (!v || strcmp(v, "[\"0000-2400\"]") != 0)
             return false;
     }
@@ -328,34 +335,35 @@ bool channel_at_defaults(ds_context *ctx, const det_member *m, int ch)
            at_defaults(ctx, m, name_of(m->notif_fmt, ch), kNotifDefaults);
 }
 
-int write_defaults(ds_context *ctx, const det_member *m, const std::string &sec, const char *type,
+int write_defaults(store_txn *txn, const det_member *m, const std::string &sec, const char *type,
                    const det_default *d)
 {
-    if (!section_exist(ctx->uci_ctx, m->module, sec.c_str()) &&
-        add_new_section(ctx->uci_ctx, m->module, type, sec.c_str()) != 0)
+    if (!section_exist(txn->ctx, m->module, sec.c_str()) &&
+        add_new_section(txn, m->module, type, sec.c_str()) != 0)
         return ERR_PARAM;
     for (; d && d->option; d++) {
-        if (set_opt_value(ctx->uci_ctx, m->module, sec.c_str(), d->option, d->value) != 0)
+        if (set_opt_value(txn, m->module, sec.c_str(), d->option, d->value) != 0)
             return ERR_PARAM;
     }
     return 0;
 }
 
-int reset_channel(ds_context *ctx, const det_member *m, int ch)
+int reset_channel(store_txn *txn, const det_member *m, int ch)
 {
-    if (write_defaults(ctx, m, name_of(m->switch_fmt, ch), "on_off", m->switch_defaults) ||
-        write_defaults(ctx, m, name_of(m->notif_fmt, ch), "notif_list", kNotifDefaults))
+    if (write_defaults(txn, m, name_of(m->switch_fmt, ch), "on_off", m->switch_defaults) ||
+        write_defaults(txn, m, name_of(m->notif_fmt, ch), "notif_list", kNotifDefaults))
         return ERR_PARAM;
     std::string plan = name_of(m->plan_fmt, ch);
     for (const char *const *day = kWeekdays; *day; day++) {
-        if (set_opt_value(ctx->uci_ctx, m->module, plan.c_str(), *day, "[\"0000-2400\"]") != 0)
+        if (set_opt_value(txn, m->module, plan.c_str(), *day, "[\"0000-2400\"]") != 0)
             return ERR_PARAM;
     }
     int regions = default_region_count(m);
     if (regions) {
-        delete_regions(ctx, m, ch);
+        if (delete_regions(txn, m, ch) != 0)
+            return ERR_PARAM;
         for (int k = 1; k <= regions; k++) {
-            if (write_defaults(ctx, m, region_name(ch, k), "region_info", region_defaults(m->region)) != 0) {
+            if (write_defaults(txn, m, region_name(ch, k), "region_info", region_defaults(m->region)) != 0) {
                 DS_TRACE_AS("det_set_default", TRACE_ERROR, "set region_info error.");
                 return ERR_PARAM;
             }
@@ -429,16 +437,17 @@ int det_add_regions(ds_context *ctx, const det_member *m, json_object *arg)
     size_t n = json_object_array_length(list);
     for (size_t i = 0; i < n; i++)
         det_mask_set(mask, channel_of(m, json_object_array_get_idx(list, i)));
+    store_txn txn(ctx->uci_ctx);
     for (int ch = 1; ch <= DS_MAX_CHANNELS; ch++) {
-        if (mask[ch - 1] == '1')
-            delete_regions(ctx, m, ch);
+        if (mask[ch - 1] == '1' && delete_regions(&txn, m, ch) != 0)
+            return ERR_PARAM;
     }
     for (size_t i = 0; i < n; i++) {
         json_object *elem = json_object_array_get_idx(list, i);
-        if (write_region(ctx, m, elem, channel_of(m, elem), static_cast<int>(i) + 1) != 0)
+        if (write_region(&txn, m, elem, channel_of(m, elem), static_cast<int>(i) + 1) != 0)
             return ERR_PARAM;
     }
-    rc = commit_or(ctx, m, ERR_PARAM);
+    rc = commit_or(&txn, m, ERR_PARAM);
     return rc != 0 ? rc : det_notify(ctx, m, mask);
 }
 
@@ -516,13 +525,14 @@ int det_set_default(ds_context *ctx, const det_member *m, json_object *arg)
     if (!ok)
         return ERR_SIGNAL;
     int top = m->channels_by_count ? model_channel_amount() : DS_MAX_CHANNELS;
+    store_txn txn(ctx->uci_ctx);
     for (int ch = 1; ch <= top; ch++) {
         if (mask[ch - 1] != '1' || channel_at_defaults(ctx, m, ch))
             continue;
-        int rc = reset_channel(ctx, m, ch);
+        int rc = reset_channel(&txn, m, ch);
         if (rc != 0)
             return rc;
     }
-    int rc = commit_or(ctx, m, ERR_PARAM);
+    int rc = commit_or(&txn, m, ERR_PARAM);
     return rc != 0 ? rc : det_notify(ctx, m, mask);
 }

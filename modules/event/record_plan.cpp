@@ -12,7 +12,7 @@
 #include "platform/jso.h"
 #include "platform/trace.h"
 #include "platform/ubus_client.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 namespace {
 
@@ -42,16 +42,18 @@ int after_apply_record_plan(ds_context *ctx)
 }
 
 // Sets what differs from "record all day"; true when anything changed.
-bool reset_channel(ds_context *ctx, const char *sec)
+bool reset_channel(store_txn *txn, const char *sec)
 {
     bool changed = false;
-    const char *enabled = get_opt_value(ctx->uci_ctx, "record_plan", sec, "enabled");
+    store_opt enabled_opt = store_read_opt(txn->ctx, "record_plan", sec, "enabled");
+    const char *enabled = enabled_opt.text;
     if (!enabled || strcmp(enabled, "on") != 0)
-        changed |= set_opt_value(ctx->uci_ctx, "record_plan", sec, "enabled", "on") == 0;
+        changed |= set_opt_value(txn, "record_plan", sec, "enabled", "on") == 0;
     for (const char *day : plan_days_lower) {
-        const char *v = get_opt_value(ctx->uci_ctx, "record_plan", sec, day);
+        store_opt v_opt = store_read_opt(txn->ctx, "record_plan", sec, day);
+        const char *v = v_opt.text;
         if (!v || strncmp(v, kAllDay, strlen(kAllDay)) != 0)
-            changed |= set_opt_value(ctx->uci_ctx, "record_plan", sec, day, kAllDay) == 0;
+            changed |= set_opt_value(txn, "record_plan", sec, day, kAllDay) == 0;
     }
     return changed;
 }
@@ -68,9 +70,10 @@ int set_default_plan(ds_context *ctx, json_object *arg)
         return -71006;
     char sec[32];
     snprintf(sec, sizeof sec, "chn%d_channel", ch);
-    if (!reset_channel(ctx, sec))
+    store_txn txn(ctx->uci_ctx);
+    if (!reset_channel(&txn, sec))
         return 0;
-    if (commit_package(ctx->uci_ctx, "record_plan") != 0) {
+    if (store_txn_commit(&txn, "record_plan", false) != 0) {
         DS_ERR("Commit record_plan uci failed");
         return 0;
     }

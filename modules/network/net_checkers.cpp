@@ -14,7 +14,7 @@
 #include "modules/network/network.h"
 #include "platform/jso.h"
 #include "platform/trace.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 static const char MAC_PATTERN[] = "^([a-fA-F0-9]{2}:){5}([a-fA-F0-9]{2})$";
 
@@ -184,7 +184,8 @@ std::optional<std::string> net_related_value(ds_context *ctx, const net_rel_opt 
         own.reset(dsd_uci_alloc());
         uc = own.get();
     }
-    const char *v = get_opt_value(uc, rel->package, rel->section, rel->option);
+    store_opt v_opt = store_read_opt(uc, rel->package, rel->section, rel->option);
+    const char *v = v_opt.text;
     if (!v)
         return std::nullopt;
     return std::string(v);

@@ -9,7 +9,7 @@
 #include "platform/jso.h"
 #include "platform/trace.h"
 #include "platform/ubus_client.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 struct ubus_conn_free {
     void operator()(ubus_context *c) const { ubus_free_connection(c); }
@@ -107,9 +107,11 @@ std::string net_wan_ipaddr(ds_context *ctx)
     // Without netifd's word a static WAN is where its settings put it.
     if (!ctx || !ctx->uci_ctx)
         return std::string();
-    const char *type = get_opt_value(ctx->uci_ctx, "protocol", "wan", "wan_type");
+    store_opt type_opt = store_read_opt(ctx->uci_ctx, "protocol", "wan", "wan_type");
+    const char *type = type_opt.text;
     if (!type || std::string(type) != "static")
         return std::string();
-    const char *addr = get_opt_value(ctx->uci_ctx, "protocol", "static", "ipaddr");
+    store_opt addr_opt = store_read_opt(ctx->uci_ctx, "protocol", "static", "ipaddr");
+    const char *addr = addr_opt.text;
     return addr ? std::string(addr) : std::string();
 }

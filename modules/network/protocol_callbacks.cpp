@@ -18,7 +18,7 @@
 #include "platform/paths.h"
 #include "platform/shell.h"
 #include "platform/trace.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 static const char PROTOCOL[] = "protocol";
 static const char *const SMART_OPTS[] = {"ipaddr", "gateway", "dns", nullptr};
@@ -26,7 +26,8 @@ static const char *const SMART_OPTS[] = {"ipaddr", "gateway", "dns", nullptr};
 // The stored value (copied, since uci may move it), "" when absent.
 static std::string stored(ds_context *ctx, const char *pkg, const char *sec, const char *opt)
 {
-    const char *v = get_opt_value(ctx->uci_ctx, pkg, sec, opt);
+    store_opt v_opt = store_read_opt(ctx->uci_ctx, pkg, sec, opt);
+    const char *v = v_opt.text;
     return v ? std::string(v) : std::string();
 }
 
@@ -36,16 +37,19 @@ static const char *requested(ds_context *ctx, const char *sec, const char *opt)
     return ctx->req_obj ? jso_get_path3_string(ctx->req_obj, PROTOCOL, sec, opt) : nullptr;
 }
 
+// Writes go through the set pipeline's transaction: these callbacks run
+// before its save, and what they stage after their own commit is committed
+// with the request.
 static void set_protocol(ds_context *ctx, const char *sec, const char *opt, const char *value)
 {
-    if (set_opt_value(ctx->uci_ctx, PROTOCOL, sec, opt, value) != 0)
+    if (!ctx->txn || set_opt_value(ctx->txn, PROTOCOL, sec, opt, value) != 0)
         DS_ERR("Set protocol.%s.%s failed.", sec, opt);
 }
 
 // A failed commit is reported and the save goes ahead all the same.
 static void commit_protocol(ds_context *ctx, const char *caller)
 {
-    if (commit_package(ctx->uci_ctx, PROTOCOL) != 0)
+    if (!ctx->txn || store_txn_commit(ctx->txn, PROTOCOL, false) != 0)
         DS_TRACE_AS(caller, TRACE_ERROR, "Commit protocol uci failed");
 }
 

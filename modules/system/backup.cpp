@@ -1,6 +1,7 @@
 #include "modules/system/backup.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <json-c/json.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -22,10 +23,7 @@
 #include "platform/safe_file.h"
 #include "platform/shell.h"
 #include "platform/trace.h"
-#include "platform/pkg_lock.h"
-#include "platform/uci_access.h"
-#include "platform/uci_files.h"
-#include "platform/uci_flush.h"
+#include "store/store.h"
 
 namespace {
 
@@ -129,7 +127,8 @@ std::string escape_for_trace(const std::string &s)
 
 std::string device_name(ds_context *ctx)
 {
-    const char *name = get_opt_value(ctx->uci_ctx, "device_info", "info", "device_name");
+    store_opt name_opt = store_read_opt(ctx->uci_ctx, "device_info", "info", "device_name");
+    const char *name = name_opt.text;
     return name ? name : "";
 }
 
@@ -311,8 +310,7 @@ bool backup_bundle(const std::string &confdir, std::string *bundle)
         if (!backup_entry(path, e->d_name))
             continue;
         std::string body;
-        pkg_lock_scope scope; // a package is read whole, never half-committed
-        if (pkg_lock(e->d_name) != 0 || !read_file(path, &body)) {
+        if (!store_read_config(confdir, e->d_name, &body)) { // whole, never half-committed
             DS_TRACE_AS("append_conf", TRACE_ERROR, "open file (%s) error\n", path.c_str());
             continue;
         }
@@ -582,7 +580,8 @@ int config_recovery(ds_context *ctx, json_object *arg)
     if (!ctx || !name || !plain_name(name))
         return ERR_PATH;
     std::string body;
-    if (!read_file(dsd_path("/rom/etc/config/") + name, &body) || !install_package(name, body)) {
+    sf_fd rom(open((dsd_path("/rom/etc/config/") + name).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (!rom.ok() || sf_read_all(rom.fd, &body, MAX_UPLOAD) != 0 || !install_package(name, body)) {
         DS_ERR("replace config error.");
         return ERR_ARG;
     }

@@ -20,7 +20,7 @@
 #include "platform/safe_file.h"
 #include "platform/trace.h"
 #include "platform/ubus_client.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 namespace {
 
@@ -173,7 +173,8 @@ login_policy read_policy(ds_context *ctx)
 {
     int max = get_opt_int_value(ctx->uci_ctx, "unusual_detection", "login_error", "max_times");
     max = max < 0 ? 0 : max;
-    const char *en = get_opt_value(ctx->uci_ctx, "unusual_detection", "login_error", "enabled");
+    store_opt en_opt = store_read_opt(ctx->uci_ctx, "unusual_detection", "login_error", "enabled");
+    const char *en = en_opt.text;
     std::string enabled = en ? en : "on";
     DS_TRACE_AS("check_username_passwd", TRACE_INFO, "max_log_time is :%d, enable is :%s", max, enabled.c_str());
     return {.max = max, .enabled = enabled == "on"};

@@ -12,7 +12,7 @@
 #include "modules/system/login.h"
 #include "platform/jso.h"
 #include "platform/trace.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 namespace {
 
@@ -83,12 +83,14 @@ int change_user_info(ds_context *ctx, json_object *arg)
     std::string sec = account_section(ctx, user);
     if (sec.empty())
         return -70302;
-    const char *stored = get_opt_value(ctx->uci_ctx, kPackage, sec.c_str(), "passwd");
+    store_opt stored_opt = store_read_opt(ctx->uci_ctx, kPackage, sec.c_str(), "passwd");
+    const char *stored = stored_opt.text;
     int verdict = login_password_verdict(ctx, user, stored && !strcmp(stored, old));
     if (verdict != 0)
         return verdict;
-    if (set_opt_value(ctx->uci_ctx, kPackage, sec.c_str(), "passwd", fresh) != 0 ||
-        commit_package(ctx->uci_ctx, kPackage) != 0)
+    store_txn txn(ctx->uci_ctx);
+    if (set_opt_value(&txn, kPackage, sec.c_str(), "passwd", fresh) != 0 ||
+        store_txn_commit(&txn, kPackage, false) != 0)
         return -40101;
     if (login_end_sessions() != 0)
         DS_ERR("rm SESSION_PATH fail.");
@@ -99,7 +101,8 @@ int get_encrypt_info(ds_context *ctx, json_object *)
 {
     if (!ctx)
         return -40101;
-    const char *type = get_opt_value(ctx->uci_ctx, kPackage, "authentication", "encrypt_type");
+    store_opt type_opt = store_read_opt(ctx->uci_ctx, kPackage, "authentication", "encrypt_type");
+    const char *type = type_opt.text;
     jso_obj_add_string(response(ctx), "encrypt_type", type ? type : "");
     return 0;
 }
@@ -141,7 +144,8 @@ int check_gesture_passwd(ds_context *ctx, json_object *arg)
     std::string sec = account_section(ctx, user);
     int code = -70302;
     if (!sec.empty()) {
-        const char *stored = get_opt_value(ctx->uci_ctx, kPackage, sec.c_str(), "gesture_passwd");
+        store_opt stored_opt = store_read_opt(ctx->uci_ctx, kPackage, sec.c_str(), "gesture_passwd");
+        const char *stored = stored_opt.text;
         code = login_password_verdict(ctx, user, gesture && stored && *stored && !strcmp(gesture, stored));
     }
     jso_obj_add_int(response(ctx), "real_error_code", code);
@@ -184,7 +188,8 @@ int set_root(ds_context *ctx)
 // The failure record of the account held by a section, if any.
 void forget_section_user(ds_context *ctx, const char *section)
 {
-    const char *user = get_opt_value(ctx->uci_ctx, kPackage, section, "username");
+    store_opt user_opt = store_read_opt(ctx->uci_ctx, kPackage, section, "username");
+    const char *user = user_opt.text;
     if (user && *user)
         login_forget_failures(user);
 }

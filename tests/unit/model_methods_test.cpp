@@ -13,7 +13,7 @@
 #include "model/methods.h"
 #include "model/registry.h"
 #include "model_test_util.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 namespace {
 

@@ -16,7 +16,7 @@
 #include "model/module_table.h"
 #include "model_test_util.h"
 #include "../e2e/harness/exec_wrapper.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 namespace {
 

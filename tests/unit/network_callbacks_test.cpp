@@ -24,7 +24,7 @@
 #include "model_test_util.h"
 #include "modules/modules.h"
 #include "modules/network/network.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include "model/checkers.h"
 #include "model_test_util.h"
 #include "modules/network/net_checkers.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include "core/context.h"
 #include "modules/system/backup.h"
 #include "platform/paths.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 namespace {
 

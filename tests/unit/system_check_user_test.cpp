@@ -13,7 +13,7 @@
 #include "core/context.h"
 #include "modules/system/login.h"
 #include "platform/paths.h"
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 namespace {
 

@@ -15,9 +15,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/uci_access.h"
-#include "platform/uci_files.h"
-#include "platform/uci_flush.h"
+#include "store/store.h"
 #include "uci_test_util.h"
 
 namespace {
@@ -53,7 +51,7 @@ bool append(const uci_dirs &d, const std::string &sec, int i, bool light)
     if (uci_lookup_ptr(ctx.get(), &ptr, tuple.data(), true) != UCI_OK ||
         uci_add_list(ctx.get(), &ptr) != UCI_OK)
         return false;
-    return (light ? dummy_commit_package(ctx.get(), "shared") : commit_package(ctx.get(), "shared")) == 0;
+    return (light ? commit_in(ctx.get(), "shared", true) : commit_in(ctx.get(), "shared")) == 0;
 }
 
 // Six writers append to one list each (or all to one section's list); with
@@ -138,7 +136,7 @@ int last_reported(int fd)
         uci_ptr ptr{};
         bool ok = uci_lookup_ptr(ctx, &ptr, tuple.data(), true) == UCI_OK &&
                   uci_add_list(ctx, &ptr) == UCI_OK &&
-                  (light ? dummy_commit_package(ctx, "victim") : commit_package(ctx, "victim")) == 0;
+                  commit_in(ctx, "victim", light) == 0;
         if (ok && write(fd, &i, sizeof i) < 0)
             _exit(1);
         if (light && i % 3 == 0)

@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "platform/uci_access.h"
+#include "store/store.h"
 #include "uci_test_util.h"
 
 namespace {
@@ -295,10 +295,15 @@ TEST(UciChanges, EditingRulesMatchTheLibrary)
     EXPECT_EQ(set(ctx.get(), "pkg.sec.s="), UCI_OK);
     EXPECT_EQ(opt(ctx.get(), "pkg.sec.s"), nullptr);
     // The device's uci_rename onto an existing section answers 0 and stages
-    // the clash; the daemon checks the name itself and stages nothing.
-    EXPECT_EQ(rename_section(ctx.get(), "pkg", "sec", "newsec"), -1);
+    // the clash; the store checks the name itself and stages nothing.
     t = "pkg.sec";
     ASSERT_EQ(uci_lookup_ptr(ctx.get(), &ptr, t.data(), true), UCI_OK);
+    ASSERT_EQ(uci_save(ctx.get(), ptr.p), UCI_OK);
+    {
+        ctx_ptr mine(d.context());
+        store_txn txn(mine.get());
+        EXPECT_EQ(rename_section(&txn, "pkg", "sec", "newsec"), -1);
+    }
     ASSERT_EQ(uci_save(ctx.get(), ptr.p), UCI_OK);
 
     ctx_ptr other(d.context());

@@ -8,6 +8,8 @@
 #include <sstream>
 #include <string>
 
+#include "store/store.h"
+
 struct uci_dirs {
     std::string root, conf, save;
 
@@ -52,3 +54,11 @@ struct uci_dirs {
 struct ctx_deleter {
     void operator()(uci_context *c) const { uci_free_context(c); }
 };
+
+// A commit in a transaction of its own: for changes staged directly in
+// `ctx` with libuci, as another uci client would.
+inline int commit_in(uci_context *ctx, const char *pkg, bool light = false)
+{
+    store_txn t(ctx);
+    return store_txn_commit(&t, pkg, light);
+}

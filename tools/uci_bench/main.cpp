@@ -14,7 +14,7 @@
 #include <sstream>
 #include <string>
 
-#include "platform/uci_access.h"
+#include "store/store.h"
 
 namespace {
 
@@ -100,8 +100,11 @@ int main(int argc, char **argv)
     });
     double commit_us = per_call_us(n, [&](int i) {
         uci_context *ctx = context(root);
-        set_opt_value(ctx, "chan", "chn3_motion", "sensitivity", (i & 1) ? "4" : "6");
-        commit_package(ctx, "chan");
+        {
+            store_txn txn(ctx);
+            set_opt_value(&txn, "chan", "chn3_motion", "sensitivity", (i & 1) ? "4" : "6");
+            store_txn_commit(&txn, "chan", false);
+        }
         uci_free_context(ctx);
     });
 

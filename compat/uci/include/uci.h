@@ -119,6 +119,26 @@ struct uci_section {
 	char *type;
 };
 
+enum uci_command {
+	UCI_CMD_ADD,
+	UCI_CMD_REMOVE,
+	UCI_CMD_CHANGE,
+	UCI_CMD_RENAME,
+	UCI_CMD_REORDER,
+	UCI_CMD_LIST_ADD,
+	UCI_CMD_LIST_DEL,
+	__UCI_CMD_MAX,
+	__UCI_CMD_LAST = __UCI_CMD_MAX - 1
+};
+
+/* A staged change, in p->delta until uci_save writes it (e.name: option). */
+struct uci_delta {
+	struct uci_element e;
+	enum uci_command cmd;
+	char *section;
+	char *value;
+};
+
 struct uci_option {
 	struct uci_element e;
 	struct uci_section *section;
@@ -191,6 +211,7 @@ bool uci_validate_text(const char *str);
 
 #define uci_list_empty(list) ((list)->next == (list))
 
+#define uci_to_delta(ptr) container_of(ptr, struct uci_delta, e)
 #define uci_to_package(ptr) container_of(ptr, struct uci_package, e)
 #define uci_to_section(ptr) container_of(ptr, struct uci_section, e)
 #define uci_to_option(ptr) container_of(ptr, struct uci_option, e)

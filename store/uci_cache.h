@@ -15,72 +15,18 @@
 
 #include <sys/types.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <ctime>
-#include <memory>
 #include <string>
 
-#include "platform/name_index.h"
-
-struct json_object;
-struct uci_context;
-struct uci_section;
-struct uci_snapshot;
+#include "store/store.h"
 
 enum {
-    UCI_CACHE_BYTES = 1536 * 1024, // all snapshots together
-    UCI_CACHE_FRESH_MS = 30,       // younger files are cached only when this process wrote them
+    UCI_CACHE_FRESH_MS = 30, // younger files are cached only when this process wrote them
 };
 
-using uci_snapshot_ref = std::shared_ptr<const uci_snapshot>;
-
-// The current snapshot of `package`, read on a miss under the package's lock
-// and kept unless its files changed too recently (by another writer) to be
-// told from their next version. Null when the cache is switched off
-// (DSD_UCI_CACHE=0 in the environment at the first call), when the package
-// cannot be loaded, when the calling thread holds another package and the
-// bounded wait for this one expired, or on bad arguments: the caller then
-// reads through its own uci context, which also traces any failure.
-// Any thread.
-uci_snapshot_ref uci_cache_open(const char *package);
-
-// One section's JSON form (".name", ".type", options in uci's order), a new
-// object the caller releases; null with "uci cannot found." traced when the
-// package has no such section. Any thread.
-json_object *uci_snapshot_section(const uci_snapshot &snap, const char *section);
-
-// The same section, for a response that is only serialised: a string object
-// whose serialiser writes the section's stored JSON text unquoted, exactly
-// what json_object_to_json_string writes for uci_snapshot_section's object.
-// Not for a response that is walked or re-coded afterwards (URL coding):
-// its type is string. New object or null, as uci_snapshot_section. Any thread.
-json_object *uci_snapshot_section_text(const uci_snapshot &snap, const char *section);
-
-// One section's stored text (the one uci_snapshot_section_text serialises)
-// and its position among the snapshot's sections.
-struct uci_section_text {
-    size_t index;
-    const char *text; // lives as long as the snapshot
-    size_t len;
-};
-
-// Finds `section` for a caller that assembles a response from stored texts.
-// False, with nothing traced, when the package has no such section. Any thread.
-bool uci_snapshot_find_text(const uci_snapshot &snap, const name_key &section, uci_section_text *out);
-
-// How many sections the snapshot holds. Any thread.
-size_t uci_snapshot_section_count(const uci_snapshot &snap);
-
-// Every section of `type` as get_uci_section_type forms them: an array of
-// one-member objects in uci's order (empty when there is none). Any thread.
-json_object *uci_snapshot_section_type(const uci_snapshot &snap, const char *type);
-
-// The sections of `package` named by the keys of `wanted` (a JSON object),
-// keyed by name as get_uci_package forms them; for the set pipeline's diff.
-// Read through `ctx` (the whole package, with its traces) when the cache
-// cannot serve. New object or null. The caller's thread owns `ctx`.
-json_object *uci_cache_package_part(uci_context *ctx, const char *package, json_object *wanted);
+// A snapshot of `package` loaded privately on `dirs` (never kept), or null.
+uci_snapshot_ref uci_snapshot_load_at(const uci_store_dirs &dirs, const char *package);
 
 // Forgets `package` and makes every snapshot read before the call stale.
 // Call after each write this process made to the package's config file or
@@ -131,6 +77,3 @@ bool uci_snapshot_section_config(const uci_snapshot &snap, const char *section, 
 // `s` is only read. Writing thread, holding the package's lock.
 void uci_cache_patch(const uci_cache_ticket &t, const char *package, const uci_section *s,
                      const std::string &tail);
-
-// Bytes held by cached snapshots now (for tests and the benchmark).
-size_t uci_cache_bytes(void);

@@ -8,11 +8,11 @@
 
 #include "platform/config_events.h"
 #include "platform/paths.h"
-#include "platform/pkg_lock.h"
+#include "store/pkg_lock.h"
 #include "platform/trace.h"
-#include "platform/uci_cache.h"
-#include "platform/uci_files.h"
-#include "platform/uci_flush.h"
+#include "store/uci_cache.h"
+#include "store/uci_files.h"
+#include "store/uci_flush.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 // a journal and no temporary file, 4 happened: the log loses the journalled
 // prefix if it still starts with it. So a list append is never replayed over
 // a file that already holds it, and no answered change is dropped.
-#include "platform/uci_flush.h"
+#include "store/uci_flush.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -32,12 +32,12 @@
 #include <thread>
 
 #include "platform/paths.h"
-#include "platform/pkg_lock.h"
 #include "platform/stats.h"
+#include "store/pkg_lock.h"
 #include "platform/trace.h"
-#include "platform/uci_access.h"
-#include "platform/uci_cache.h"
-#include "platform/uci_files.h"
+#include "store/uci_access.h"
+#include "store/uci_cache.h"
+#include "store/uci_files.h"
 
 namespace {
 

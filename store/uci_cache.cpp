@@ -1,4 +1,4 @@
-#include "platform/uci_cache.h"
+#include "store/uci_cache.h"
 
 #include <json-c/json.h>
 #include <fcntl.h>
@@ -18,13 +18,13 @@
 #include <vector>
 
 #include "platform/jso.h"
-#include "platform/name_index.h"
 #include "platform/paths.h"
-#include "platform/pkg_lock.h"
 #include "platform/stats.h"
+#include "store/pkg_lock.h"
 #include "platform/trace.h"
-#include "platform/uci_access.h"
-#include "platform/uci_watch.h"
+#include "store/uci_access.h"
+#include "store/uci_files.h"
+#include "store/uci_watch.h"
 
 // All names and values of a package in one block of NUL-terminated texts,
 // with fixed-size records pointing into it: about the size of the file.
@@ -231,10 +231,12 @@ struct uci_ctx_free {
 };
 
 // Loads the package as any reader would (file, then change log) in a
-// private context and copies it out.
-uci_snapshot_ref load_snapshot(const char *package)
+// private context on `ctx_dirs` (the daemon's store when null) and copies
+// it out.
+uci_snapshot_ref load_snapshot(const uci_store_dirs *ctx_dirs, const char *package, bool texts)
 {
-    std::unique_ptr<uci_context, uci_ctx_free> ctx(dsd_uci_alloc());
+    std::unique_ptr<uci_context, uci_ctx_free> ctx(
+        ctx_dirs ? dsd_uci_alloc_at(ctx_dirs->conf.c_str(), ctx_dirs->save.c_str()) : dsd_uci_alloc());
     uci_package *p = nullptr;
     if (!ctx || uci_load(ctx.get(), package, &p) != UCI_OK || !p)
         return nullptr;
@@ -244,7 +246,8 @@ uci_snapshot_ref load_snapshot(const char *package)
         put_section(snap.get(), uci_to_section(e));
     }
     index_sections(snap.get());
-    store_section_texts(snap.get());
+    if (texts)
+        store_section_texts(snap.get());
     return snap;
 }
 
@@ -386,6 +389,15 @@ const uci_snapshot::section *find_section(const uci_snapshot &snap, const char *
     return name_index_find(snap.by_name, name, &i) ? &snap.sections[i] : nullptr;
 }
 
+// Holds `package` for a read. A thread that holds nothing waits; one that
+// holds another package (a transaction's callback reading a second one)
+// never waits: two such readers in opposite orders would each stall for
+// the bounded wait. False when the package is busy.
+bool hold_for_read(const char *package)
+{
+    return pkg_lock_mark() == 0 ? pkg_lock(package) == 0 : pkg_trylock(package) == 0;
+}
+
 // The current snapshot if one is cached; with `fill`, read and maybe kept
 // on a miss.
 uci_snapshot_ref open_snapshot(const char *package, bool fill)
@@ -414,13 +426,13 @@ uci_snapshot_ref open_snapshot(const char *package, bool fill)
     // so the load does too (re-entrant for a writer reading its own package;
     // bounded when the thread holds another, and then the caller reads).
     pkg_lock_scope scope;
-    if (pkg_lock(package) != 0)
+    if (!hold_for_read(package))
         return nullptr;
     // A file another writer changed within the clock tick cannot be told
     // from its next version: serve this read, but do not keep it.
     before = stat_package(package);
     bool keepable = !package_fresh(before) || own_write(package, before);
-    uci_snapshot_ref snap = load_snapshot(package);
+    uci_snapshot_ref snap = load_snapshot(nullptr, package, true);
     if (snap && keepable && same_package(before, stat_package(package)))
         keep_snapshot(package, snap, before, gen);
     return snap;
@@ -617,6 +629,8 @@ json_object *uci_snapshot_section(const uci_snapshot &snap, const char *section)
 
 json_object *uci_snapshot_section_text(const uci_snapshot &snap, const char *section)
 {
+    if (snap.json_end.empty()) // a private read, never kept: no stored texts
+        return uci_snapshot_section(snap, section);
     uci_section_text found{};
     if (!section || !uci_snapshot_find_text(snap, name_key_of(section), &found)) {
         DS_TRACE_AS("get_uci_section", TRACE_ERROR, "uci cannot found.\n");
@@ -628,7 +642,7 @@ json_object *uci_snapshot_section_text(const uci_snapshot &snap, const char *sec
 bool uci_snapshot_find_text(const uci_snapshot &snap, const name_key &section, uci_section_text *out)
 {
     uint32_t i = 0;
-    if (!name_index_find_key(snap.by_name, section, &i))
+    if (snap.json_end.empty() || !name_index_find_key(snap.by_name, section, &i))
         return false;
     uint32_t begin = i ? snap.json_end[i - 1] : 0;
     *out = {i, snap.json.data() + begin, snap.json_end[i] - begin};
@@ -653,6 +667,68 @@ json_object *uci_snapshot_section_type(const uci_snapshot &snap, const char *typ
         json_object_array_add(arr, item);
     }
     return arr;
+}
+
+uci_snapshot_ref uci_snapshot_load_at(const uci_store_dirs &dirs, const char *package)
+{
+    if (!plain_package(package))
+        return nullptr;
+    // Held when that needs no wait from a thread holding another package,
+    // so a flush is never seen half done (new file, log not cut yet); a
+    // read that cannot hold it reads all the same, as a get may.
+    pkg_lock_scope scope;
+    hold_for_read(package);
+    return load_snapshot(&dirs, package, false);
+}
+
+uci_snapshot_ref store_view(uci_context *ctx, const char *package)
+{
+    if (!plain_package(package))
+        return nullptr;
+    uci_store_dirs mine = uci_store_default();
+    bool daemon = !ctx || (mine.conf == ctx->confdir && mine.save == ctx->savedir);
+    if (daemon) {
+        if (uci_snapshot_ref snap = open_snapshot(package, true))
+            return snap;
+        return uci_snapshot_load_at(mine, package);
+    }
+    return uci_snapshot_load_at(uci_store_of(ctx), package);
+}
+
+const char *store_view_option(const uci_snapshot &snap, const char *section, const char *option)
+{
+    const uci_snapshot::section *sec = section && option ? find_section(snap, section) : nullptr;
+    for (uint32_t i = 0; sec && i < sec->n_opts; i++) {
+        const uci_snapshot::option &o = snap.options[sec->first_opt + i];
+        if (!strcmp(snap.text.data() + o.name, option))
+            return o.n_vals < 0 ? snap.text.data() + o.first : nullptr;
+    }
+    return nullptr;
+}
+
+bool store_view_has(const uci_snapshot &snap, const char *section)
+{
+    return section && find_section(snap, section);
+}
+
+json_object *store_view_type_names(const uci_snapshot &snap, const char *type)
+{
+    if (!type)
+        return nullptr;
+    json_object *arr = json_object_new_array();
+    for (const uci_snapshot::section &sec : snap.sections) {
+        if (!strcmp(snap.text.data() + sec.type, type))
+            json_object_array_add(arr, json_object_new_string(snap.text.data() + sec.name));
+    }
+    return arr;
+}
+
+json_object *store_view_package(const uci_snapshot &snap)
+{
+    json_object *obj = json_object_new_object();
+    for (const uci_snapshot::section &sec : snap.sections)
+        json_object_object_add(obj, snap.text.data() + sec.name, section_json(snap, sec));
+    return obj;
 }
 
 json_object *uci_cache_package_part(uci_context *ctx, const char *package, json_object *wanted)

@@ -10,17 +10,17 @@
 
 #include <cstddef>
 
-enum {
-    // Bound on waiting for a second package while the thread holds another:
-    // two threads locking in opposite orders give up instead of deadlocking.
-    PKG_LOCK_NESTED_WAIT_MS = 10000,
-};
+#include "store/store.h"
 
 // Locks `package` for the calling thread (no-op when it already holds it).
 // Waits without bound when the thread holds nothing, else at most
 // PKG_LOCK_NESTED_WAIT_MS. 0, or -1 with a trace when the bounded wait
 // expired or the name is null/empty. Any thread.
 int pkg_lock(const char *package);
+
+// Locks `package` only if that needs no wait (or the thread holds it
+// already). 0, or -1 without a trace. Any thread.
+int pkg_trylock(const char *package);
 
 // True when the calling thread holds `package`.
 bool pkg_lock_held(const char *package);

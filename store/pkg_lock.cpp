@@ -1,4 +1,4 @@
-#include "platform/pkg_lock.h"
+#include "store/pkg_lock.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -50,6 +50,21 @@ int pkg_lock(const char *package)
         DS_ERR("package %s busy, holding %s", package, t_held.back().c_str());
         return -1;
     }
+    g_taken.insert(name);
+    t_held.push_back(name);
+    return 0;
+}
+
+int pkg_trylock(const char *package)
+{
+    if (!package || !*package)
+        return -1;
+    std::string name(package);
+    if (held_here(name))
+        return 0;
+    std::lock_guard<std::mutex> table(g_table_lock);
+    if (g_taken.find(name) != g_taken.end())
+        return -1;
     g_taken.insert(name);
     t_held.push_back(name);
     return 0;

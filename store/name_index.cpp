@@ -1,4 +1,4 @@
-#include "platform/name_index.h"
+#include "store/store.h"
 
 #include <cstring>
 

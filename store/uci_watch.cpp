@@ -1,4 +1,4 @@
-#include "platform/uci_watch.h"
+#include "store/uci_watch.h"
 
 #include <sys/inotify.h>
 #include <unistd.h>

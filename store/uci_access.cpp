@@ -1,4 +1,4 @@
-#include "platform/uci_access.h"
+#include "store/uci_access.h"
 
 #include <json-c/json.h>
 #include <fcntl.h>
@@ -18,16 +18,15 @@
 #include <set>
 #include <string>
 
-#include "platform/config_events.h"
 #include "platform/paths.h"
-#include "platform/pkg_lock.h"
+#include "store/pkg_lock.h"
 #include "platform/safe_file.h"
 #include "platform/trace.h"
-#include "platform/uci_cache.h"
-#include "platform/uci_dummy.h"
-#include "platform/uci_files.h"
-#include "platform/uci_flush.h"
-#include "platform/uci_watch.h"
+#include "store/uci_cache.h"
+#include "store/uci_files.h"
+#include "store/uci_flush.h"
+#include "store/uci_txn.h"
+#include "store/uci_watch.h"
 
 namespace {
 
@@ -59,20 +58,6 @@ json_object *option_json(const uci_option *o)
         json_object_array_add(arr, json_object_new_string(e->name));
     }
     return arr;
-}
-
-// Looks a package up for the whole-package readers; null with the trace on failure.
-uci_package *lookup_package(uci_context *ctx, uci_ptr *ptr, const char *package)
-{
-    if (lookup(ctx, ptr, package, nullptr, nullptr, nullptr) != UCI_OK) {
-        DS_ERR("uci_lookup_ptr error.");
-        return nullptr;
-    }
-    if (!complete(*ptr) || !ptr->p) {
-        DS_ERR("uci cannot found.\n");
-        return nullptr;
-    }
-    return ptr->p;
 }
 
 // A JSON string or integer as the text uci stores; false for anything else.
@@ -153,15 +138,77 @@ int parse_non_negative(const char *s)
     return static_cast<int>(v);
 }
 
-// Cuts a torn last line (a save cut short) from a change log, so the next
-// appended change is not glued to it and skipped by every load.
-void cut_torn_tail(const std::string &path)
+// Cuts a torn last line (a save cut short) from the change log open as
+// `fd` whose size is *size, reading back only from the end until a line
+// break: the next change must not be glued to the torn one and skipped by
+// every load. *size is updated. False when the cut failed.
+bool cut_torn_tail(int fd, off_t *size)
 {
-    std::string text;
-    if (!read_file(path, &text) || text.empty() || text.back() == '\n')
-        return;
-    if (truncate(path.c_str(), static_cast<off_t>(text.rfind('\n') + 1)) != 0)
-        DS_ERR("cut torn change in %s failed", path.c_str());
+    char buf[512];
+    off_t end = *size;
+    bool last = true;
+    while (end > 0) {
+        off_t from = end > static_cast<off_t>(sizeof buf) ? end - static_cast<off_t>(sizeof buf) : 0;
+        ssize_t n = pread(fd, buf, static_cast<size_t>(end - from), from);
+        if (n != end - from)
+            return false;
+        for (ssize_t i = n; i > 0; i--) {
+            if (buf[i - 1] == '\n') {
+                if (last)
+                    return true; // the log ends with a complete line
+                *size = from + i;
+                return ftruncate(fd, *size) == 0;
+            }
+            last = false;
+        }
+        end = from;
+    }
+    *size = 0;
+    return ftruncate(fd, 0) == 0;
+}
+
+// The change lines uci_save appends for the package's pending changes, in
+// the library's own form (prefix, pkg.section[.option], ='value').
+std::string pending_text(const uci_package *p)
+{
+    static const char prefix[] = {'+', '-', 0, '@', '^', '|', '~'};
+    std::string out;
+    uci_element *e;
+    uci_foreach_element(&p->delta, e) {
+        const uci_delta *h = uci_to_delta(e);
+        size_t cmd = static_cast<size_t>(h->cmd);
+        if (cmd < sizeof prefix && prefix[cmd])
+            out.push_back(prefix[cmd]);
+        out.append(p->e.name).append(".").append(h->section ? h->section : "");
+        if (e->name)
+            out.append(".").append(e->name);
+        if (h->cmd == UCI_CMD_REMOVE && !h->value) {
+            out.push_back('\n');
+            continue;
+        }
+        out.push_back('=');
+        uci_append_quoted(&out, h->value ? h->value : "");
+        out.push_back('\n');
+    }
+    return out;
+}
+
+// Whether the log open as `fd` got `text`, as whole lines, somewhere past
+// `size` (another uci client may append at the same moment). Reads back
+// only what was appended.
+bool appended(int fd, off_t size, const std::string &text)
+{
+    struct stat st;
+    if (fstat(fd, &st) != 0 || st.st_size < size + static_cast<off_t>(text.size()))
+        return false;
+    std::string back(static_cast<size_t>(st.st_size - size), '\0');
+    if (pread(fd, back.data(), back.size(), size) != static_cast<ssize_t>(back.size()))
+        return false;
+    for (size_t at = back.find(text); at != std::string::npos; at = back.find(text, at + 1)) {
+        if (at == 0 || back[at - 1] == '\n')
+            return true;
+    }
+    return false;
 }
 
 // Every directory on the delta search path other than the save directory is
@@ -183,23 +230,21 @@ bool replace_delta_path(uci_context *ctx)
     return true;
 }
 
-// One change through the library's editing call, then a save of the package.
-// Traced under the caller's name; the save's result counts only where the
-// caller reports it.
+// One change through the library's editing call, then a checked save of the
+// package. Traced under the caller's name.
 struct edit_call {
     int (*edit)(uci_context *, uci_ptr *);
     const char *func;
     int level;
     const char *fail_text;
-    bool save_counts;
 };
 
-int edit_one(uci_context *ctx, const edit_call &call, const char *package, const char *section,
+int edit_one(store_txn *t, const edit_call &call, const char *package, const char *section,
              const char *option, const char *value)
 {
-    pkg_lock_scope scope; // released here unless the caller held it already
-    if (pkg_lock(package) != 0)
+    if (store_txn_take(t, package) != 0)
         return -1;
+    uci_context *ctx = t->ctx;
     uci_cache_drop_guard drop{package};
     uci_ptr ptr;
     lookup(ctx, &ptr, package, section, option, value);
@@ -207,7 +252,7 @@ int edit_one(uci_context *ctx, const edit_call &call, const char *package, const
         DS_TRACE_AS(call.func, call.level, "%s", call.fail_text);
         return -1;
     }
-    if (dsd_uci_save(ctx, ptr.p) != 0 && call.save_counts) {
+    if (dsd_uci_save(ctx, ptr.p) != 0) {
         DS_TRACE_AS(call.func, TRACE_ERROR, "uci save error");
         return -1;
     }
@@ -288,15 +333,31 @@ int dsd_uci_save(uci_context *ctx, uci_package *p)
 {
     if (!ctx || !p)
         return -1;
+    std::string text = pending_text(p);
+    if (!p->has_delta || text.empty())
+        return uci_save(ctx, p) == UCI_OK ? 0 : -1;
     std::string path = std::string(ctx->savedir) + "/" + p->e.name;
-    cut_torn_tail(path);
+    fd_holder log{open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW)};
     struct stat st;
-    bool existed = lstat(path.c_str(), &st) == 0;
-    if (uci_save(ctx, p) == UCI_OK)
+    off_t size = 0;
+    if (log.fd >= 0 && (fstat(log.fd, &st) != 0 || !S_ISREG(st.st_mode))) {
+        DS_ERR("change log %s is not a file", path.c_str());
+        return -1;
+    }
+    bool existed = log.fd >= 0;
+    if (existed)
+        size = st.st_size;
+    if (log.fd >= 0 && !cut_torn_tail(log.fd, &size))
+        DS_ERR("cut torn change in %s failed", path.c_str());
+    int rc = uci_save(ctx, p);
+    if (log.fd < 0)
+        log.fd = open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+    if (rc == UCI_OK && log.fd >= 0 && appended(log.fd, size, text))
         return 0;
+    // Whatever the library answered, the changes are not in the log whole:
+    // a full /tmp or a short write. Back to what was there.
     DS_ERR("uci save error");
-    // A failed append (a full /tmp) may leave part of a line: back to what was there.
-    if (existed ? truncate(path.c_str(), st.st_size) != 0 : unlink(path.c_str()) != 0)
+    if (log.fd >= 0 && (existed ? ftruncate(log.fd, size) : unlink(path.c_str())) != 0)
         DS_ERR("restore change log %s failed", path.c_str());
     return -1;
 }
@@ -309,6 +370,20 @@ void dsd_uci_unload(uci_context *ctx, const char *package)
     uci_foreach_element(&ctx->root, e) {
         if (!strcmp(e->name, package)) {
             uci_unload(ctx, uci_to_package(e));
+            return;
+        }
+    }
+}
+
+void dsd_uci_forget(uci_context *ctx, const char *package)
+{
+    if (!ctx || !package)
+        return;
+    uci_element *e;
+    uci_foreach_element(&ctx->root, e) {
+        if (!strcmp(e->name, package)) {
+            if (uci_list_empty(&uci_to_package(e)->delta))
+                uci_unload(ctx, uci_to_package(e));
             return;
         }
     }
@@ -330,41 +405,68 @@ json_object *single_section(uci_section *s)
     return obj;
 }
 
+// The readers below answer from the cached snapshot when `ctx` is on the
+// daemon's store and the cache serves; otherwise from the package as `ctx`
+// loads it (parsed once per request into the request's own context, as
+// every read was before the cache), so DSD_UCI_CACHE=0 costs one parse per
+// request, not one per read.
+static uci_snapshot_ref cached_view(uci_context *ctx, const char *package)
+{
+    uci_store_dirs mine = uci_store_default();
+    if (mine.conf != ctx->confdir || mine.save != ctx->savedir)
+        return nullptr;
+    return uci_cache_open(package);
+}
+
+// The package as `ctx` holds it; null with the trace when it cannot load.
+static uci_package *context_package(uci_context *ctx, const char *package)
+{
+    uci_ptr ptr;
+    if (lookup(ctx, &ptr, package, nullptr, nullptr, nullptr) != UCI_OK || !complete(ptr) || !ptr.p) {
+        DS_ERR("uci cannot found.\n");
+        return nullptr;
+    }
+    return ptr.p;
+}
+
+// The section of `ctx`'s copy, or null (traced unless `quiet`).
+static uci_section *context_section(uci_context *ctx, const char *package, const char *section,
+                                    bool quiet)
+{
+    uci_ptr ptr;
+    if (lookup(ctx, &ptr, package, section, nullptr, nullptr) != UCI_OK || !complete(ptr) || !ptr.s) {
+        if (!quiet)
+            DS_ERR("uci cannot found.\n");
+        return nullptr;
+    }
+    return ptr.s;
+}
+
 json_object *get_uci_section(uci_context *ctx, const char *package, const char *section)
 {
     if (!ctx || !package || !section)
         return nullptr;
-    uci_ptr ptr;
-    if (lookup(ctx, &ptr, package, section, nullptr, nullptr) != UCI_OK) {
-        DS_ERR("uci_lookup_ptr error.");
-        return nullptr;
-    }
-    if (!complete(ptr) || !ptr.s) {
-        DS_ERR("uci cannot found.\n");
-        return nullptr;
-    }
-    json_object *obj = single_section(ptr.s);
-    if (!obj)
-        DS_INFO("single_section error.");
-    return obj;
+    if (uci_snapshot_ref v = cached_view(ctx, package))
+        return uci_snapshot_section(*v, section);
+    return single_section(context_section(ctx, package, section, false));
 }
 
 json_object *get_uci_section_type(uci_context *ctx, const char *package, const char *type)
 {
     if (!ctx || !package || !type)
         return nullptr;
-    uci_ptr ptr;
-    uci_package *p = lookup_package(ctx, &ptr, package);
+    if (uci_snapshot_ref v = cached_view(ctx, package))
+        return uci_snapshot_section_type(*v, type);
+    uci_package *p = context_package(ctx, package);
     if (!p)
         return nullptr;
     json_object *arr = json_object_new_array();
     uci_element *e;
     uci_foreach_element(&p->sections, e) {
-        uci_section *s = uci_to_section(e);
-        if (strcmp(s->type, type) != 0)
+        if (strcmp(uci_to_section(e)->type, type) != 0)
             continue;
         json_object *item = json_object_new_object();
-        json_object_object_add(item, e->name, single_section(s));
+        json_object_object_add(item, e->name, single_section(uci_to_section(e)));
         json_object_array_add(arr, item);
     }
     return arr;
@@ -374,8 +476,9 @@ json_object *get_uci_package(uci_context *ctx, const char *package)
 {
     if (!ctx || !package)
         return nullptr;
-    uci_ptr ptr;
-    uci_package *p = lookup_package(ctx, &ptr, package);
+    if (uci_snapshot_ref v = cached_view(ctx, package))
+        return store_view_package(*v);
+    uci_package *p = context_package(ctx, package);
     if (!p)
         return nullptr;
     json_object *obj = json_object_new_object();
@@ -390,12 +493,14 @@ json_object *get_sec_names_by_type(uci_context *ctx, const char *package, const 
 {
     if (!ctx || !package || !type)
         return nullptr;
-    uci_ptr ptr;
-    if (lookup(ctx, &ptr, package, nullptr, nullptr, nullptr) != UCI_OK || !ptr.p)
+    if (uci_snapshot_ref v = cached_view(ctx, package))
+        return store_view_type_names(*v, type);
+    uci_package *p = context_package(ctx, package);
+    if (!p)
         return nullptr;
     json_object *arr = json_object_new_array();
     uci_element *e;
-    uci_foreach_element(&ptr.p->sections, e) {
+    uci_foreach_element(&p->sections, e) {
         if (!strcmp(uci_to_section(e)->type, type))
             json_object_array_add(arr, json_object_new_string(e->name));
     }
@@ -417,6 +522,101 @@ json_object *get_uci_option(uci_context *ctx, const char *package, const char *s
         val = nullptr;
     json_object_put(sec);
     return val;
+}
+
+int section_exist(uci_context *ctx, const char *package, const char *section)
+{
+    if (!ctx || !package || !section)
+        return 0;
+    if (uci_snapshot_ref v = cached_view(ctx, package))
+        return store_view_has(*v, section) ? 1 : 0;
+    return context_section(ctx, package, section, true) ? 1 : 0;
+}
+
+int get_sec_type_num(uci_context *ctx, const char *package, const char *type)
+{
+    json_object *names = get_sec_names_by_type(ctx, package, type);
+    if (!names) {
+        DS_ERR("uci_lookup_ptr error.");
+        return -1;
+    }
+    int count = static_cast<int>(json_object_array_length(names));
+    json_object_put(names);
+    return count;
+}
+
+// Whether `name` is among the strings of `arr`.
+static bool name_taken(json_object *arr, const char *name)
+{
+    for (size_t i = 0; i < json_object_array_length(arr); i++) {
+        if (!strcmp(json_object_get_string(json_object_array_get_idx(arr, i)), name))
+            return true;
+    }
+    return false;
+}
+
+int get_free_section_index(uci_context *ctx, const char *package, const char *type)
+{
+    // Only sections of `type` count: a name held by another type is free.
+    json_object *names = get_sec_names_by_type(ctx, package, type);
+    if (!names)
+        return -1;
+    int found = -1;
+    for (int n = 1; n < INT_MAX && found < 0; n++) {
+        char name[32];
+        snprintf(name, sizeof name, "%s_%d", type, n);
+        if (!name_taken(names, name))
+            found = n;
+    }
+    json_object_put(names);
+    return found;
+}
+
+bool get_opt_text(uci_context *ctx, const char *package, const char *section, const char *option,
+                  std::string *out)
+{
+    if (!ctx || !package || !section || !option || !out)
+        return false;
+    const char *text = nullptr;
+    uci_snapshot_ref v = cached_view(ctx, package);
+    if (v) {
+        text = store_view_option(*v, section, option);
+    } else {
+        uci_ptr ptr;
+        if (lookup(ctx, &ptr, package, section, option, nullptr) == UCI_OK && complete(ptr) && ptr.o &&
+            ptr.o->type == UCI_TYPE_STRING)
+            text = ptr.o->v.string;
+    }
+    if (text)
+        *out = text;
+    return text != nullptr;
+}
+
+store_opt store_read_opt(uci_context *ctx, const char *package, const char *section,
+                         const char *option)
+{
+    store_opt out;
+    if (!package || !section || !option)
+        return out;
+    out.view = store_view(ctx, package);
+    out.text = out.view ? store_view_option(*out.view, section, option) : nullptr;
+    return out;
+}
+
+int get_opt_int_value(uci_context *ctx, const char *package, const char *section,
+                      const char *option)
+{
+    std::string v;
+    return get_opt_text(ctx, package, section, option, &v) ? parse_non_negative(v.c_str()) : -1;
+}
+
+char *get_opt_value_dup(const char *package, const char *section, const char *option)
+{
+    if (!package || !section || !option)
+        return nullptr;
+    uci_snapshot_ref v = store_view(nullptr, package);
+    const char *text = v ? store_view_option(*v, section, option) : nullptr;
+    return text ? strdup(text) : nullptr;
 }
 
 // Whether `ctx` holds `package` already (loaded, imported or staged into).
@@ -566,18 +766,18 @@ static int set_section_alone(uci_context *ctx, const char *package, const char *
     return rc == 0 ? 0 : -1;
 }
 
-int set_uci_section(uci_context *ctx, const char *package, const char *section, json_object *obj)
+int set_uci_section(store_txn *t, const char *package, const char *section, json_object *obj)
 {
-    if (!ctx || !package || !section || !obj)
+    if (!t || !t->ctx || !package || !section || !obj)
         return -1;
     if (!json_object_is_type(obj, json_type_object)) {
         DS_ERR("json type error.");
         return -1;
     }
+    if (store_txn_take(t, package) != 0)
+        return -1;
+    uci_context *ctx = t->ctx;
     if (!package_loaded(ctx, package)) {
-        pkg_lock_scope scope; // released here unless the caller held it already
-        if (pkg_lock(package) != 0)
-            return -1;
         int rc = set_section_alone(ctx, package, section, obj);
         if (rc != 1)
             return rc;
@@ -592,9 +792,6 @@ int set_uci_section(uci_context *ctx, const char *package, const char *section, 
         DS_ERR("uci cannot found.");
         return 0;
     }
-    pkg_lock_scope scope; // released here unless the caller held it already
-    if (pkg_lock(package) != 0)
-        return -1;
     uci_cache_drop_guard drop{package};
     json_object_object_foreach(obj, key, val) {
         write_member(ctx, package, section, key, val);
@@ -604,52 +801,46 @@ int set_uci_section(uci_context *ctx, const char *package, const char *section, 
     return 0;
 }
 
-int do_delete_single_section(uci_context *ctx, const char *package, const char *section)
+int delete_section(store_txn *t, const char *package, const char *section)
 {
-    if (!ctx || !package || !section)
+    if (!t || !t->ctx || !package || !section)
         return -1;
-    return edit_one(ctx, {uci_delete, __func__, TRACE_ERROR, "uci delete error", false}, package,
+    return edit_one(t, {uci_delete, "do_delete_single_section", TRACE_ERROR, "uci delete error"}, package,
                     section, nullptr, nullptr);
 }
 
-int delete_section(uci_context *ctx, const char *package, const char *section)
+int delete_section_type(store_txn *t, const char *package, const char *type)
 {
-    if (!ctx || !package || !section)
+    if (!t || !t->ctx || !package || !type)
         return -1;
-    return do_delete_single_section(ctx, package, section);
-}
-
-int delete_section_type(uci_context *ctx, const char *package, const char *type)
-{
-    if (!ctx || !package || !type)
-        return -1;
-    json_object *names = get_sec_names_by_type(ctx, package, type);
+    json_object *names = get_sec_names_by_type(t->ctx, package, type);
     if (!names || !json_object_is_type(names, json_type_array)) {
         DS_ERR("failed to get section type %s.%s", package, type);
         json_object_put(names);
         return -1;
     }
+    int rc = 0;
     size_t n = json_object_array_length(names);
-    for (size_t i = 0; i < n; i++) {
+    for (size_t i = 0; i < n && rc == 0; i++) {
         const char *name = json_object_get_string(json_object_array_get_idx(names, i));
         if (name)
-            do_delete_single_section(ctx, package, name);
+            rc = delete_section(t, package, name);
     }
     json_object_put(names);
-    return 0;
+    return rc;
 }
 
-int add_new_section(uci_context *ctx, const char *package, const char *type, const char *name)
+int add_new_section(store_txn *t, const char *package, const char *type, const char *name)
 {
-    if (!ctx || !package || !type || !name)
+    if (!t || !t->ctx || !package || !type || !name)
         return -1;
     if (!uci_section_name_ok(name)) {
         DS_ERR("Section name %s is illegal.", name);
         return -1;
     }
-    pkg_lock_scope scope; // released here unless the caller held it already
-    if (pkg_lock(package) != 0)
+    if (store_txn_take(t, package) != 0)
         return -1;
+    uci_context *ctx = t->ctx;
     uci_cache_drop_guard drop{package};
     uci_ptr ptr;
     if (lookup(ctx, &ptr, package, name, nullptr, type) != UCI_OK) {
@@ -663,143 +854,38 @@ int add_new_section(uci_context *ctx, const char *package, const char *type, con
     return dsd_uci_save(ctx, ptr.p);
 }
 
-int rename_section(uci_context *ctx, const char *package, const char *section, const char *new_name)
+int rename_section(store_txn *t, const char *package, const char *section, const char *new_name)
 {
-    if (!ctx || !package || !section || !new_name)
+    if (!t || !t->ctx || !package || !section || !new_name)
         return -1;
     // uci answers 0 for a rename onto an existing name, and stages names it
     // cannot load: both are refused here.
-    pkg_lock_scope scope;
-    if (!uci_section_name_ok(new_name) || pkg_lock(package) != 0)
+    if (!uci_section_name_ok(new_name) || store_txn_take(t, package) != 0)
         return -1;
-    if (strcmp(section, new_name) != 0 && section_exist(ctx, package, new_name)) {
+    if (strcmp(section, new_name) != 0 && section_exist(t->ctx, package, new_name)) {
         DS_ERR("Section %s exit.", new_name);
         return -1;
     }
-    return edit_one(ctx, {uci_rename, __func__, TRACE_ERROR, "uci rename error", false}, package,
-                    section, nullptr, new_name);
+    return edit_one(t, {uci_rename, __func__, TRACE_ERROR, "uci rename error"}, package, section,
+                    nullptr, new_name);
 }
 
-int section_exist(uci_context *ctx, const char *package, const char *section)
+int set_opt_value(store_txn *t, const char *package, const char *section, const char *option,
+                  const char *value)
 {
-    if (!ctx || !package || !section)
-        return 0;
-    uci_ptr ptr;
-    if (lookup(ctx, &ptr, package, section, nullptr, nullptr) != UCI_OK) {
-        DS_ERR("uci_lookup_ptr error.");
-        return 0;
-    }
-    if (!complete(ptr)) {
-        DS_INFO("uci cannot found.");
-        return 0;
-    }
-    return 1;
-}
-
-int get_sec_type_num(uci_context *ctx, const char *package, const char *type)
-{
-    if (!ctx || !package || !type)
+    if (!t || !t->ctx || !package || !section || !option || !value)
         return -1;
-    uci_ptr ptr;
-    if (lookup(ctx, &ptr, package, nullptr, nullptr, nullptr) != UCI_OK || !ptr.p) {
-        DS_ERR("uci_lookup_ptr error.");
+    return edit_one(t, {uci_set, __func__, TRACE_INFO, "uci set error"}, package, section, option,
+                    value);
+}
+
+int delete_opt_value(store_txn *t, const char *package, const char *section, const char *option,
+                     const char *value)
+{
+    if (!t || !t->ctx || !package || !section || !option)
         return -1;
-    }
-    int count = 0;
-    uci_element *e;
-    uci_foreach_element(&ptr.p->sections, e) {
-        count += strcmp(uci_to_section(e)->type, type) == 0;
-    }
-    return count;
-}
-
-static bool name_taken(json_object *arr, const char *name, bool *bad)
-{
-    size_t n = json_object_array_length(arr);
-    for (size_t i = 0; i < n; i++) {
-        json_object *item = json_object_array_get_idx(arr, i);
-        if (!item) {
-            *bad = true;
-            return false;
-        }
-        if (json_object_object_get_ex(item, name, nullptr))
-            return true;
-    }
-    return false;
-}
-
-int get_free_section_index(uci_context *ctx, const char *package, const char *type)
-{
-    if (!ctx || !package || !type)
-        return -1;
-    json_object *arr = get_uci_section_type(ctx, package, type);
-    if (!arr)
-        return -1;
-    for (int n = 1; n < INT_MAX; n++) {
-        char name[32];
-        snprintf(name, sizeof name, "%s_%d", type, n);
-        bool bad = false;
-        bool taken = name_taken(arr, name, &bad);
-        if (bad || !taken) {
-            json_object_put(arr);
-            return bad ? -1 : n;
-        }
-    }
-    json_object_put(arr);
-    return -1;
-}
-
-const char *get_opt_value(uci_context *ctx, const char *package, const char *section,
-                          const char *option)
-{
-    if (!ctx || !package || !section || !option)
-        return nullptr;
-    uci_ptr ptr;
-    if (lookup(ctx, &ptr, package, section, option, nullptr) != UCI_OK) {
-        DS_ERR("uci_lookup_ptr error.");
-        return nullptr;
-    }
-    if (!complete(ptr) || !ptr.o || ptr.o->type != UCI_TYPE_STRING)
-        return nullptr;
-    return ptr.o->v.string;
-}
-
-int get_opt_int_value(uci_context *ctx, const char *package, const char *section,
-                      const char *option)
-{
-    const char *v = get_opt_value(ctx, package, section, option);
-    return v ? parse_non_negative(v) : -1;
-}
-
-char *get_opt_value_dup(const char *package, const char *section, const char *option)
-{
-    if (!package || !section || !option)
-        return nullptr;
-    uci_context *ctx = dsd_uci_alloc();
-    if (!ctx)
-        return nullptr;
-    const char *v = get_opt_value(ctx, package, section, option);
-    char *copy = v ? strdup(v) : nullptr;
-    uci_free_context(ctx);
-    return copy;
-}
-
-int set_opt_value(uci_context *ctx, const char *package, const char *section,
-                  const char *option, const char *value)
-{
-    if (!ctx || !package || !section || !option || !value)
-        return -1;
-    return edit_one(ctx, {uci_set, __func__, TRACE_INFO, "uci set error", true}, package, section,
+    return edit_one(t, {uci_delete, __func__, TRACE_INFO, "uci delete error"}, package, section,
                     option, value);
-}
-
-int delete_opt_value(uci_context *ctx, const char *package, const char *section,
-                     const char *option, const char *value)
-{
-    if (!ctx || !package || !section || !option)
-        return -1;
-    return edit_one(ctx, {uci_delete, __func__, TRACE_INFO, "uci delete error", true}, package,
-                    section, option, value);
 }
 
 static bool config_present(uci_context *ctx, const char *package)
@@ -809,15 +895,10 @@ static bool config_present(uci_context *ctx, const char *package)
     return lstat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
 }
 
-// Stages the context's changes of `package` under its lock; the package
-// handle through *p.
-static int stage_locked(uci_context *ctx, const char *package, uci_package **p)
+int dsd_uci_stage(uci_context *ctx, const char *package)
 {
-    if (pkg_lock(package) != 0)
-        return -1;
     // A context without the package holds no change of it (a set staged
     // alone saved and unloaded its section): nothing to write, nor to drop.
-    *p = nullptr;
     if (!package_loaded(ctx, package) && config_present(ctx, package))
         return 0;
     uci_cache_drop_guard drop{package};
@@ -826,42 +907,7 @@ static int stage_locked(uci_context *ctx, const char *package, uci_package **p)
         DS_ERR("uci lookup ptr error.");
         return -1;
     }
-    *p = ptr.p;
     return dsd_uci_save(ctx, ptr.p);
-}
-
-int commit_package(uci_context *ctx, const char *package)
-{
-    if (!ctx || !package)
-        return -1;
-    pkg_lock_scope scope;
-    uci_package *p = nullptr;
-    if (stage_locked(ctx, package, &p) != 0 ||
-        uci_flush_package_at(uci_store_of(ctx), package) != 0) {
-        DS_ERR("uci_commit error");
-        return -1;
-    }
-    config_note_commit(package); // announced by the action that committed
-    return 0;
-}
-
-int dummy_commit_package(uci_context *ctx, const char *package)
-{
-    if (!ctx || !package)
-        return -1;
-    pkg_lock_scope scope;
-    uci_package *p = nullptr;
-    if (stage_locked(ctx, package, &p) != 0) {
-        DS_ERR("uci_save error");
-        return -1;
-    }
-    if (p && uci_dummy_commit(ctx, &p, false) != UCI_OK) {
-        DS_ERR("uci_dummy_commit error");
-        return -1;
-    }
-    uci_flush_mark(package);
-    config_note_commit(package);
-    return 0;
 }
 
 void uci_append_quoted(std::string *out, const char *value)

@@ -1,4 +1,4 @@
-#include "platform/uci_files.h"
+#include "store/uci_files.h"
 
 #include <dirent.h>
 #include <fcntl.h>

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "store/store.h"
+
 struct uci_context;
 struct uci_package;
 
@@ -25,13 +27,7 @@ struct fd_holder {
 // '_' and '-' only.
 bool uci_store_name_ok(const char *name);
 
-// A store: its configuration and save directories.
-struct uci_store_dirs {
-    std::string conf, save;
-};
-
-// The daemon's store (under DSD_ROOT on a host), and a context's.
-uci_store_dirs uci_store_default(void);
+// A context's store.
 uci_store_dirs uci_store_of(const uci_context *ctx);
 
 // <conf>/<pkg> and the daemon's temporary file beside it.
