@@ -10,6 +10,7 @@
 #include "core/heap.h"
 #include "core/wire.h"
 #include "model/methods.h"
+#include "platform/stats.h"
 #include "store/store.h"
 #include "platform/trace.h"
 
@@ -76,6 +77,7 @@ int ds_signal_handle(int fd)
     DS_INFO("##dsd_parse thread_id: %lu##", static_cast<unsigned long>(pthread_self()));
     timespec start{}, end{};
     clock_gettime(CLOCK_MONOTONIC, &start);
+    int64_t start_ns = start.tv_sec * 1000000000L + start.tv_nsec;
 
     ds_context *ctx = context_alloc();
     if (!ctx) {
@@ -92,6 +94,9 @@ int ds_signal_handle(int fd)
         run_method(ctx);
     // Nothing a request locked may outlive it, whatever path it took.
     store_release_thread();
+    // Counted before the answer leaves, so a client that reads the figures
+    // next finds its own request in them.
+    stats_request(ctx->method, ctx->error_code, stats_now_ns() - start_ns);
     ds_make_response(ctx);
 
     clock_gettime(CLOCK_MONOTONIC, &end);

@@ -1,5 +1,6 @@
 #include "core/wire.h"
 
+#include "platform/stats.h"
 #include "platform/trace.h"
 
 #include <arpa/inet.h>
@@ -82,6 +83,7 @@ void sock_reader_init(sock_reader *r, int fd)
     r->allow_ns = 0;
     r->floor_ns = 0;
     r->reads = 0;
+    r->cut = 0;
 }
 
 void sock_reader_set_deadline(sock_reader *r, int64_t since_ns)
@@ -145,8 +147,11 @@ ssize_t read_in_time(sock_reader *r, uint8_t *buf, size_t len)
             DS_TRACE_AS("sock_read", TRACE_ERROR, "read_len = -1, errno=%d.", errno);
             return -1;
         }
-        if (errno != EINTR && !wait_readable(r))
+        if (errno != EINTR && !wait_readable(r)) {
+            if (!r->cut++)
+                stats_count(STATS_DEADLINE_CUT); // once per connection
             return -1;
+        }
         flags = MSG_DONTWAIT;
     }
 }

@@ -34,6 +34,7 @@ struct sock_reader {
     int64_t allow_ns;                 // time the records may take from then
     int64_t floor_ns;                 // the deadline is never before this
     uint32_t reads;                   // reads from the socket so far
+    uint32_t cut;                     // 1 once the deadline cut a read
     uint8_t data[SOCK_READAHEAD + 1]; // + 1: sock_read's NUL
 };
 

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "core/context.h"
+#include "model/change_events.h"
 #include "model/methods.h"
 #include "model/model_raii.h"
 #include "model/registry.h"
@@ -69,11 +70,13 @@ static int do_keyword_action(ds_context *ctx, const ds_module *mod, const char *
         DS_ERR("Run %s service failed", keyword);
         return -1;
     }
+    change_event_action_start();
     ctx->error_code = row->fn(ctx, arg);
     if (ctx->error_code != 0) {
         DS_ERR("Run %s service failed", keyword);
         return -1;
     }
+    change_event_action(ctx, mod, keyword); // tell the bus what it committed
     return 0;
 }
 

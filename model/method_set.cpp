@@ -12,6 +12,7 @@
 #include <string>
 
 #include "core/context.h"
+#include "model/change_events.h"
 #include "model/methods.h"
 #include "model/model_raii.h"
 #include "model/section_lookup.h"
@@ -399,6 +400,7 @@ static int commit_uci(ds_context *ctx, store_txn *txn)
             ctx->error_code = -40101;
             return -1;
         }
+        change_event_commit(ctx, mod, req_mod); // tell the bus
     }
     return 0;
 }

@@ -65,5 +65,6 @@ const ds_module_ctor ds_module_table[] = {
     {.name = "face_group", .init = face_group_module_init},
     {.name = "audio_capability", .init = audio_capability_module_init},
     {.name = "audio_config", .init = audio_config_module_init},
+    {.name = "statistics", .init = statistics_module_init},
     {.name = nullptr, .init = nullptr},
 };

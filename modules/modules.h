@@ -63,3 +63,4 @@ int face_comparison_module_init(void);
 int face_group_module_init(void);
 int audio_capability_module_init(void);
 int audio_config_module_init(void);
+int statistics_module_init(void); // the daemon's own live figures

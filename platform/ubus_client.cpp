@@ -20,6 +20,7 @@ extern "C" {
 }
 
 #include "platform/paths.h"
+#include "platform/stats.h"
 #include "platform/stop_signal.h"
 #include "platform/trace.h"
 
@@ -104,6 +105,16 @@ void ubus_call_cb(ubus_request *req, int type, blob_attr *msg)
     *out = json_error_pointer(obj) ? nullptr : obj;
 }
 
+// Counts one call that ended with a bus status.
+static void count_bus_call(int status)
+{
+    stats_count(STATS_BUS_CALLS);
+    if (status != UBUS_STATUS_OK)
+        stats_count(STATS_BUS_FAILURES);
+    if (status == UBUS_STATUS_TIMEOUT)
+        stats_count(STATS_BUS_TIMEOUTS);
+}
+
 // Calls req->object.req->method on conn with req->message (null: empty).
 // A timeout below 1 becomes 30 in req. 0 and *reply (new reference owned by
 // the caller, null when nothing parsable came back), or -1 with a trace.
@@ -121,8 +132,9 @@ int ubus_call(ubus_context *conn, ubus_req *req, json_object **reply)
         return -1;
     }
     uint32_t id = 0;
-    if (ubus_lookup_id(conn, req->object, &id) != 0) {
+    if (int status = ubus_lookup_id(conn, req->object, &id); status != 0) {
         DS_ERR("failed to lookup ubus object: %s.", req->object);
+        count_bus_call(status);
         return -1;
     }
     if (req->timeout < 1)
@@ -134,6 +146,7 @@ int ubus_call(ubus_context *conn, ubus_req *req, json_object **reply)
     json_object **out = reply ? reply : &scratch;
     int status = ubus_invoke(conn, id, req->method, buf.b.head, ubus_call_cb, out, timeout_ms);
     json_object_put(scratch);
+    count_bus_call(status);
     if (status != 0) {
         DS_ERR("ubus invoke error: %s.%s", req->object, req->method);
         return -1;

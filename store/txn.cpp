@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <string>
 
+#include "platform/config_events.h"
 #include "platform/trace.h"
 #include "store/pkg_lock.h"
 #include "store/uci_access.h"
@@ -142,6 +143,7 @@ int store_txn_commit(store_txn *t, const char *package, bool light)
         return -1;
     }
     note_log(t, held(t, package));
+    config_note_commit(package); // announced by the action that committed
     return 0;
 }
 

@@ -19,6 +19,7 @@
 
 #include "platform/jso.h"
 #include "platform/paths.h"
+#include "platform/stats.h"
 #include "store/pkg_lock.h"
 #include "platform/trace.h"
 #include "store/uci_access.h"
@@ -257,6 +258,7 @@ void forget_entry(cache_state &c, const char *package)
         return;
     c.bytes -= it->second.bytes;
     c.entries.erase(it);
+    stats_gauge_set(STATS_CACHE_BYTES, static_cast<int64_t>(c.bytes));
 }
 
 // Least recently used first, until `need` more bytes fit.
@@ -270,6 +272,7 @@ void make_room(cache_state &c, size_t need)
         }
         c.bytes -= oldest->second.bytes;
         c.entries.erase(oldest);
+        stats_count(STATS_CACHE_EVICT);
     }
 }
 
@@ -292,6 +295,7 @@ void keep_snapshot(const char *package, const uci_snapshot_ref &snap, const pack
     make_room(c, bytes);
     c.entries.emplace(package, cache_entry{snap, id, gen, ++c.clock, bytes, 0});
     c.bytes += bytes;
+    stats_gauge_set(STATS_CACHE_BYTES, static_cast<int64_t>(c.bytes));
 }
 
 // Whether `id` is what this process's last write to the package left.
@@ -403,13 +407,19 @@ uci_snapshot_ref open_snapshot(const char *package, bool fill)
     // The epoch is read before the identity: a change after it shows in
     // the next epoch, whatever this stat saw.
     uint64_t epoch = uci_watch_epoch();
-    if (uci_snapshot_ref same = unchanged_entry(package, epoch))
+    if (uci_snapshot_ref same = unchanged_entry(package, epoch)) {
+        stats_count(STATS_CACHE_HIT);
         return same;
+    }
     package_id before = stat_package(package);
     uint64_t gen = 0;
     uci_snapshot_ref hit = current_entry(package, before, epoch, &gen);
-    if (hit || !fill)
+    if (hit || !fill) {
+        if (hit)
+            stats_count(STATS_CACHE_HIT);
         return hit;
+    }
+    stats_count(STATS_CACHE_MISS);
     // A flush renames the new file in and then cuts the change log: a load
     // that straddled the two could pair the old file with the cut log, a
     // state older than either. Every write of the daemon holds the package,
@@ -597,6 +607,7 @@ void install_patch(const char *package, const uci_cache_ticket &t, const uci_sna
     make_room(c, bytes);
     c.entries.emplace(package, cache_entry{snap, after, st.gen, ++c.clock, bytes, 0});
     c.bytes += bytes;
+    stats_gauge_set(STATS_CACHE_BYTES, static_cast<int64_t>(c.bytes));
 }
 
 } // namespace

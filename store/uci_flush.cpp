@@ -32,6 +32,7 @@
 #include <thread>
 
 #include "platform/paths.h"
+#include "platform/stats.h"
 #include "store/pkg_lock.h"
 #include "platform/trace.h"
 #include "store/uci_access.h"
@@ -107,6 +108,7 @@ void recover_one(const dirs_t &d, const std::string &pkg)
 // Steps 1 to 6 for a package whose lock the caller holds.
 int flush_locked(const dirs_t &d, const std::string &pkg)
 {
+    int64_t started_ns = stats_now_ns();
     recover_one(d, pkg);
     std::string text;
     if (!read_file(log_path(d, pkg), &text))
@@ -132,6 +134,8 @@ int flush_locked(const dirs_t &d, const std::string &pkg)
     sync_dir(d.conf);
     uci_cache_drop(pkg.c_str());
     recover_one(d, pkg);
+    stats_count(STATS_FLUSHES);
+    stats_gauge_set(STATS_FLUSH_LAST_NS, stats_now_ns() - started_ns);
     return 0;
 }
 
@@ -147,6 +151,8 @@ std::set<std::string> take_marked(void)
     std::lock_guard<std::mutex> hold(g_marked_lock);
     std::set<std::string> out;
     out.swap(g_marked);
+    stats_gauge_set(STATS_FLUSH_PENDING, 0);
+    stats_gauge_set(STATS_FLUSH_OLDEST_NS, 0);
     return out;
 }
 
@@ -189,6 +195,9 @@ void uci_flush_mark(const char *package)
     if (!package)
         return;
     std::lock_guard<std::mutex> hold(g_marked_lock);
+    if (g_marked.empty())
+        stats_gauge_set(STATS_FLUSH_OLDEST_NS, stats_now_ns());
+    stats_gauge_add(STATS_FLUSH_PENDING, 1);
     g_marked.insert(package);
 }
 

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "platform/config_events.h"
 #include "platform/paths.h"
 #include "store/pkg_lock.h"
 #include "platform/trace.h"
@@ -173,6 +174,8 @@ int uci_install_packages(const file_list &in)
     }
     int rc = rename_temps(d, names);
     unlink(install_marker(d).c_str());
+    for (size_t i = 0; rc == 0 && i < names.size(); i++)
+        config_note_commit(names[i].c_str()); // a restore announces each package
     return rc;
 }
 

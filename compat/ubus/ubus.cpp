@@ -4,9 +4,14 @@
 //   lookup  {"op":"lookup","seq":n,"path":p}       -> {"seq":n,"status":s,"id":i}
 //   invoke  {"op":"invoke","seq":n,"id":i,"method":m,"msg":{...}}
 //                                                  -> {"seq":n,"status":s,"data":[text...]}
+//   event   {"op":"send_event","seq":n,"type":t,"msg":{...}} -> {"seq":n,"status":s}
+//   listen  {"op":"listen","seq":n,"pattern":p}    -> {"seq":n,"status":s}
+//   unlisten {"op":"unlisten","seq":n,"pattern":p} -> {"seq":n,"status":s}
+// and, unasked, to a listening connection: {"op":"event","type":t,"msg":{...}}.
 // Each "data" text is one reply message; it reaches the data callback as a
 // blob attribute holding that text. A reply that arrives after its caller gave
-// up (time-out) carries an old sequence number and is skipped.
+// up (time-out) carries an old sequence number and is skipped; an event that
+// arrives while a call waits is kept for the loop.
 #include <signal.h>
 #include <arpa/inet.h>
 #include <json-c/json.h>
@@ -16,18 +21,18 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <new>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "libubus.h"
-
-struct ubus_context {
-    int fd;
-    uint16_t seq;
-};
+#include <libubox/uloop.h>
 
 namespace {
 
@@ -35,6 +40,23 @@ struct json_put {
     void operator()(json_object *o) const { json_object_put(o); }
 };
 using json_ptr = std::unique_ptr<json_object, json_put>;
+
+} // namespace
+
+// The host library's state of a context.
+struct host_ctx : ubus_context {
+    int fd = -1;
+    uint16_t seq = 0;
+    std::deque<json_ptr> events; // event frames not yet delivered
+    std::vector<std::pair<std::string, struct ubus_event_handler *>> handlers;
+};
+
+static host_ctx *H(struct ubus_context *ctx)
+{
+    return static_cast<host_ctx *>(ctx);
+}
+
+namespace {
 
 struct free_del {
     void operator()(void *p) const { free(p); }
@@ -124,7 +146,7 @@ static int await_frame(struct ubus_context *ctx, uint16_t seq, int64_t deadline_
                 return UBUS_STATUS_TIMEOUT;
             wait = (int)left;
         }
-        struct pollfd pfd = {.fd = ctx->fd, .events = POLLIN, .revents = 0};
+        struct pollfd pfd = {.fd = H(ctx)->fd, .events = POLLIN, .revents = 0};
         int pr = poll(&pfd, 1, wait);
         if (pr < 0 && errno == EINTR)
             continue;
@@ -133,18 +155,21 @@ static int await_frame(struct ubus_context *ctx, uint16_t seq, int64_t deadline_
         if (pr == 0)
             return UBUS_STATUS_TIMEOUT;
         uint32_t be = 0;
-        if (read_all(ctx->fd, &be, sizeof be) != 0)
+        if (read_all(H(ctx)->fd, &be, sizeof be) != 0)
             return UBUS_STATUS_CONNECTION_FAILED;
         uint32_t len = ntohl(be);
         if (len > kMaxFrame)
             return UBUS_STATUS_CONNECTION_FAILED;
         std::string body(len, '\0');
-        if (read_all(ctx->fd, body.data(), len) != 0)
+        if (read_all(H(ctx)->fd, body.data(), len) != 0)
             return UBUS_STATUS_CONNECTION_FAILED;
         json_ptr frame(json_tokener_parse(body.c_str()));
         json_object *s = nullptr;
-        if (!frame || !json_object_object_get_ex(frame.get(), "seq", &s) ||
-            json_object_get_int(s) != seq)
+        if (frame && !json_object_object_get_ex(frame.get(), "seq", &s)) {
+            H(ctx)->events.push_back(std::move(frame)); // unasked: an event
+            continue;
+        }
+        if (!frame || json_object_get_int(s) != seq)
             continue; // a late answer to a call that already timed out
         *out = std::move(frame);
         return UBUS_STATUS_OK;
@@ -164,11 +189,11 @@ static int frame_status(json_object *frame)
 // owns the context (ubus_free). NULL when nothing listens there.
 // What uloop_init does on the device when libubus connects: SIGTERM and
 // SIGINT then only set a flag that a uloop would read.
-static volatile sig_atomic_t g_uloop_cancelled;
+static volatile sig_atomic_t g_uloop_signal;
 
-static void uloop_flag_handler(int)
+static void uloop_flag_handler(int signo)
 {
-    g_uloop_cancelled = 1;
+    g_uloop_signal = signo;
 }
 
 static void uloop_take_signals(void)
@@ -179,6 +204,22 @@ static void uloop_take_signals(void)
     sa.sa_handler = uloop_flag_handler;
     sigaction(SIGTERM, &sa, nullptr);
     sigaction(SIGINT, &sa, nullptr);
+}
+
+// What the device's loop does while it runs: a signal still at its default
+// disposition is taken (the old one saved in *old, *taken set); a handler
+// the program installed is left alone.
+static void uloop_take_default(int signo, struct sigaction *old, bool *taken)
+{
+    sigaction(signo, nullptr, old);
+    *taken = old->sa_handler == SIG_DFL;
+    if (!*taken)
+        return;
+    struct sigaction sa;
+    memset(&sa, 0, sizeof sa);
+    sigemptyset(&sa.sa_mask);
+    sa.sa_handler = uloop_flag_handler;
+    sigaction(signo, &sa, nullptr);
 }
 
 extern "C" struct ubus_context *ubus_connect(const char *path)
@@ -199,22 +240,26 @@ extern "C" struct ubus_context *ubus_connect(const char *path)
         close(fd);
         return nullptr;
     }
-    auto *ctx = (struct ubus_context *)calloc(1, sizeof(struct ubus_context));
+    auto *ctx = new (std::nothrow) host_ctx;
     if (!ctx) {
         close(fd);
         return nullptr;
     }
+    ctx->connection_lost = nullptr;
     ctx->fd = fd;
     return ctx;
 }
 
 // Closes and frees ctx; NULL ignored.
+static void uloop_forget(struct ubus_context *ctx);
+
 extern "C" void ubus_free(struct ubus_context *ctx)
 {
     if (!ctx)
         return;
-    close(ctx->fd);
-    free(ctx);
+    uloop_forget(ctx);
+    close(H(ctx)->fd);
+    delete H(ctx);
 }
 
 // 0 and *id, or a status (4 when the broker knows no such object). Waits at
@@ -223,14 +268,14 @@ extern "C" int ubus_lookup_id(struct ubus_context *ctx, const char *path, uint32
 {
     if (!ctx || !path || !id)
         return UBUS_STATUS_INVALID_ARGUMENT;
-    uint16_t seq = ++ctx->seq;
+    uint16_t seq = ++H(ctx)->seq;
     json_ptr req(json_object_new_object());
     if (!req)
         return UBUS_STATUS_NO_MEMORY;
     json_object_object_add(req.get(), "op", json_object_new_string("lookup"));
     json_object_object_add(req.get(), "seq", json_object_new_int(seq));
     json_object_object_add(req.get(), "path", json_object_new_string(path));
-    if (send_frame(ctx->fd, req.get()) != 0)
+    if (send_frame(H(ctx)->fd, req.get()) != 0)
         return UBUS_STATUS_CONNECTION_FAILED;
     json_ptr ans;
     int rc = await_frame(ctx, seq, monotonic_ms() + kLookupTimeoutMs, &ans);
@@ -304,7 +349,7 @@ extern "C" int ubus_invoke(struct ubus_context *ctx, uint32_t obj, const char *m
 {
     if (!ctx || !method)
         return UBUS_STATUS_INVALID_ARGUMENT;
-    uint16_t seq = ++ctx->seq;
+    uint16_t seq = ++H(ctx)->seq;
     json_ptr call(json_object_new_object());
     if (!call)
         return UBUS_STATUS_NO_MEMORY;
@@ -313,7 +358,7 @@ extern "C" int ubus_invoke(struct ubus_context *ctx, uint32_t obj, const char *m
     json_object_object_add(call.get(), "id", json_object_new_int64(obj));
     json_object_object_add(call.get(), "method", json_object_new_string(method));
     json_object_object_add(call.get(), "msg", message_object(msg));
-    if (send_frame(ctx->fd, call.get()) != 0)
+    if (send_frame(H(ctx)->fd, call.get()) != 0)
         return UBUS_STATUS_CONNECTION_FAILED;
     json_ptr ans;
     timeout = capped_timeout(timeout);
@@ -331,4 +376,178 @@ extern "C" int ubus_invoke(struct ubus_context *ctx, uint32_t obj, const char *m
     deliver_replies(&req, ans.get(), cb);
     req.status_code = frame_status(ans.get());
     return req.status_code;
+}
+
+// ---- events ----
+
+// Sends a frame of op with the given string member and waits (30 s at most)
+// for its status.
+static int simple_request(struct ubus_context *ctx, const char *op, const char *key, const char *value,
+                          json_object *msg)
+{
+    json_ptr owned(msg);
+    uint16_t seq = ++H(ctx)->seq;
+    json_ptr req(json_object_new_object());
+    if (!req)
+        return UBUS_STATUS_NO_MEMORY;
+    json_object_object_add(req.get(), "op", json_object_new_string(op));
+    json_object_object_add(req.get(), "seq", json_object_new_int(seq));
+    json_object_object_add(req.get(), key, json_object_new_string(value));
+    if (owned)
+        json_object_object_add(req.get(), "msg", owned.release());
+    if (send_frame(H(ctx)->fd, req.get()) != 0)
+        return UBUS_STATUS_CONNECTION_FAILED;
+    json_ptr ans;
+    int rc = await_frame(ctx, seq, monotonic_ms() + kLookupTimeoutMs, &ans);
+    return rc != UBUS_STATUS_OK ? rc : frame_status(ans.get());
+}
+
+extern "C" int ubus_send_event(struct ubus_context *ctx, const char *id, struct blob_attr *data)
+{
+    if (!ctx || !id)
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    return simple_request(ctx, "send_event", "type", id, message_object(data));
+}
+
+extern "C" int ubus_register_event_handler(struct ubus_context *ctx, struct ubus_event_handler *ev,
+                                           const char *pattern)
+{
+    if (!ctx || !ev || !pattern)
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    int rc = simple_request(ctx, "listen", "pattern", pattern, nullptr);
+    if (rc == UBUS_STATUS_OK)
+        H(ctx)->handlers.emplace_back(pattern, ev);
+    return rc;
+}
+
+extern "C" int ubus_unregister_event_handler(struct ubus_context *ctx, struct ubus_event_handler *ev)
+{
+    if (!ctx || !ev)
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    int rc = UBUS_STATUS_NOT_FOUND;
+    for (auto it = H(ctx)->handlers.begin(); it != H(ctx)->handlers.end();) {
+        if (it->second != ev) {
+            ++it;
+            continue;
+        }
+        rc = simple_request(ctx, "unlisten", "pattern", it->first.c_str(), nullptr);
+        it = H(ctx)->handlers.erase(it);
+    }
+    return rc;
+}
+
+// The bus's rule: a pattern ending in '*' matches by prefix, any other
+// one exactly.
+static bool pattern_matches(const std::string &pattern, const char *type)
+{
+    if (!pattern.empty() && pattern.back() == '*')
+        return strncmp(type, pattern.c_str(), pattern.size() - 1) == 0;
+    return pattern == type;
+}
+
+// Hands one event frame to every matching handler of ctx.
+static void deliver_event(struct ubus_context *ctx, json_object *frame)
+{
+    json_object *type = nullptr, *msg = nullptr;
+    if (!json_object_object_get_ex(frame, "type", &type) || !json_object_object_get_ex(frame, "msg", &msg))
+        return;
+    size_t len = 0;
+    const char *text = json_object_to_json_string_length(msg, JSON_C_TO_STRING_PLAIN, &len);
+    size_t total = sizeof(struct blob_attr) + len + 1;
+    std::unique_ptr<struct blob_attr, free_del> attr((struct blob_attr *)malloc(total));
+    if (!attr || total > BLOB_ATTR_LEN_MASK)
+        return;
+    attr->id_len = (uint32_t)total;
+    memcpy(attr->data, text, len);
+    attr->data[len] = '\0';
+    auto handlers = H(ctx)->handlers; // a handler may unregister itself
+    for (auto &[pattern, ev] : handlers) {
+        if (ev->cb && pattern_matches(pattern, json_object_get_string(type)))
+            ev->cb(ctx, ev, json_object_get_string(type), attr.get());
+    }
+}
+
+// ---- the loop of a listening client ----
+
+bool uloop_cancelled;
+
+static std::vector<struct ubus_context *> g_loop;
+
+static void uloop_forget(struct ubus_context *ctx)
+{
+    g_loop.erase(std::remove(g_loop.begin(), g_loop.end(), ctx), g_loop.end());
+}
+
+extern "C" void ubus_add_uloop(struct ubus_context *ctx)
+{
+    if (ctx && std::find(g_loop.begin(), g_loop.end(), ctx) == g_loop.end())
+        g_loop.push_back(ctx);
+}
+
+extern "C" int uloop_init(void)
+{
+    uloop_take_signals();
+    return 0;
+}
+
+extern "C" void uloop_done(void)
+{
+    g_loop.clear();
+}
+
+// Reads one frame of ctx into its event queue. False when the connection is gone.
+static bool read_event(struct ubus_context *ctx)
+{
+    json_ptr none;
+    int rc = await_frame(ctx, 0, monotonic_ms() + 1, &none);
+    return rc != UBUS_STATUS_CONNECTION_FAILED;
+}
+
+// The loop proper of uloop_run.
+static int run_loop(void)
+{
+    while (!uloop_cancelled && !g_uloop_signal) {
+        for (struct ubus_context *ctx : std::vector<struct ubus_context *>(g_loop)) {
+            while (!H(ctx)->events.empty()) {
+                json_ptr ev = std::move(H(ctx)->events.front());
+                H(ctx)->events.pop_front();
+                deliver_event(ctx, ev.get());
+            }
+        }
+        std::vector<struct pollfd> fds;
+        for (struct ubus_context *ctx : g_loop)
+            fds.push_back({.fd = H(ctx)->fd, .events = POLLIN, .revents = 0});
+        if (poll(fds.data(), fds.size(), 100) <= 0)
+            continue;
+        std::vector<struct ubus_context *> polled(g_loop);
+        for (size_t i = 0; i < fds.size(); ++i) {
+            if (fds[i].revents && !read_event(polled[i])) {
+                // Hung up: out of the loop first, then told, as on the device.
+                uloop_forget(polled[i]);
+                if (polled[i]->connection_lost)
+                    polled[i]->connection_lost(polled[i]);
+            }
+        }
+    }
+    return g_uloop_signal;
+}
+
+// Delivers queued events, then waits for more; returns at uloop_end or at a
+// signal (its number). A lost connection leaves the loop and calls its
+// connection_lost; the loop goes on. Like the device's loop it takes SIGINT and
+// SIGTERM (those at their default) while it runs and gives them back after.
+extern "C" int uloop_run(void)
+{
+    uloop_cancelled = false;
+    g_uloop_signal = 0;
+    struct sigaction old[2];
+    bool taken[2];
+    uloop_take_default(SIGTERM, &old[0], &taken[0]);
+    uloop_take_default(SIGINT, &old[1], &taken[1]);
+    int rc = run_loop();
+    if (taken[0])
+        sigaction(SIGTERM, &old[0], nullptr);
+    if (taken[1])
+        sigaction(SIGINT, &old[1], nullptr);
+    return rc;
 }

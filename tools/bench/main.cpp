@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "bench_util.h"
+#include "switches.h"
 #include "client/dsd_client.h"
 
 namespace {
@@ -397,6 +398,18 @@ void print_figures(const figures &f)
     row("VmRSS (RssAnon) after six 229 KB requests", buf, "<= 8 MB");
 }
 
+// Rows of the statistics/events comparison: on, off, and on against off.
+void print_switches(const switch_figures &s)
+{
+    char buf[96];
+    snprintf(buf, sizeof buf, "%.0f / %.0f us, %+.1f%%", s.get_on.median_us, s.get_off.median_us,
+             100 * (s.get_on.median_us / s.get_off.median_us - 1));
+    row("warm get, statistics+events on / off", buf, "within 3%");
+    snprintf(buf, sizeof buf, "%.0f / %.0f us, %+.1f%%", s.set_on.median_us, s.set_off.median_us,
+             100 * (s.set_on.median_us / s.set_off.median_us - 1));
+    row("set + commit, statistics+events on / off", buf, "within 3%");
+}
+
 int run(const std::string &dsd, const std::string &mkconfig, const std::string &root)
 {
     if (system((mkconfig + " " + root + "/etc/config 128 >/dev/null").c_str()) != 0) {
@@ -421,8 +434,13 @@ int run(const std::string &dsd, const std::string &mkconfig, const std::string &
     bool ok = echo && measure_requests(root, echo_path, d, &f) && ok_load;
     bench_echo_stop(echo);
     bench_daemon_stop(&d);
+    switch_figures sw{};
+    bool ok_sw = bench_switches(dsd, root, &sw);
     print_figures(f);
-    return ok ? 0 : 1;
+    print_switches(sw);
+    if (!ok_sw)
+        fprintf(stderr, "bench: the statistics/events comparison failed\n");
+    return ok && ok_sw ? 0 : 1;
 }
 
 } // namespace

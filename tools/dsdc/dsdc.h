@@ -3,9 +3,13 @@
 #pragma once
 
 #include <json-c/json.h>
+#include <unistd.h>
 
 #include <memory>
 #include <string>
+
+#include "client/dsd_client.h"
+#include "platform/paths.h"
 
 struct dsdc_json_put {
     void operator()(json_object *o) const { json_object_put(o); }
@@ -18,6 +22,31 @@ enum {
     DSDC_USAGE = 2,       // bad command line
     DSDC_NO_RESPONSE = 3, // no connection or no answer
 };
+
+struct dsdc_options {
+    dsd_identity who;
+    std::string socket_path = dsd_path("/tmp/dsd_server.sock");
+    int timeout_s = 120;
+    bool pretty = isatty(STDOUT_FILENO) != 0;
+    bool json = false; // stats, watch: raw JSON instead of text
+};
+
+// One exchange: DSDC_OK with *response (error_code 0), DSDC_ERROR_CODE
+// (response kept when it parsed; the meaning printed on stderr) or
+// DSDC_NO_RESPONSE.
+int dsdc_call(const dsdc_options &o, const std::string &request, dsdc_json *response);
+
+// True when the get's words name a module only (no section, no --type).
+bool dsdc_whole_module(int argc, char **argv);
+// `get MODULE`: every stored section of the module, printed as one get
+// response. The exit status as for get.
+int dsdc_get_module(const dsdc_options &o, const char *module);
+// `stats`: the statistics keyword's answer as a table (JSON with o.json).
+int dsdc_stats(const dsdc_options &o);
+// `watch`: prints each configuration change event of the named modules
+// (all when none) until SIGINT or SIGTERM; DSDC_OK then, DSDC_NO_RESPONSE
+// when the bus cannot be reached at the start.
+int dsdc_watch(const dsdc_options &o, int argc, char **argv);
 
 // Builds the request of subcommand `cmd` ("get", "set", "add", "delete",
 // "do") from its arguments argv[0..argc). Null with the reason in *error when

@@ -10,6 +10,7 @@
 #include <iostream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "client/dsd_client.h"
 #include "client/error_codes.h"
@@ -25,6 +26,8 @@ void usage(FILE *to)
           "\n"
           "commands:\n"
           "  get MODULE SECTION... [--type TYPE...]   read sections by name and/or uci type\n"
+          "  get MODULE                               the whole module: every stored section\n"
+          "                                           of its named rows and section types\n"
           "  set MODULE.SECTION.OPTION=VALUE...       change options (values are sent as text;\n"
           "                                           use the raw JSON form for lists)\n"
           "  add MODULE TYPE NAME [OPTION=VALUE...]   create section NAME (TYPE_n) of TYPE\n"
@@ -36,6 +39,9 @@ void usage(FILE *to)
           "                                           (chn%d_...) counted for the channels of\n"
           "                                           $DSD_ROOT/etc/config/basic_info, else 128\n"
           "  codes [--markdown]                       the error codes and their meanings\n"
+          "  stats [--json]                           the daemon's live figures as a table\n"
+          "  watch [MODULE...] [--json]               print configuration changes as they are\n"
+          "                                           committed, one line each, until interrupted\n"
           "\n"
           "options:\n"
           "  -s SOCKET   daemon socket (default $DSD_ROOT/tmp/dsd_server.sock)\n"
@@ -60,13 +66,6 @@ void usage(FILE *to)
           to);
 }
 
-struct dsdc_options {
-    dsd_identity who;
-    std::string socket_path = dsd_path("/tmp/dsd_server.sock");
-    int timeout_s = 120;
-    bool pretty = isatty(STDOUT_FILENO) != 0;
-};
-
 // Parses the options before the command; the index of the first other word,
 // or -1 after --help, or -2 on a bad option.
 int parse_options(int argc, char **argv, dsdc_options *o)
@@ -75,6 +74,7 @@ int parse_options(int argc, char **argv, dsdc_options *o)
         {"help", no_argument, nullptr, 'h'},
         {"pretty", no_argument, nullptr, 'P'},
         {"compact", no_argument, nullptr, 'C'},
+        {"json", no_argument, nullptr, 'J'},
         {nullptr, 0, nullptr, 0},
     };
     int opt;
@@ -88,6 +88,7 @@ int parse_options(int argc, char **argv, dsdc_options *o)
         case 't': o->timeout_s = atoi(optarg); break;
         case 'P': o->pretty = true; break;
         case 'C': o->pretty = false; break;
+        case 'J': o->json = true; break;
         case 'h': usage(stdout); return -1;
         default: return -2;
         }
@@ -99,26 +100,11 @@ int parse_options(int argc, char **argv, dsdc_options *o)
 // exit status.
 int exchange(const dsdc_options &o, const std::string &request)
 {
-    std::string error;
-    std::string text = dsd_request(o.socket_path, o.who, request, o.timeout_s * 1000, &error);
-    if (text.empty()) {
-        fprintf(stderr, "dsdc: %s (%s)\n", error.c_str(), o.socket_path.c_str());
-        return DSDC_NO_RESPONSE;
-    }
-    dsdc_json response(json_tokener_parse(text.c_str()));
-    json_object *code = nullptr;
-    if (!response || !json_object_object_get_ex(response.get(), "error_code", &code) ||
-        !json_object_is_type(code, json_type_int)) {
-        printf("%s\n", text.c_str());
-        fprintf(stderr, "dsdc: the response carries no error_code\n");
-        return DSDC_ERROR_CODE;
-    }
-    dsdc_print(response.get(), o.pretty);
-    int32_t rc = json_object_get_int(code);
-    if (rc == 0)
-        return DSDC_OK;
-    fprintf(stderr, "dsdc: error_code %d: %s\n", rc, dsd_error_meaning(rc));
-    return DSDC_ERROR_CODE;
+    dsdc_json response;
+    int rc = dsdc_call(o, request, &response);
+    if (response)
+        dsdc_print(response.get(), o.pretty);
+    return rc;
 }
 
 bool has_flag(int argc, char **argv, const char *flag)
@@ -128,6 +114,23 @@ bool has_flag(int argc, char **argv, const char *flag)
             return true;
     }
     return false;
+}
+
+// stats, watch and the whole-module get; their own --json is taken too.
+int live_command(const std::string &cmd, int argc, char **argv, dsdc_options *o)
+{
+    std::vector<char *> words;
+    for (int i = 0; i < argc; ++i) {
+        if (strcmp(argv[i], "--json") == 0)
+            o->json = true;
+        else
+            words.push_back(argv[i]);
+    }
+    if (cmd == "stats")
+        return words.empty() ? dsdc_stats(*o) : (usage(stderr), DSDC_USAGE);
+    if (cmd == "watch")
+        return dsdc_watch(*o, static_cast<int>(words.size()), words.data());
+    return dsdc_get_module(*o, words[0]);
 }
 
 // schema and codes answer from this build, without the daemon.
@@ -145,6 +148,30 @@ int local_command(const std::string &cmd, int argc, char **argv, const dsdc_opti
 }
 
 } // namespace
+
+int dsdc_call(const dsdc_options &o, const std::string &request, dsdc_json *response)
+{
+    std::string error;
+    std::string text = dsd_request(o.socket_path, o.who, request, o.timeout_s * 1000, &error);
+    if (text.empty()) {
+        fprintf(stderr, "dsdc: %s (%s)\n", error.c_str(), o.socket_path.c_str());
+        return DSDC_NO_RESPONSE;
+    }
+    response->reset(json_tokener_parse(text.c_str()));
+    json_object *code = nullptr;
+    if (!*response || !json_object_object_get_ex(response->get(), "error_code", &code) ||
+        !json_object_is_type(code, json_type_int)) {
+        response->reset();
+        printf("%s\n", text.c_str());
+        fprintf(stderr, "dsdc: the response carries no error_code\n");
+        return DSDC_ERROR_CODE;
+    }
+    int32_t rc = json_object_get_int(code);
+    if (rc == 0)
+        return DSDC_OK;
+    fprintf(stderr, "dsdc: error_code %d: %s\n", rc, dsd_error_meaning(rc));
+    return DSDC_ERROR_CODE;
+}
 
 void dsdc_print(json_object *obj, bool pretty)
 {
@@ -172,6 +199,8 @@ int main(int argc, char **argv)
         return local_command(cmd, argc - first - 1, argv + first + 1, o);
     if (cmd == "help")
         return usage(stdout), DSDC_OK;
+    if (cmd == "stats" || cmd == "watch" || (cmd == "get" && dsdc_whole_module(argc - first - 1, argv + first + 1)))
+        return live_command(cmd, argc - first - 1, argv + first + 1, &o);
     if (cmd.empty() || cmd[0] == '{' || cmd[0] == ' ')
         return exchange(o, cmd);
     std::string error;

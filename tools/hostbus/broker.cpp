@@ -12,9 +12,12 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <algorithm>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "hostbus.h"
 
@@ -26,6 +29,22 @@ struct json_put {
 using json_ptr = std::unique_ptr<json_object, json_put>;
 
 constexpr uint32_t kMaxFrame = 16u << 20;
+
+// One connection's writes, whichever thread makes them: its own answers and
+// the events other connections send to it.
+struct conn_out {
+    int fd;
+    std::mutex mu;
+};
+
+struct listener {
+    std::shared_ptr<conn_out> out;
+    std::string pattern;
+};
+
+// Who listens for which events, as ubusd keeps it.
+std::mutex g_listen_mu;
+std::vector<listener> g_listeners;
 
 } // namespace
 
@@ -122,9 +141,62 @@ static json_object *get(json_object *obj, const char *key)
     return v;
 }
 
-// Answers one request frame. 0 to go on, -1 to drop the connection.
-static int serve_frame(hb_state *st, int fd, json_object *frame)
+// ubusd's rule: a pattern ending in '*' matches by prefix, any other exactly.
+static bool pattern_matches(const std::string &pattern, const char *type)
 {
+    if (!pattern.empty() && pattern.back() == '*')
+        return strncmp(type, pattern.c_str(), pattern.size() - 1) == 0;
+    return pattern == type;
+}
+
+// Pushes {"op":"event","type","msg"} to every listener whose pattern matches.
+static void route_event(const char *type, json_object *msg)
+{
+    json_ptr ev(json_object_new_object());
+    json_object_object_add(ev.get(), "op", json_object_new_string("event"));
+    json_object_object_add(ev.get(), "type", json_object_new_string(type));
+    json_object_object_add(ev.get(), "msg", msg ? json_object_get(msg) : json_object_new_object());
+    std::vector<std::shared_ptr<conn_out>> to;
+    {
+        std::lock_guard<std::mutex> lock(g_listen_mu);
+        for (const listener &l : g_listeners) {
+            if (pattern_matches(l.pattern, type) && std::find(to.begin(), to.end(), l.out) == to.end())
+                to.push_back(l.out);
+        }
+    }
+    for (const auto &out : to) {
+        std::lock_guard<std::mutex> lock(out->mu);
+        if (out->fd >= 0)
+            write_frame(out->fd, ev.get()); // a listener gone is dropped when its thread ends
+    }
+}
+
+// listen, unlisten and send_event. The status.
+static int serve_event_op(const std::shared_ptr<conn_out> &out, const char *op, json_object *frame)
+{
+    if (!strcmp(op, "send_event")) {
+        const char *type = json_object_get_string(get(frame, "type"));
+        if (!type)
+            return 2;
+        route_event(type, get(frame, "msg"));
+        return 0;
+    }
+    const char *pattern = json_object_get_string(get(frame, "pattern"));
+    if (!pattern)
+        return 2;
+    std::lock_guard<std::mutex> lock(g_listen_mu);
+    if (!strcmp(op, "listen")) {
+        g_listeners.push_back({out, pattern});
+        return 0;
+    }
+    std::erase_if(g_listeners, [&](const listener &l) { return l.out == out && l.pattern == pattern; });
+    return 0;
+}
+
+// Answers one request frame. 0 to go on, -1 to drop the connection.
+static int serve_frame(hb_state *st, const std::shared_ptr<conn_out> &conn, json_object *frame)
+{
+    int fd = conn->fd;
     const char *op = json_object_get_string(get(frame, "op"));
     json_ptr ans(json_object_new_object());
     json_object_object_add(ans.get(), "seq", json_object_get(get(frame, "seq")));
@@ -144,21 +216,32 @@ static int serve_frame(hb_state *st, int fd, json_object *frame)
             json_object_array_add(data, json_object_new_string_len(text.data(), (int)text.size()));
         json_object_object_add(ans.get(), "status", json_object_new_int(out.status));
         json_object_object_add(ans.get(), "data", data);
+    } else if (op && (!strcmp(op, "send_event") || !strcmp(op, "listen") || !strcmp(op, "unlisten"))) {
+        json_object_object_add(ans.get(), "status", json_object_new_int(serve_event_op(conn, op, frame)));
     } else {
         json_object_object_add(ans.get(), "status", json_object_new_int(1));
     }
+    std::lock_guard<std::mutex> lock(conn->mu);
     return write_frame(fd, ans.get());
 }
 
 // Connection thread: requests are answered one at a time, in order.
 static void serve_connection(hb_state *st, int fd)
 {
+    auto conn = std::make_shared<conn_out>();
+    conn->fd = fd;
     for (;;) {
         json_ptr frame(read_frame(fd));
-        if (!frame || serve_frame(st, fd, frame.get()) != 0)
+        if (!frame || serve_frame(st, conn, frame.get()) != 0)
             break;
     }
+    {
+        std::lock_guard<std::mutex> lock(g_listen_mu);
+        std::erase_if(g_listeners, [&](const listener &l) { return l.out == conn; });
+    }
+    std::lock_guard<std::mutex> lock(conn->mu);
     close(fd);
+    conn->fd = -1; // an event routed just now must not reach a reused number
 }
 
 static int listen_on(const std::string &path)

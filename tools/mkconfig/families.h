@@ -7,3 +7,4 @@ int mkconfig_write_event(const char *confdir, int channels);
 int mkconfig_write_chm(const char *confdir, int channels);
 int mkconfig_write_network(const char *confdir, int channels);
 int mkconfig_write_system(const char *confdir, int channels);
+int mkconfig_write_video(const char *confdir, int channels);

@@ -69,7 +69,7 @@ static int write_families(const char *confdir, int channels)
         return -1;
     if (mkconfig_write_event(confdir, channels) != 0 || mkconfig_write_chm(confdir, channels) != 0 ||
         mkconfig_write_network(confdir, channels) != 0 ||
-        mkconfig_write_system(confdir, channels) != 0)
+        mkconfig_write_system(confdir, channels) != 0 || mkconfig_write_video(confdir, channels) != 0)
         return -1;
     // The trace threshold is read from system.sys.debug_mode at start-up.
     if (!mkconfig_package_exists(confdir, "system"))

@@ -1,0 +1,256 @@
+// Configuration change events, seen the way a user sees them: through
+// `dsdc watch --json` listening on the bus. Every kind of change gives
+// exactly one event with the right content, a refused or empty change none,
+// a secret's value never; events keep flowing after the bus restarts.
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "harness/bus_harness.h"
+#include "harness/dsd_harness.h"
+
+namespace {
+
+struct json_put {
+    void operator()(json_object *o) const { json_object_put(o); }
+};
+using json_ptr = std::unique_ptr<json_object, json_put>;
+
+std::string slurp(const std::string &path)
+{
+    std::ifstream in(path);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+std::string text_at(json_object *o, const char *key)
+{
+    json_object *v = nullptr;
+    return json_object_object_get_ex(o, key, &v) && json_object_is_type(v, json_type_string)
+               ? json_object_get_string(v)
+               : "<absent>";
+}
+
+// The strings of array member `key`, joined by ","; "<absent>" when missing.
+std::string list_at(json_object *o, const char *key)
+{
+    json_object *v = nullptr;
+    if (!json_object_object_get_ex(o, key, &v) || !json_object_is_type(v, json_type_array))
+        return "<absent>";
+    std::string out;
+    for (size_t i = 0; i < json_object_array_length(v); ++i)
+        out += (i ? "," : "") + std::string(json_object_get_string(json_object_array_get_idx(v, i)));
+    return out;
+}
+
+class ChangeEvents : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(d.make_config(2));
+        ASSERT_TRUE(bus.start());
+        ASSERT_TRUE(d.start()) << d.log();
+        ASSERT_TRUE(start_watch());
+    }
+    void TearDown() override
+    {
+        if (watch_pid > 0) {
+            kill(watch_pid, SIGTERM);
+            waitpid(watch_pid, nullptr, 0);
+        }
+    }
+    bool start_watch()
+    {
+        std::string cmd = "exec " + tool_command("dsdc") + " watch --json >'" + d.path("/events.out") + "' 2>'" +
+                          d.path("/watch.err") + "'";
+        watch_pid = fork();
+        if (watch_pid == 0) {
+            setenv("DSD_ROOT", d.root.c_str(), 1);
+            execl("/bin/sh", "sh", "-c", cmd.c_str(), nullptr);
+            _exit(127);
+        }
+        return watch_pid > 0 && listening(1);
+    }
+    // Waits until the watch has registered n times on the bus.
+    bool listening(int n) const
+    {
+        for (int waited = 0; waited < 10000 * harness_slowdown(); waited += 10) {
+            std::string err = slurp(d.path("/watch.err"));
+            int seen = 0;
+            for (size_t at = 0; (at = err.find("listening", at)) != std::string::npos; ++at)
+                ++seen;
+            if (seen >= n)
+                return true;
+            usleep(10 * 1000);
+        }
+        return false;
+    }
+    // Every event printed so far.
+    std::vector<json_ptr> events() const
+    {
+        std::vector<json_ptr> out;
+        std::istringstream in(slurp(d.path("/events.out")));
+        for (std::string line; std::getline(in, line);)
+            out.emplace_back(json_tokener_parse(line.c_str()));
+        return out;
+    }
+    // Waits (bounded) until n events were printed; the events then.
+    std::vector<json_ptr> wait_events(size_t n) const
+    {
+        for (int waited = 0; waited < 10000 * harness_slowdown(); waited += 10) {
+            std::vector<json_ptr> ev = events();
+            if (ev.size() >= n)
+                return ev;
+            usleep(10 * 1000);
+        }
+        return events();
+    }
+    int code(const std::string &req) const { return error_code_of(d.request(req)); }
+    dsd_harness d;
+    bus_harness bus{d.root};
+    pid_t watch_pid = -1;
+};
+
+constexpr const char *kSecret = "Very-Secret-42";
+
+TEST_F(ChangeEvents, EachCommittedChangeGivesOneEvent)
+{
+    const struct {
+        const char *request;
+        int code;
+        // The event expected, or module null for none.
+        const char *module, *method, *sections, *extra_key, *extra;
+    } cases[] = {
+        {R"({"method":"set","video":{"chn1_main":{"main_bitrate":"2000","main_frame_rate":"65550"},"chn2_main":{"main_bitrate":"1000"}}})",
+         0, "video", "set", "chn1_main,chn2_main", "options", R"({"chn1_main":["main_bitrate","main_frame_rate"],"chn2_main":["main_bitrate"]})"},
+        {R"({"method":"set","video":{"chn1_main":{"main_bitrate":"2000"}}})", 0, nullptr, nullptr, nullptr, nullptr, nullptr},
+        {R"({"method":"set","video":{"chn1_main":{"main_bitrate":"9000"}}})", -71713, nullptr, nullptr, nullptr, nullptr, nullptr},
+        {R"({"method":"add","user_management":{"table":"guest","name":"guest_7","para":{"username":"bob","passwd":"Very-Secret-42","authority":"2"}}})",
+         0, "user_management", "add", "guest_7", "types", "guest"},
+        {R"({"method":"delete","user_management":{"name":"guest_7"}})", 0, "user_management", "delete", "guest_7", nullptr, nullptr},
+        {R"({"method":"delete","user_management":{"name":"guest_7"}})", -40205, nullptr, nullptr, nullptr, nullptr, nullptr},
+        {R"({"method":"do","user_management":{"change_user_info":{"username":"admin","passwd":"wrong","new_passwd":"x"}}})",
+         -70312, nullptr, nullptr, nullptr, nullptr, nullptr},
+        {R"({"method":"do","user_management":{"change_user_info":{"username":"admin","passwd":"admin","new_passwd":"Very-Secret-42"}}})",
+         0, "user_management", "do", "", "keyword", "change_user_info"},
+    };
+    size_t expected = 0;
+    int sentinel = 0;
+    for (const auto &c : cases) {
+        ASSERT_EQ(code(c.request), c.code) << c.request << "\n" << d.log();
+        // A change answered later shows whether this one sent anything: the
+        // sender keeps their order.
+        ASSERT_EQ(code(R"({"method":"set","system":{"sys":{"dsd_trace":")" + std::string(sentinel++ % 2 ? "0" : "1") + R"("}}})"), 0);
+        expected += (c.module ? 1 : 0) + 1;
+        std::vector<json_ptr> ev = wait_events(expected);
+        ASSERT_EQ(ev.size(), expected) << c.request;
+        EXPECT_EQ(text_at(ev.back().get(), "module"), "system");
+        if (!c.module)
+            continue;
+        json_object *e = ev[expected - 2].get();
+        ASSERT_TRUE(e) << c.request;
+        EXPECT_EQ(text_at(e, "module"), c.module) << c.request;
+        EXPECT_EQ(text_at(e, "package"), c.module) << c.request;
+        EXPECT_EQ(text_at(e, "method"), c.method) << c.request;
+        EXPECT_EQ(text_at(e, "user"), "admin") << c.request;
+        EXPECT_EQ(list_at(e, "sections"), c.sections) << c.request;
+        json_object *extra = nullptr;
+        if (c.extra_key && json_object_object_get_ex(e, c.extra_key, &extra)) {
+            std::string got = json_object_is_type(extra, json_type_array) ? list_at(e, c.extra_key)
+                              : json_object_is_type(extra, json_type_string)
+                                  ? json_object_get_string(extra)
+                                  : json_object_to_json_string_ext(extra, JSON_C_TO_STRING_PLAIN);
+            EXPECT_EQ(got, c.extra) << c.request;
+        } else {
+            EXPECT_FALSE(c.extra_key) << "no " << c.extra_key << " in " << c.request;
+        }
+    }
+    // Per-package counters: video once, user_management three times.
+    std::map<std::string, int64_t> last;
+    for (const json_ptr &e : events()) {
+        json_object *n = nullptr;
+        ASSERT_TRUE(json_object_object_get_ex(e.get(), "change", &n));
+        std::string pkg = text_at(e.get(), "package");
+        EXPECT_EQ(json_object_get_int64(n), last[pkg] + 1) << pkg;
+        last[pkg] = json_object_get_int64(n);
+    }
+    EXPECT_EQ(last["video"], 1);
+    EXPECT_EQ(last["user_management"], 3);
+    EXPECT_EQ(slurp(d.path("/events.out")).find(kSecret), std::string::npos);
+}
+
+TEST_F(ChangeEvents, RestoreAnnouncesEachPackageOnce)
+{
+    std::string file = d.path("/tmp/backup.bin");
+    ASSERT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + file + "\"}}}"), 0) << d.log();
+    ASSERT_EQ(code(R"({"method":"do","system":{"upload_conf_gui":{"url":")" + file + "\"}}}"), 0) << d.log();
+    ASSERT_EQ(code(R"({"method":"set","system":{"sys":{"dsd_trace":"1"}}})"), 0);
+    std::vector<json_ptr> ev;
+    for (int waited = 0; waited < 10000 * harness_slowdown(); waited += 10) {
+        ev = events();
+        if (!ev.empty() && text_at(ev.back().get(), "method") == "set")
+            break;
+        usleep(10 * 1000);
+    }
+    ASSERT_GE(ev.size(), 2u);
+    std::map<std::string, int> packages;
+    for (size_t i = 0; i + 1 < ev.size(); ++i) {
+        EXPECT_EQ(text_at(ev[i].get(), "keyword"), "upload_conf_gui");
+        EXPECT_EQ(text_at(ev[i].get(), "module"), "system");
+        ++packages[text_at(ev[i].get(), "package")];
+    }
+    EXPECT_EQ(packages["video"], 1);
+    for (const auto &[pkg, n] : packages)
+        EXPECT_EQ(n, 1) << pkg;
+}
+
+TEST_F(ChangeEvents, EventsKeepFlowingAfterTheBusRestarts)
+{
+    ASSERT_EQ(code(R"({"method":"set","video":{"chn1_main":{"main_bitrate":"3000"}}})"), 0);
+    ASSERT_EQ(wait_events(1).size(), 1u);
+    ASSERT_GE(bus.stop(), 0);
+    ASSERT_EQ(code(R"({"method":"set","video":{"chn1_main":{"main_bitrate":"3001"}}})"), 0); // nobody hears it
+    ASSERT_TRUE(bus.start());
+    ASSERT_TRUE(listening(2)) << slurp(d.path("/watch.err"));
+    ASSERT_EQ(code(R"({"method":"set","video":{"chn1_main":{"main_bitrate":"3002"}}})"), 0);
+    std::vector<json_ptr> ev = wait_events(2);
+    ASSERT_EQ(ev.size(), 2u) << d.log();
+    json_object *n = nullptr;
+    ASSERT_TRUE(json_object_object_get_ex(ev[1].get(), "change", &n));
+    EXPECT_EQ(json_object_get_int64(n), 3); // the change the bus missed still counts
+}
+
+TEST_F(ChangeEvents, WatchFiltersModulesAndPrintsOneLineEach)
+{
+    std::string out = d.path("/video.out");
+    std::string cmd = "DSD_ROOT='" + d.root + "' timeout -s INT 3 " + tool_command("dsdc") +
+                      " watch video >'" + out + "' 2>/dev/null & sleep 1; ";
+    ASSERT_EQ(system((cmd + "true").c_str()), 0);
+    ASSERT_EQ(code(R"({"method":"set","system":{"sys":{"dsd_trace":"1"}}})"), 0);
+    ASSERT_EQ(code(R"({"method":"set","video":{"chn2_main":{"main_bitrate":"777"}}})"), 0);
+    ASSERT_EQ(wait_events(2).size(), 2u);
+    std::string text;
+    for (int waited = 0; waited < 5000 * harness_slowdown() && text.empty(); waited += 10) {
+        text = slurp(out);
+        usleep(10 * 1000);
+    }
+    EXPECT_NE(text.find(" set video/video by admin #1: chn2_main[main_bitrate]\n"), std::string::npos) << text;
+    EXPECT_EQ(text.find("system"), std::string::npos) << text;
+    // Without a bus it cannot listen at all.
+    ASSERT_GE(bus.stop(), 0);
+    std::string none = "DSD_ROOT='" + d.root + "' " + tool_command("dsdc") + " watch 2>/dev/null";
+    int st = system(none.c_str());
+    EXPECT_EQ(WIFEXITED(st) ? WEXITSTATUS(st) : -1, 3);
+}
+
+} // namespace

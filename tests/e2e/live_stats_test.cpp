@@ -1,0 +1,186 @@
+// The statistics keyword and the commands that look at a running daemon:
+// counts move exactly with a known sequence of requests (a refused queue
+// slot and a deadline cut included), `dsdc stats` prints them, and
+// `dsdc get MODULE` reads a whole module of the sample root.
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "harness/bus_harness.h"
+#include "harness/dsd_harness.h"
+
+namespace {
+
+struct json_put {
+    void operator()(json_object *o) const { json_object_put(o); }
+};
+using json_ptr = std::unique_ptr<json_object, json_put>;
+
+// The integer at a path of member names; -1 when any step is missing or not
+// an integer (counts are never negative).
+int64_t int_at(json_object *o, std::initializer_list<const char *> path)
+{
+    for (const char *key : path) {
+        if (!json_object_object_get_ex(o, key, &o))
+            return -1;
+    }
+    return json_object_is_type(o, json_type_int) ? json_object_get_int64(o) : -1;
+}
+
+struct run_result {
+    int status = -1;
+    std::string out;
+};
+
+class LiveStats : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(d.make_config(2));
+        ASSERT_TRUE(bus.start());
+        ASSERT_TRUE(d.start()) << d.log();
+        // The harness's start-up probe (no method) is counted first: it is
+        // counted just after its answer, so wait for the count itself.
+        for (int waited = 0; waited < 5000 * harness_slowdown(); waited += 10) {
+            json_ptr s = stats();
+            if (s && int_at(s.get(), {"requests", "by_method", "none"}) == 1)
+                return;
+            usleep(10 * 1000);
+        }
+        FAIL() << "the start-up probe was never counted";
+    }
+    json_ptr stats() const
+    {
+        json_ptr res(json_tokener_parse(d.request(R"({"method":"do","statistics":{"get_stats":{}}})").c_str()));
+        json_object *s = nullptr;
+        if (!res || !json_object_object_get_ex(res.get(), "statistics", &s))
+            return nullptr;
+        return json_ptr(json_object_get(s));
+    }
+    run_result dsdc(const std::string &words) const
+    {
+        std::string cmd = "DSD_ROOT='" + d.root + "' " + tool_command("dsdc") + " " + words + " 2>/dev/null";
+        run_result r;
+        FILE *p = popen(cmd.c_str(), "r");
+        if (!p)
+            return r;
+        char buf[4096];
+        for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;)
+            r.out.append(buf, n);
+        int st = pclose(p);
+        r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+        return r;
+    }
+    dsd_harness d;
+    bus_harness bus{d.root};
+};
+
+TEST_F(LiveStats, CountsFollowAKnownSequenceExactly)
+{
+    json_ptr before = stats();
+    ASSERT_TRUE(before);
+    const struct {
+        const char *request;
+        int code;
+    } sequence[] = {
+        {R"({"method":"get","video":{"name":"chn1_main"}})", 0},
+        {R"({"method":"get","video":{"name":"chn2_minor"}})", 0},
+        {R"({"method":"get","no_such_module":{"name":"x"}})", -40106},
+        {R"({"method":"set","video":{"chn1_main":{"main_bitrate":"2000"}}})", 0},
+        {R"({"method":"set","video":{"chn1_main":{"main_bitrate":"9000"}}})", -71713},
+    };
+    for (const auto &step : sequence)
+        ASSERT_EQ(error_code_of(d.request(step.request)), step.code) << step.request;
+    json_ptr after = stats();
+    ASSERT_TRUE(after);
+    auto delta = [&](std::initializer_list<const char *> path) {
+        return int_at(after.get(), path) - std::max<int64_t>(0, int_at(before.get(), path));
+    };
+    EXPECT_EQ(delta({"requests", "total"}), 6); // the sequence and the first stats read
+    EXPECT_EQ(delta({"requests", "by_method", "get"}), 3);
+    EXPECT_EQ(delta({"requests", "by_method", "set"}), 2);
+    EXPECT_EQ(delta({"requests", "by_method", "do"}), 1);
+    EXPECT_EQ(int_at(after.get(), {"requests", "by_method", "none"}), 1);
+    EXPECT_EQ(delta({"requests", "by_code", "0"}), 4);
+    EXPECT_EQ(delta({"requests", "by_code", "-40106"}), 1);
+    EXPECT_EQ(delta({"requests", "by_code", "-71713"}), 1);
+    EXPECT_EQ(int_at(after.get(), {"latency_us", "set", "count"}), 2);
+    EXPECT_GT(int_at(after.get(), {"latency_us", "set", "p99"}), 0);
+    EXPECT_GE(int_at(after.get(), {"latency_us", "set", "p99"}), int_at(after.get(), {"latency_us", "set", "p50"}));
+    EXPECT_GT(int_at(after.get(), {"resident_bytes"}), 0);
+    EXPECT_GE(int_at(after.get(), {"uptime_s"}), 0);
+}
+
+TEST_F(LiveStats, RefusedQueueSlotAndDeadlineCutAreCounted)
+{
+    // Six silent clients hold the workers, ten fill the queue, one is refused.
+    const int started = d.wait_log("##dsd_parse thread_id", 1, 0);
+    const int answered = d.wait_log("##Time cost", 1, 0);
+    std::vector<int> held;
+    for (int i = 0; i < 6; i++)
+        held.push_back(dsd_connect(d.socket_path()));
+    ASSERT_EQ(d.wait_log("##dsd_parse thread_id", started + 6), started + 6) << d.log();
+    for (int i = 0; i < 10; i++)
+        held.push_back(dsd_connect(d.socket_path()));
+    int extra = dsd_connect(d.socket_path());
+    uint32_t type = 0;
+    std::string response;
+    ASSERT_TRUE(dsd_read_record(extra, &type, &response, 10000 * harness_slowdown()));
+    EXPECT_EQ(error_code_of(response), -40109);
+    close(extra);
+    // Kept silent, every held connection is cut by its read deadline.
+    ASSERT_GE(d.wait_log("##Time cost", answered + 16, 20000), answered + 16) << d.log();
+    for (int fd : held)
+        close(fd);
+    json_ptr s = stats();
+    ASSERT_TRUE(s);
+    EXPECT_EQ(int_at(s.get(), {"connections", "queue_refused"}), 1);
+    EXPECT_EQ(int_at(s.get(), {"connections", "deadline_cut"}), 16);
+}
+
+TEST_F(LiveStats, DsdcStatsPrintsTableOrJson)
+{
+    run_result table = dsdc("stats");
+    EXPECT_EQ(table.status, 0);
+    for (const char *row : {"uptime", "requests", "latency", "cache", "flush", "bus", "events"})
+        EXPECT_NE(table.out.find(row), std::string::npos) << row << "\n" << table.out;
+    run_result raw = dsdc("stats --json");
+    ASSERT_EQ(raw.status, 0);
+    json_ptr s(json_tokener_parse(raw.out.c_str()));
+    ASSERT_TRUE(s) << raw.out;
+    EXPECT_GE(int_at(s.get(), {"requests", "by_method", "do"}), 1);
+    d.stop();
+    EXPECT_EQ(dsdc("stats").status, 3);
+}
+
+TEST_F(LiveStats, GetModuleReadsEveryStoredSection)
+{
+    run_result r = dsdc("--compact get video");
+    ASSERT_EQ(r.status, 0);
+    json_ptr res(json_tokener_parse(r.out.c_str()));
+    json_object *video = nullptr;
+    ASSERT_TRUE(res && json_object_object_get_ex(res.get(), "video", &video)) << r.out;
+    EXPECT_EQ(json_object_object_length(video), 8); // four streams rows of two channels
+    // The sample root's streams are configured within their rows' limits.
+    for (const char *sec : {"chn1_main", "chn2_main"}) {
+        json_object *s = nullptr, *v = nullptr;
+        ASSERT_TRUE(json_object_object_get_ex(video, sec, &s)) << sec;
+        ASSERT_TRUE(json_object_object_get_ex(s, "main_bitrate", &v)) << sec;
+        int bitrate = atoi(json_object_get_string(v));
+        EXPECT_TRUE(bitrate >= 32 && bitrate <= 8192) << bitrate;
+        ASSERT_TRUE(json_object_object_get_ex(s, "main_frame_rate", &v)) << sec;
+        int rate = atoi(json_object_get_string(v));
+        EXPECT_TRUE(rate >= 65537 && rate <= 65561) << rate;
+        ASSERT_TRUE(json_object_object_get_ex(s, "resolution", &v)) << sec;
+        EXPECT_STRNE(json_object_get_string(v), "");
+    }
+    EXPECT_EQ(dsdc("get no_such_module").status, 2);
+}
+
+} // namespace
