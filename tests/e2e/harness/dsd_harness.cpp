@@ -340,9 +340,9 @@ std::string dsd_harness::uci_get(const std::string &pkg, const std::string &sec,
         return "";
     uci_set_confdir(ctx.get(), path("/etc/config").c_str());
     uci_set_savedir(ctx.get(), path(committed ? "/no-change-log" : "/tmp/.uci").c_str());
-    std::string spec = pkg + "." + sec + (opt.empty() ? "" : "." + opt);
+    std::string tuple = pkg + "." + sec + (opt.empty() ? "" : "." + opt);
     uci_ptr ptr{};
-    if (uci_lookup_ptr(ctx.get(), &ptr, spec.data(), false) != UCI_OK || !(ptr.flags & uci_ptr::UCI_LOOKUP_COMPLETE))
+    if (uci_lookup_ptr(ctx.get(), &ptr, tuple.data(), false) != UCI_OK || !(ptr.flags & uci_ptr::UCI_LOOKUP_COMPLETE))
         return "";
     if (opt.empty())
         return ptr.s ? ptr.s->type : "";
