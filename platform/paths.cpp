@@ -4,13 +4,15 @@
 
 const std::string &dsd_root(void)
 {
-    static const std::string root = [] {
+    // Never destroyed: detached threads (the event sender) may still resolve
+    // paths while exit handlers run.
+    static const std::string &root = *new std::string([] {
         const char *env = getenv("DSD_ROOT");
         std::string r = env ? env : "";
         while (r.size() > 1 && r.back() == '/')
             r.pop_back();
         return r;
-    }();
+    }());
     return root;
 }
 
