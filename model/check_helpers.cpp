@@ -240,21 +240,6 @@ int region_is_valid(uint32_t x, uint32_t y, uint32_t w, uint32_t h)
     return 1;
 }
 
-// Thread start routine for fire-and-forget commands: the thread detaches
-// itself, runs the heap-allocated `command` with system() and frees it.
-void *run_shell_detached(void *command)
-{
-    pthread_detach(pthread_self());
-    if (!command)
-        return nullptr;
-    char *cmd = static_cast<char *>(command);
-    int rc = system(cmd);
-    if (rc != 0)
-        DS_INFO("Command exited with %d.", rc);
-    free(cmd);
-    return nullptr;
-}
-
 // obj[a][b][c], borrowed; null when any step is missing.
 json_object *jso_get_path3(json_object *obj, const char *a, const char *b, const char *c)
 {

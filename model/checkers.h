@@ -38,8 +38,6 @@ int32_t ipv4_check_host(const char *text);
 uint32_t ipv4_to_uint(const char *text);
 int domain_is_valid(const char *text);
 int region_is_valid(uint32_t x, uint32_t y, uint32_t w, uint32_t h);
-// Thread start routine: detaches, runs `command` (heap) with system(), frees it.
-void *run_shell_detached(void *command);
 json_object *jso_get_path3(json_object *obj, const char *a, const char *b, const char *c);
 const char *jso_get_path3_string(json_object *obj, const char *a, const char *b, const char *c);
 void touch_file(const char *path);

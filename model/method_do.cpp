@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "model/methods.h"
 #include "model/model_raii.h"
 #include "model/registry.h"
@@ -175,15 +175,14 @@ static json_object *forward_answer(json_object *reply, bool *answered)
     return content.release();
 }
 
-// Serialises msg into the context's buffer. 0 or -1.
-static int forward_serialise(ds_context *ctx, json_object *msg)
+// The text of msg (owned by msg), or null when it would not fit the
+// request's receive buffer: a pass-through is bounded like a request.
+static const char *forward_text(const ds_context *ctx, json_object *msg)
 {
     const char *text = msg ? jso_to_string(msg) : nullptr;
     if (!text || !ctx->buf || strlen(text) + 1 > ctx->buf_size)
-        return -1;
-    context_note_buf_used(ctx, strlen(text) + 1);
-    memcpy(ctx->buf, text, strlen(text) + 1);
-    return 0;
+        return nullptr;
+    return text;
 }
 
 // Calls the pass-through and fills the response. 0, or -1 with ctx->error_code.
@@ -195,13 +194,13 @@ static int forward_call(ds_context *ctx, int32_t channel, json_object *content)
         return -1;
     }
     jso_ptr msg(forward_message(channel, content));
-    if (forward_serialise(ctx, msg.get()) != 0) {
+    const char *text = forward_text(ctx, msg.get());
+    if (!text) {
         DS_ERR("jso_to_string error.");
         ctx->error_code = -70102;
         return -1;
     }
-    ubus_req req = {.object = "chm_slp", .method = "chm_slp_passthrough",
-                    .message = reinterpret_cast<const char *>(ctx->buf), .timeout = 0};
+    ubus_req req = {.object = "chm_slp", .method = "chm_slp_passthrough", .message = text, .timeout = 0};
     json_object *raw = nullptr;
     int rc = ubus_call(conn.get(), &req, &raw);
     jso_ptr reply(raw);

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "model/methods.h"
 #include "model/model_raii.h"
 #include "model/registry.h"

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "model/checkers.h"
+#include "platform/shell.h"
 #include "platform/trace.h"
 #include "platform/ubus_client.h"
 

@@ -13,6 +13,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/shell.h"
+
 namespace {
 
 TEST(StrToInt, SignDigitsWrapAndFailures)

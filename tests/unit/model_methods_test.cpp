@@ -111,7 +111,8 @@ struct Methods : testing::Test {
         // A fresh uci context per request, as the context pool provides.
         uci_free_context(ctx.uci_ctx);
         ctx.uci_ctx = dsd_uci_alloc();
-        return method == DS_METHOD_GET ? ds_handle_method_get(&ctx) : ds_handle_method_set(&ctx);
+        ctx.error_code = ds_serve(&ctx);
+        return ctx.error_code == 0 ? 0 : -1;
     }
     // The response as a client parses it (sections served from the read
     // cache are pre-serialised text), printed compactly.
@@ -210,7 +211,7 @@ TEST_F(Methods, DroppedOnlyChangeStillSavesAndNotifies)
     json_object_put(ctx.req_obj);
     ctx.req_obj = json_tokener_parse(R"({"fixture":{"chn1_cam":{"enabled":"on"}}})");
     ctx.method = DS_METHOD_SET;
-    ASSERT_EQ(ds_handle_method_set_without_srvcb(&ctx), 0);
+    ASSERT_EQ(ds_set_without_srvcb(&ctx), 0);
     EXPECT_EQ(stored("fixture", "chn1_cam", "enabled"), "on");
     EXPECT_EQ(before_calls, 2);
     EXPECT_EQ(srv_calls, 1);
@@ -293,7 +294,7 @@ TEST_F(Methods, AddChecksNameRoomAndOptions)
 
 TEST_F(Methods, UnsupportedMethodCode)
 {
-    EXPECT_EQ(run(DS_METHOD_DO, R"({"fixture":{"chn1_cam":{"enabled":"on"}}})"), -1);
+    EXPECT_EQ(run(DS_METHOD_FORWARD + 1, R"({"fixture":{"chn1_cam":{"enabled":"on"}}})"), -1);
     EXPECT_EQ(ctx.error_code, -40105);
 }
 

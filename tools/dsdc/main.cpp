@@ -12,7 +12,7 @@
 #include <string>
 
 #include "client/dsd_client.h"
-#include "client/error_codes.h"
+#include "platform/error_codes.h"
 #include "platform/paths.h"
 #include "tools/dsdc/dsdc.h"
 
