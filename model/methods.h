@@ -18,7 +18,6 @@ int32_t ds_delete(ds_context *ctx);
 // the running services themselves.
 int32_t ds_set_without_srvcb(ds_context *ctx);
 
-// get, do and forward: 0, or -1 with ctx->error_code set.
-int ds_handle_method_get(ds_context *ctx);
-int ds_handle_method_do(ds_context *ctx);
-int ds_handle_method_forward(ds_context *ctx);
+int32_t ds_get(ds_context *ctx);
+int32_t ds_do(ds_context *ctx);
+int32_t ds_forward(ds_context *ctx);

@@ -11,24 +11,15 @@ namespace {
 
 using method_fn = int32_t (*)(ds_context *ctx);
 
-// get, do and forward leave their code in the context (forward also when
-// it answers 0: a channel that gave no usable answer).
-template <int (*H)(ds_context *)>
-int32_t code_of(ds_context *ctx)
-{
-    H(ctx);
-    return ctx->error_code;
-}
-
 // Indexed by method code (ds_method).
 const method_fn ds_method_fns[] = {
     nullptr,
-    code_of<ds_handle_method_get>,
+    ds_get,
     ds_add,
     ds_delete,
     ds_set,
-    code_of<ds_handle_method_do>,
-    code_of<ds_handle_method_forward>,
+    ds_do,
+    ds_forward,
 };
 
 } // namespace
