@@ -405,45 +405,106 @@ json_object *single_section(uci_section *s)
     return obj;
 }
 
-// Every reader below answers from one view of the package.
-static uci_snapshot_ref view_or_trace(uci_context *ctx, const char *package)
+// The readers below answer from the cached snapshot when `ctx` is on the
+// daemon's store and the cache serves; otherwise from the package as `ctx`
+// loads it (parsed once per request into the request's own context, as
+// every read was before the cache), so DSD_UCI_CACHE=0 costs one parse per
+// request, not one per read.
+static uci_snapshot_ref cached_view(uci_context *ctx, const char *package)
 {
-    uci_snapshot_ref v = store_view(ctx, package);
-    if (!v)
+    uci_store_dirs mine = uci_store_default();
+    if (mine.conf != ctx->confdir || mine.save != ctx->savedir)
+        return nullptr;
+    return uci_cache_open(package);
+}
+
+// The package as `ctx` holds it; null with the trace when it cannot load.
+static uci_package *context_package(uci_context *ctx, const char *package)
+{
+    uci_ptr ptr;
+    if (lookup(ctx, &ptr, package, nullptr, nullptr, nullptr) != UCI_OK || !complete(ptr) || !ptr.p) {
         DS_ERR("uci cannot found.\n");
-    return v;
+        return nullptr;
+    }
+    return ptr.p;
+}
+
+// The section of `ctx`'s copy, or null (traced unless `quiet`).
+static uci_section *context_section(uci_context *ctx, const char *package, const char *section,
+                                    bool quiet)
+{
+    uci_ptr ptr;
+    if (lookup(ctx, &ptr, package, section, nullptr, nullptr) != UCI_OK || !complete(ptr) || !ptr.s) {
+        if (!quiet)
+            DS_ERR("uci cannot found.\n");
+        return nullptr;
+    }
+    return ptr.s;
 }
 
 json_object *get_uci_section(uci_context *ctx, const char *package, const char *section)
 {
     if (!ctx || !package || !section)
         return nullptr;
-    uci_snapshot_ref v = view_or_trace(ctx, package);
-    return v ? uci_snapshot_section(*v, section) : nullptr;
+    if (uci_snapshot_ref v = cached_view(ctx, package))
+        return uci_snapshot_section(*v, section);
+    return single_section(context_section(ctx, package, section, false));
 }
 
 json_object *get_uci_section_type(uci_context *ctx, const char *package, const char *type)
 {
     if (!ctx || !package || !type)
         return nullptr;
-    uci_snapshot_ref v = view_or_trace(ctx, package);
-    return v ? uci_snapshot_section_type(*v, type) : nullptr;
+    if (uci_snapshot_ref v = cached_view(ctx, package))
+        return uci_snapshot_section_type(*v, type);
+    uci_package *p = context_package(ctx, package);
+    if (!p)
+        return nullptr;
+    json_object *arr = json_object_new_array();
+    uci_element *e;
+    uci_foreach_element(&p->sections, e) {
+        if (strcmp(uci_to_section(e)->type, type) != 0)
+            continue;
+        json_object *item = json_object_new_object();
+        json_object_object_add(item, e->name, single_section(uci_to_section(e)));
+        json_object_array_add(arr, item);
+    }
+    return arr;
 }
 
 json_object *get_uci_package(uci_context *ctx, const char *package)
 {
     if (!ctx || !package)
         return nullptr;
-    uci_snapshot_ref v = view_or_trace(ctx, package);
-    return v ? store_view_package(*v) : nullptr;
+    if (uci_snapshot_ref v = cached_view(ctx, package))
+        return store_view_package(*v);
+    uci_package *p = context_package(ctx, package);
+    if (!p)
+        return nullptr;
+    json_object *obj = json_object_new_object();
+    uci_element *e;
+    uci_foreach_element(&p->sections, e) {
+        json_object_object_add(obj, e->name, single_section(uci_to_section(e)));
+    }
+    return obj;
 }
 
 json_object *get_sec_names_by_type(uci_context *ctx, const char *package, const char *type)
 {
     if (!ctx || !package || !type)
         return nullptr;
-    uci_snapshot_ref v = store_view(ctx, package);
-    return v ? store_view_type_names(*v, type) : nullptr;
+    if (uci_snapshot_ref v = cached_view(ctx, package))
+        return store_view_type_names(*v, type);
+    uci_package *p = context_package(ctx, package);
+    if (!p)
+        return nullptr;
+    json_object *arr = json_object_new_array();
+    uci_element *e;
+    uci_foreach_element(&p->sections, e) {
+        if (!strcmp(uci_to_section(e)->type, type))
+            json_object_array_add(arr, json_object_new_string(e->name));
+    }
+    return arr;
 }
 
 json_object *get_uci_option(uci_context *ctx, const char *package, const char *section,
@@ -467,8 +528,9 @@ int section_exist(uci_context *ctx, const char *package, const char *section)
 {
     if (!ctx || !package || !section)
         return 0;
-    uci_snapshot_ref v = store_view(ctx, package);
-    return v && store_view_has(*v, section) ? 1 : 0;
+    if (uci_snapshot_ref v = cached_view(ctx, package))
+        return store_view_has(*v, section) ? 1 : 0;
+    return context_section(ctx, package, section, true) ? 1 : 0;
 }
 
 int get_sec_type_num(uci_context *ctx, const char *package, const char *type)
@@ -515,8 +577,16 @@ bool get_opt_text(uci_context *ctx, const char *package, const char *section, co
 {
     if (!ctx || !package || !section || !option || !out)
         return false;
-    uci_snapshot_ref v = store_view(ctx, package);
-    const char *text = v ? store_view_option(*v, section, option) : nullptr;
+    const char *text = nullptr;
+    uci_snapshot_ref v = cached_view(ctx, package);
+    if (v) {
+        text = store_view_option(*v, section, option);
+    } else {
+        uci_ptr ptr;
+        if (lookup(ctx, &ptr, package, section, option, nullptr) == UCI_OK && complete(ptr) && ptr.o &&
+            ptr.o->type == UCI_TYPE_STRING)
+            text = ptr.o->v.string;
+    }
     if (text)
         *out = text;
     return text != nullptr;

@@ -232,7 +232,7 @@ struct uci_ctx_free {
 // Loads the package as any reader would (file, then change log) in a
 // private context on `ctx_dirs` (the daemon's store when null) and copies
 // it out.
-uci_snapshot_ref load_snapshot(const uci_store_dirs *ctx_dirs, const char *package)
+uci_snapshot_ref load_snapshot(const uci_store_dirs *ctx_dirs, const char *package, bool texts)
 {
     std::unique_ptr<uci_context, uci_ctx_free> ctx(
         ctx_dirs ? dsd_uci_alloc_at(ctx_dirs->conf.c_str(), ctx_dirs->save.c_str()) : dsd_uci_alloc());
@@ -245,7 +245,8 @@ uci_snapshot_ref load_snapshot(const uci_store_dirs *ctx_dirs, const char *packa
         put_section(snap.get(), uci_to_section(e));
     }
     index_sections(snap.get());
-    store_section_texts(snap.get());
+    if (texts)
+        store_section_texts(snap.get());
     return snap;
 }
 
@@ -421,7 +422,7 @@ uci_snapshot_ref open_snapshot(const char *package, bool fill)
     // from its next version: serve this read, but do not keep it.
     before = stat_package(package);
     bool keepable = !package_fresh(before) || own_write(package, before);
-    uci_snapshot_ref snap = load_snapshot(nullptr, package);
+    uci_snapshot_ref snap = load_snapshot(nullptr, package, true);
     if (snap && keepable && same_package(before, stat_package(package)))
         keep_snapshot(package, snap, before, gen);
     return snap;
@@ -617,6 +618,8 @@ json_object *uci_snapshot_section(const uci_snapshot &snap, const char *section)
 
 json_object *uci_snapshot_section_text(const uci_snapshot &snap, const char *section)
 {
+    if (snap.json_end.empty()) // a private read, never kept: no stored texts
+        return uci_snapshot_section(snap, section);
     uci_section_text found{};
     if (!section || !uci_snapshot_find_text(snap, name_key_of(section), &found)) {
         DS_TRACE_AS("get_uci_section", TRACE_ERROR, "uci cannot found.\n");
@@ -628,7 +631,7 @@ json_object *uci_snapshot_section_text(const uci_snapshot &snap, const char *sec
 bool uci_snapshot_find_text(const uci_snapshot &snap, const name_key &section, uci_section_text *out)
 {
     uint32_t i = 0;
-    if (!name_index_find_key(snap.by_name, section, &i))
+    if (snap.json_end.empty() || !name_index_find_key(snap.by_name, section, &i))
         return false;
     uint32_t begin = i ? snap.json_end[i - 1] : 0;
     *out = {i, snap.json.data() + begin, snap.json_end[i] - begin};
@@ -664,7 +667,7 @@ uci_snapshot_ref uci_snapshot_load_at(const uci_store_dirs &dirs, const char *pa
     // read that cannot hold it reads all the same, as a get may.
     pkg_lock_scope scope;
     hold_for_read(package);
-    return load_snapshot(&dirs, package);
+    return load_snapshot(&dirs, package, false);
 }
 
 uci_snapshot_ref store_view(uci_context *ctx, const char *package)
