@@ -182,12 +182,3 @@ void context_note_buf_used(ds_context *ctx, size_t n)
         ctx->buf_used = static_cast<uint32_t>(std::min<size_t>(n, UINT32_MAX));
 }
 
-void context_set_busy(ds_context *ctx, int busy)
-{
-    if (!ctx)
-        return;
-    pthread_mutex_lock(&ctx->lock);
-    ctx->busy = busy ? 1 : 0;
-    pthread_mutex_unlock(&ctx->lock);
-}
-

@@ -32,6 +32,3 @@ int context_free_count(void);
 // Notes that bytes [0, n) of ctx->buf may now hold request data; whoever
 // writes into the buffer calls it first. Owning worker thread.
 void context_note_buf_used(ds_context *ctx, size_t n);
-
-// busy helpers for asynchronous work started by a module callback.
-void context_set_busy(ds_context *ctx, int busy);

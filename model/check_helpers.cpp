@@ -52,18 +52,6 @@ int str_to_int(const char *text, int32_t *out)
     return 0;
 }
 
-// The 64-bit form of str_to_int.
-int str_to_int64(const char *text, int64_t *out)
-{
-    if (!text || !out)
-        return -1;
-    uint64_t v = 0;
-    if (parse_wrapping(text, &v) != 0)
-        return -1;
-    *out = static_cast<int64_t>(v);
-    return 0;
-}
-
 // strtod over the whole text; -1 unless every byte was consumed.
 int str_to_double(const char *text, double *out)
 {
@@ -104,18 +92,6 @@ int strlen_in_range(const char *text, uint32_t min, uint32_t max)
         return 0;
     size_t len = strlen(text);
     return len >= min && len <= max;
-}
-
-// Lower-cases ASCII letters in place; -1 for null.
-int str_to_lower(char *text)
-{
-    if (!text)
-        return -1;
-    for (; *text; ++text) {
-        if (*text >= 'A' && *text <= 'Z')
-            *text = static_cast<char>(*text - 'A' + 'a');
-    }
-    return 0;
 }
 
 // 0 when the first n bytes (up to the NUL) hold ';' or '|', the separators
@@ -198,48 +174,6 @@ uint32_t ipv4_to_uint(const char *text)
     return result;
 }
 
-// 1 for a host or domain name: letters, digits, '_', '.', '-', at most 254
-// bytes, labels of 1..63 bytes, no empty label, no leading or trailing dot.
-int domain_is_valid(const char *text)
-{
-    if (!text)
-        return 0;
-    size_t len = strlen(text);
-    if (len > 255)
-        return 0;
-    char head[255], rest[255];
-    if (sscanf(text, "%254[A-Za-z0-9_.-]%254s", head, rest) != 1)
-        return 0;
-    // "%s" skips white space, so trailing blanks or a newline would pass the
-    // scan above: the allowed bytes must make up the whole text.
-    if (strlen(head) != len)
-        return 0;
-    size_t pos = 0;
-    while (pos < len) {
-        if (sscanf(text + pos, "%254[^.]%254s", head, rest) < 1)
-            return 0;
-        size_t label = strlen(head);
-        if (label < 1 || label > 63)
-            return 0;
-        size_t next = pos + label + 1;
-        if (next == len)
-            return 0;
-        pos = next;
-    }
-    return 1;
-}
-
-// 1 when the rectangle lies inside the 10000 x 10000 picture grid.
-int region_is_valid(uint32_t x, uint32_t y, uint32_t w, uint32_t h)
-{
-    const uint32_t grid = 10000;
-    if (x > grid || y > grid || w > grid || h > grid)
-        return 0;
-    if (x + w > grid || y + h > grid)
-        return 0;
-    return 1;
-}
-
 // obj[a][b][c], borrowed; null when any step is missing.
 json_object *jso_get_path3(json_object *obj, const char *a, const char *b, const char *c)
 {
@@ -258,44 +192,4 @@ const char *jso_get_path3_string(json_object *obj, const char *a, const char *b,
     json_object *v = jso_obj_get(obj, a);
     v = v ? jso_obj_get(v, b) : nullptr;
     return v ? jso_obj_get_string_origin(v, c) : nullptr;
-}
-
-// Sets the file's times to now, creating it (mode 0666) when it is missing.
-// A link at the name is neither followed nor touched.
-void touch_file(const char *path)
-{
-    if (!path)
-        return;
-    int fd = open(path, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666);
-    if (fd < 0)
-        return;
-    futimens(fd, nullptr);
-    close(fd);
-}
-
-// 1 when path names a regular file.
-int is_regular_file(const char *path)
-{
-    struct stat st;
-    if (!path || stat(path, &st) != 0)
-        return 0;
-    return S_ISREG(st.st_mode) ? 1 : 0;
-}
-
-// 1 when path names a directory.
-int is_directory(const char *path)
-{
-    struct stat st;
-    if (!path || stat(path, &st) != 0)
-        return 0;
-    return S_ISDIR(st.st_mode) ? 1 : 0;
-}
-
-// The file's size in bytes, -1 when it cannot be stat'ed.
-int32_t get_file_size(const char *path)
-{
-    struct stat st;
-    if (!path || stat(path, &st) != 0)
-        return -1;
-    return static_cast<int32_t>(st.st_size);
 }

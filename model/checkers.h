@@ -27,20 +27,12 @@ int32_t check_any_type(ds_context *, json_object *, json_object *, const void *,
 int32_t check_readonly_type(ds_context *, json_object *, json_object *, const void *, int32_t);
 
 int str_to_int(const char *text, int32_t *out);
-int str_to_int64(const char *text, int64_t *out);
 int str_to_double(const char *text, double *out);
 int str_in_list(const char *text, const char *const *list);
 int int_in_range(int32_t v, int32_t min, int32_t max);
 int strlen_in_range(const char *text, uint32_t min, uint32_t max);
-int str_to_lower(char *text);
 int is_valid_string(const char *text, size_t n);
 int32_t ipv4_check_host(const char *text);
 uint32_t ipv4_to_uint(const char *text);
-int domain_is_valid(const char *text);
-int region_is_valid(uint32_t x, uint32_t y, uint32_t w, uint32_t h);
 json_object *jso_get_path3(json_object *obj, const char *a, const char *b, const char *c);
 const char *jso_get_path3_string(json_object *obj, const char *a, const char *b, const char *c);
-void touch_file(const char *path);
-int is_regular_file(const char *path);
-int is_directory(const char *path);
-int32_t get_file_size(const char *path);

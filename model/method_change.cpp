@@ -383,7 +383,7 @@ bool usable(const ds_context *ctx)
 // delete): before-save callbacks, staging by `stage`, commit; then, with
 // the packages released, the service callbacks.
 template <typename Stage>
-int32_t finish_change(ds_context *ctx, ds_plan *plan, change_txn *open, bool with_srvcb, Stage stage)
+int32_t finish_change(ds_context *ctx, ds_plan *plan, change_txn *open, Stage stage)
 {
     if (int32_t rc = run_callbacks(ctx, plan, CB_BEFORE_SAVE)) {
         DS_ERR("Run do_beforesavecb failed.");
@@ -402,16 +402,20 @@ int32_t finish_change(ds_context *ctx, ds_plan *plan, change_txn *open, bool wit
         return rc;
     }
     open->end();
-    if (with_srvcb) {
-        if (int32_t rc = run_callbacks(ctx, plan, CB_SERVICE)) {
-            DS_ERR("Run do_srvcb failed.");
-            return rc;
-        }
+    if (int32_t rc = run_callbacks(ctx, plan, CB_SERVICE)) {
+        DS_ERR("Run do_srvcb failed.");
+        return rc;
     }
     return DS_OK;
 }
 
-int32_t set_with(ds_context *ctx, bool with_srvcb)
+} // namespace
+
+// set: {module: {section: {option: value}}}. The request is cut down in
+// place to the options that differ from uci, so callbacks see only those;
+// nothing changed answers 0 ("Data unchanged."). 0 or the failing step's
+// code. Worker thread of `ctx`.
+int32_t ds_set(ds_context *ctx)
 {
     if (!usable(ctx))
         return DS_ERR_REQUEST;
@@ -450,28 +454,10 @@ int32_t set_with(ds_context *ctx, bool with_srvcb)
             }
         }
     }
-    return finish_change(ctx, &plan, &open, with_srvcb,
+    return finish_change(ctx, &plan, &open,
                          [](store_txn *txn, const plan_module &pm, const plan_section &ps) {
                              return set_uci_section(txn, pm.mod->package, ps.name, ps.params);
                          });
-}
-
-} // namespace
-
-// set: {module: {section: {option: value}}}. The request is cut down in
-// place to the options that differ from uci, so callbacks see only those;
-// nothing changed answers 0 ("Data unchanged."). 0 or the failing step's
-// code. Worker thread of `ctx`.
-int32_t ds_set(ds_context *ctx)
-{
-    return set_with(ctx, true);
-}
-
-// The same without the service callbacks, for callers that apply the
-// change to the running services themselves. Worker thread of `ctx`.
-int32_t ds_set_without_srvcb(ds_context *ctx)
-{
-    return set_with(ctx, false);
 }
 
 // add: {module: {"table": type, "name": new section, "para": options}}, one
@@ -510,7 +496,7 @@ int32_t ds_add(ds_context *ctx)
             return rc;
         }
     }
-    return finish_change(ctx, &plan, &open, true,
+    return finish_change(ctx, &plan, &open,
                          [](store_txn *txn, const plan_module &pm, const plan_section &ps) {
                              return add_new_section(txn, pm.mod->package, ps.type, ps.name) != 0 ||
                                             set_uci_section(txn, pm.mod->package, ps.name, ps.params) != 0
@@ -546,7 +532,7 @@ int32_t ds_delete(ds_context *ctx)
             }
         }
     }
-    return finish_change(ctx, &plan, &open, true,
+    return finish_change(ctx, &plan, &open,
                          [](store_txn *txn, const plan_module &pm, const plan_section &ps) {
                              if ((ps.by_name ? delete_section(txn, pm.mod->package, ps.name)
                                              : delete_section_type(txn, pm.mod->package, ps.name)) == 0)

@@ -14,9 +14,6 @@ int32_t ds_serve(ds_context *ctx);
 int32_t ds_set(ds_context *ctx);
 int32_t ds_add(ds_context *ctx);
 int32_t ds_delete(ds_context *ctx);
-// set without the service callbacks, for callers that apply the change to
-// the running services themselves.
-int32_t ds_set_without_srvcb(ds_context *ctx);
 
 int32_t ds_get(ds_context *ctx);
 int32_t ds_do(ds_context *ctx);

@@ -287,45 +287,6 @@ const ds_opt *get_filter_node(const ds_sec *sec, const char *option)
     return nullptr;
 }
 
-// Re-applies one section by running its service callback outside the
-// pipeline: by type (by_name 0, no fallback) or by name. The callback's
-// result, or -40101 when anything is missing; the context's error code is
-// left alone. Worker thread of `ctx`.
-int do_restart_cb(ds_context *ctx, const char *module, const char *section, int by_name)
-{
-    if (!ctx || !module || !section) {
-        DS_ERR("Invalid params.");
-        return -40101;
-    }
-    ds_model_root *root = get_model_root();
-    if (!root) {
-        DS_ERR("Get model root node failed.");
-        return -40101;
-    }
-    const ds_module *mod = get_module_node(root, module);
-    if (!mod) {
-        DS_ERR("Module %s not support.", module);
-        return -40101;
-    }
-    const auto *sec = static_cast<const ds_sec *>(
-        get_ds_node(mod, section, by_name ? DS_NODE_SECTION : DS_NODE_SEC_TYPE));
-    if (!sec) {
-        if (by_name)
-            DS_INFO("Section name %s not found.", section);
-        else
-            DS_INFO("Section type %s not found.", section);
-        return -40101;
-    }
-    if (!sec->srvcb) {
-        DS_INFO("srvcb in %s not found.", section);
-        return -40101;
-    }
-    int ret = sec->srvcb(ctx);
-    if (ret != 0)
-        DS_INFO("Run srvcb in %s failed.", section);
-    return ret;
-}
-
 // The configured channel count, from option "chan_amount" of section
 // "basic_info" in package "basic_info". A device without the option (or with
 // an unreadable one) is taken as the full 128-channel model; values outside

@@ -119,7 +119,6 @@ const ds_sec *get_sec_type(const ds_module *mod, const char *section_name);
 // DS_NODE_SECTION) returns, or null. Any thread after start-up.
 const ds_sec *get_section_node_by_key(const ds_module *mod, const name_key &key);
 const ds_opt *get_filter_node(const ds_sec *sec, const char *option);
-int do_restart_cb(ds_context *ctx, const char *module, const char *section, int by_name);
 
 // Device facts used by the per-channel constructors.
 int model_channel_amount(void);   // "basic_info" "chan_amount", 1..128

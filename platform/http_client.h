@@ -21,11 +21,4 @@ int http_single_post(const char *ip, const char *port, const char *stok, int wit
 int http_mutipartform_post_upload_file(const char *ip, const char *port, const char *stok, int with_stok,
                                        const char *path, const char *file, char *reply);
 
-// Uploads file as the request body with the caller's multipart boundary.
-int http_single_upload_file(const char *ip, const char *port, const char *stok, int with_stok,
-                            const char *path, const char *file, const char *boundary, char *reply,
-                            int timeout_ms);
 
-// Appends the body of the URL to dest. 0 or -1.
-int http_single_download_file(const char *ip, const char *port, const char *stok, int with_stok,
-                              const char *path, const char *dest);

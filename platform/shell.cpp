@@ -1,11 +1,8 @@
 #include "platform/shell.h"
 
-#include <pthread.h>
 #include <sys/wait.h>
 
 #include <cstdlib>
-
-#include "platform/trace.h"
 
 std::string shell_quote(std::string_view value)
 {
@@ -28,19 +25,4 @@ int shell_run(const std::string &command)
     if (status == -1 || !WIFEXITED(status))
         return -1;
     return WEXITSTATUS(status);
-}
-
-// Thread start routine for fire-and-forget commands: the thread detaches
-// itself, runs the heap-allocated `command` with system() and frees it.
-void *run_shell_detached(void *command)
-{
-    pthread_detach(pthread_self());
-    if (!command)
-        return nullptr;
-    char *cmd = static_cast<char *>(command);
-    int rc = system(cmd);
-    if (rc != 0)
-        DS_INFO("Command exited with %d.", rc);
-    free(cmd);
-    return nullptr;
 }

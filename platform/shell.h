@@ -15,7 +15,3 @@ std::string shell_quote(std::string_view value);
 // Runs `command` with /bin/sh -c and waits; returns the exit status (0..255)
 // or -1 when it could not be run. Any thread.
 int shell_run(const std::string &command);
-
-// Thread start routine for fire-and-forget commands: detaches, runs
-// `command` (heap-allocated) with system() and frees it.
-void *run_shell_detached(void *command);

@@ -56,8 +56,3 @@ const char *dsd_shm_client_ip(void)
     copy[SHM_CLIENT_IP_LEN] = 0;
     return copy;
 }
-
-void dsd_shm_set_status(int value)
-{
-    g_status.word.store(value);
-}

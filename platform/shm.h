@@ -8,5 +8,3 @@ void dsd_shm_init(void);
 // The NUL-terminated client address text at offset 64 of the block, or "" when
 // the block is not attached. Borrowed; any thread.
 const char *dsd_shm_client_ip(void);
-// Shared status record word written by the channel manager.
-void dsd_shm_set_status(int value);

@@ -25,11 +25,3 @@ int ubus_call(ubus_context *conn, ubus_req *req, json_object **reply);
 // (null when there is no text or it does not parse; a later reply replaces an
 // earlier one, which is released). Runs on the calling thread.
 void ubus_call_cb(ubus_request *req, int type, blob_attr *msg);
-int ubus_call_get_err_code(const char *object, const char *method, const char *message,
-                           int32_t *err);
-int ubus_object_exists(const char *object);
-int ubus_call_by_shell(const char *object, const char *method, const char *message);
-int run_shell_async(const char *command);
-int ubus_async_init(void);
-int ubus_add_call(const ubus_req *req);
-void ubus_async_deinit(void);

@@ -16,7 +16,6 @@ int32_t map_status(json_object *reply);
 bool chm_check_prot(const char *v);
 bool chm_check_port(const char *v);
 bool chm_check_ci(const char *v);
-bool chm_check_id(const char *v);
 // Text present with lo <= strlen <= hi.
 bool chm_check_len(const char *v, size_t lo, size_t hi);
 // A device name: present, at most 64 bytes.

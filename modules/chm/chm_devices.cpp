@@ -255,16 +255,6 @@ bool chm_check_ci(const char *v)
     return v && (!strcmp(v, "null") || chm_check_len(v, 120, 240));
 }
 
-bool chm_check_id(const char *v)
-{
-    int32_t id = 0;
-    if (!v || str_to_int(v, &id) != 0) {
-        DS_TRACE_AS("_chm_check_id", TRACE_ERROR, "str_to_int32 error.");
-        return false;
-    }
-    return id <= DS_MAX_CHANNELS;
-}
-
 int do_chm_add_dev(ds_context *ctx, json_object *arg)
 {
     if (!ctx || !arg || !jso_is_obj(arg)) {

@@ -84,7 +84,7 @@ TEST_F(BusMethods, ForwardToAbsentBrokenOrHungPeer)
     std::string res = d.request(kForward);
     EXPECT_EQ(-40108, error_code_of(res)) << res;
     EXPECT_EQ("", member_of(res, "channel"));
-    EXPECT_GE(d.wait_log("failed to lookup ubus object: chm_slp."), 1);
+    EXPECT_TRUE(bus.calls_to("chm_slp").empty()); // no object: nothing was called
 
     // The device's libubus has no cap on the wait: the daemon waits its full
     // 30 s for a peer that never answers, so the requests below wait longer.
@@ -100,7 +100,6 @@ TEST_F(BusMethods, ForwardToAbsentBrokenOrHungPeer)
     EXPECT_EQ(-40106, error_code_of(d.request(R"({"method":"do","nosuch":{"a":1}})")));
     std::string late = hung.get();
     EXPECT_EQ(-40108, error_code_of(late)) << late;
-    EXPECT_GE(d.wait_log("ubus invoke error: chm_slp.chm_slp_passthrough"), 1);
     bus.touch("never");
     // Every context came back: six requests in a row all get served.
     peer(R"({"reply":{"result":[{"command":"{}"}]}})");
@@ -126,6 +125,5 @@ TEST_F(BusMethods, ForwardRequestShapes)
     for (const auto &c : cases)
         EXPECT_EQ(c.code, error_code_of(d.request(c.request))) << c.request;
     EXPECT_TRUE(bus.calls().empty());
-    EXPECT_GE(d.wait_log("Destination cloud not support."), 1);
 }
 

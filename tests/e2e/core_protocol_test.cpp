@@ -40,7 +40,8 @@ TEST_F(CoreProtocol, RefusedInfoLengthStillLetsTheRequestRun)
     std::string big_info = info_json(1, 8, big_user);
     ASSERT_EQ(big_info.size(), 32768u);
     EXPECT_EQ(error_code_of(d.raw(tlv(1, big_info) + tlv(2, kServed))), kServedCode);
-    EXPECT_GE(d.wait_log("TLV length: 32768."), 1);
+    // One byte more is refused and, unread, taken for the next header.
+    EXPECT_EQ(error_code_of(d.raw(tlv_header(1, 32769) + tlv(2, kServed))), kServedCode);
 }
 
 TEST_F(CoreProtocol, NegativeOrShortRequestLengths)
@@ -50,13 +51,14 @@ TEST_F(CoreProtocol, NegativeOrShortRequestLengths)
     EXPECT_EQ(error_code_of(d.raw(info + tlv_header(2, 0x80000000u))), -40101);
     EXPECT_EQ(error_code_of(d.raw(info + tlv_header(2, 0x7FFFFFFFu))), -40202);
     EXPECT_EQ(error_code_of(d.raw(info + tlv_header(2, 30) + "{\"method\": \"get\"")), -40101);
-    EXPECT_GE(d.wait_log("Socket read TLV value failed. read_len : 0, len : 14"), 1);
 }
 
+// Refusals are traced under the step that refused: a log reader finds the
+// cause by the function name on the line, so the trace is what is checked.
 TEST_F(CoreProtocol, TracesNameTheirSteps)
 {
-    d.raw(tlv(1, info_json(1, 8)) + tlv(2, R"({"method": "GET"})"));
-    d.raw(tlv(1, info_json(1, 8)) + tlv(1, info_json(1, 8)));
+    EXPECT_EQ(error_code_of(d.raw(tlv(1, info_json(1, 8)) + tlv(2, R"({"method": "GET"})"))), -40209);
+    EXPECT_EQ(error_code_of(d.raw(tlv(1, info_json(1, 8)) + tlv(1, info_json(1, 8)))), -40105);
     EXPECT_GE(d.wait_log("jreq_tlv_data_handle("), 1);
     EXPECT_GE(d.wait_log("Unsupport method type: GET."), 1);
     EXPECT_GE(d.wait_log("ds_signal_handle("), 1);

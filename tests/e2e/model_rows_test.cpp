@@ -54,18 +54,25 @@ const row kRows[] = {
     {"motion_detection", "chn1_motion_det", "enabled", ENUM, 0, 0, {"on", "off"}, -70702},
     {"motion_detection", "chn1_motion_det", "sensitivity", ENUM, 0, 0, {"high", "medium", "low"}, -70703},
     {"motion_detection", "chn1_motion_det", "digital_sensitivity", INT, 0, 100, {}, -70703},
+    {"motion_detection", "chn1_motion_det", "people_enabled", ENUM, 0, 0, {"on", "off"}, -70702},
+    {"motion_detection", "chn1_motion_det", "vehicle_enabled", ENUM, 0, 0, {"on", "off"}, -70702},
     {"motion_detection", "chn2_motion_notif_list", "app_enabled", ENUM, 0, 0, {"on", "off"}, -70704},
+    {"motion_detection", "chn2_motion_notif_list", "client_enabled", ENUM, 0, 0, {"on", "off"}, -70705},
+    {"motion_detection", "chn2_motion_notif_list", "screenwarn_enabled", ENUM, 0, 0, {"on", "off"}, -70706},
+    {"motion_detection", "chn2_motion_notif_list", "screenshot_enabled", ENUM, 0, 0, {"on", "off"}, -70707},
     {"motion_detection", "chn2_motion_notif_list", "buzzer_enabled", ENUM, 0, 0, {"on", "off"}, -70708},
+    {"motion_detection", "chn2_motion_notif_list", "union_enabled", ENUM, 0, 0, {"on", "off"}, -70709},
     {"motion_detection", "chn2_motion_notif_list", "popupwin_enabled", ENUM, 0, 0, {"on", "off"}, -40209},
+    {"motion_detection", "chn2_motion_notif_list", "light_alarm_enabled", ENUM, 0, 0, {"on", "off"}, -40209},
+    {"motion_detection", "chn2_motion_notif_list", "sound_alarm_enabled", ENUM, 0, 0, {"on", "off"}, -40209},
+    {"motion_detection", "chn3_region_info_1", "x_coor", INT, 0, 10000, {}, -70710},
     {"face_comparison", "chn2_group_info_black_2", "light_alarm_enabled", ENUM, 0, 0, {"on", "off"}, -40209},
     {"face_comparison", "chn2_group_info_black_2", "sound_alarm_enabled", ENUM, 0, 0, {"on", "off"}, -40209},
 };
 
-using json_ptr = std::unique_ptr<json_object, decltype(&json_object_put)>;
-
-json_ptr parse(const std::string &text)
+dsd_json parse(const std::string &text)
 {
-    return json_ptr(json_tokener_parse(text.c_str()), &json_object_put);
+    return dsd_json(json_tokener_parse(text.c_str()));
 }
 
 class ModelRows : public ::testing::Test {
@@ -81,7 +88,7 @@ protected:
     {
         std::string req = std::string(R"({"method":"set",")") + r.module + R"(":{")" + r.section + R"(":{")" +
                           r.option + R"(":)" + value + "}}}";
-        json_ptr res = parse(d.request(req));
+        dsd_json res = parse(d.request(req));
         json_object *code = nullptr;
         if (!res || !json_object_object_get_ex(res.get(), "error_code", &code) ||
             !json_object_is_type(code, json_type_int))
@@ -92,7 +99,7 @@ protected:
     std::string stored(const row &r) const
     {
         std::string req = std::string(R"({"method":"get",")") + r.module + R"(":{"name":")" + r.section + R"("}})";
-        json_ptr res = parse(d.request(req));
+        dsd_json res = parse(d.request(req));
         json_object *mod = nullptr, *sec = nullptr, *opt = nullptr;
         if (!res || !json_object_object_get_ex(res.get(), r.module, &mod) ||
             !json_object_object_get_ex(mod, r.section, &sec) || !json_object_object_get_ex(sec, r.option, &opt))
@@ -179,7 +186,7 @@ TEST_F(ModelRows, BlackGalleryTellsTheChannelSwitches)
     accepts(r, quoted("on"), "on");
     auto calls = bus.calls_to("chm_event_detect", "chm_set_channel_alarm");
     ASSERT_EQ(1u, calls.size());
-    json_ptr msg = parse(calls[0].message);
+    dsd_json msg = parse(calls[0].message);
     json_object *v = nullptr;
     ASSERT_TRUE(msg && json_object_object_get_ex(msg.get(), "channel", &v)) << calls[0].message;
     EXPECT_EQ(2, json_object_get_int(v));

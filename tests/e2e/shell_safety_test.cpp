@@ -73,17 +73,6 @@ std::vector<action_target> action_targets(ds_model_root *root)
     return out;
 }
 
-// Keywords that restart or wait on hardware are exercised by their own
-// tests; here they would only spend the time-outs of absent peers.
-bool slow_keyword(const std::string &keyword)
-{
-    for (const char *word : {"upgrade", "reboot", "reset", "format", "update", "test", "scan"}) {
-        if (keyword.find(word) != std::string::npos)
-            return true;
-    }
-    return false;
-}
-
 TEST(ShellSafety, NoPayloadReachesAShell)
 {
     dsd_harness d;
@@ -97,30 +86,36 @@ TEST(ShellSafety, NoPayloadReachesAShell)
 
     const std::string canary = d.path("/tmp/pwned");
     const auto bad = payloads(canary);
+    // Every request is answered with an integer code (the daemon lived
+    // through it); which code depends on the option, so it is not compared.
     size_t requests = 0;
+    auto answered = [&](const std::string &req, const std::string &what) {
+        requests++;
+        if (error_code_or_none(d.request(req, dsd_identity(), 15000)) == kNoErrorCode)
+            ADD_FAILURE() << what << ": no answer to " << req;
+    };
     for (const target &t : option_targets(root)) {
         for (const std::string &p : bad) {
-            d.request("{\"method\": \"set\", \"" + t.module + "\": {\"" + t.section + "\": {\"" +
-                      t.option + "\": " + json_string(p) + "}}}");
-            requests++;
+            answered("{\"method\": \"set\", \"" + t.module + "\": {\"" + t.section + "\": {\"" +
+                         t.option + "\": " + json_string(p) + "}}}",
+                     t.module + "." + t.section + "." + t.option);
         }
     }
     for (const action_target &a : action_targets(root)) {
-        if (slow_keyword(a.keyword))
-            continue;
         for (const std::string &p : bad) {
             std::string v = json_string(p);
             std::string arg = "{\"channel\": " + v + ", \"name\": " + v + ", \"url\": " + v +
                               ", \"path\": " + v + ", \"ip\": " + v + ", \"user\": " + v +
                               ", \"password\": " + v + ", \"content\": " + v + "}";
-            d.request("{\"method\": \"do\", \"" + a.module + "\": {\"" + a.keyword + "\": " + arg + "}}",
-                      dsd_identity(), 15000);
-            d.request("{\"method\": \"do\", \"" + a.module + "\": {\"" + a.keyword + "\": " + v + "}}",
-                      dsd_identity(), 15000);
-            requests += 2;
+            std::string what = a.module + " " + a.keyword;
+            answered("{\"method\": \"do\", \"" + a.module + "\": {\"" + a.keyword + "\": " + arg + "}}", what);
+            answered("{\"method\": \"do\", \"" + a.module + "\": {\"" + a.keyword + "\": " + v + "}}", what);
         }
     }
-    usleep(300000); // detached shell commands run after the answer
+    usleep(scaled_ms(300) * 1000); // detached shell commands run after the answer
+    // The daemon that answered all that still serves: a plain change lands.
+    EXPECT_EQ(error_code_of(d.request(R"({"method":"set","motion_detection":{"chn1_motion_det":{"digital_sensitivity":"55"}}})")), 0);
+    EXPECT_EQ(d.uci_get("motion_detection", "chn1_motion_det", "digital_sensitivity"), "55");
     EXPECT_TRUE(d.running());
     EXPECT_NE(access(canary.c_str(), F_OK), 0) << "an injected command ran";
     RecordProperty("requests", static_cast<int>(requests));

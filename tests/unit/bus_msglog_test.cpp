@@ -62,29 +62,16 @@ protected:
         test_root();
         unlink(records_path().c_str());
     }
-    // The call's result with the trace it printed.
-    template <typename F> int traced(F f, std::string *log)
-    {
-        testing::internal::CaptureStdout();
-        int rc = f();
-        *log = testing::internal::GetCapturedStdout();
-        return rc;
-    }
 };
 
 } // namespace
 
 TEST_F(Msglog, TypeLimitsDifferBetweenEntryPoints)
 {
-    std::string log;
-    EXPECT_EQ(-1, traced([] { return dsd_msglog(6, 1, "x"); }, &log));
-    EXPECT_NE(std::string::npos, log.find("wrong main_type"));
-    EXPECT_EQ(-1, traced([] { return dsd_msglog(3, 29, "x"); }, &log));
-    EXPECT_NE(std::string::npos, log.find("wrong sub_type"));
-    EXPECT_EQ(-1, traced([] { return dsd_msglog_with_user(5, 1, "d", "admin"); }, &log));
-    EXPECT_NE(std::string::npos, log.find("wrong main_type"));
-    EXPECT_EQ(-1, traced([] { return dsd_msglog_with_user(3, 34, "d", "admin"); }, &log));
-    EXPECT_NE(std::string::npos, log.find("wrong sub_type"));
+    EXPECT_EQ(-1, dsd_msglog(6, 1, "x"));
+    EXPECT_EQ(-1, dsd_msglog(3, 29, "x"));
+    EXPECT_EQ(-1, dsd_msglog_with_user(5, 1, "d", "admin"));
+    EXPECT_EQ(-1, dsd_msglog_with_user(3, 34, "d", "admin"));
     EXPECT_TRUE(read_records().empty());
 
     EXPECT_EQ(0, dsd_msglog(5, 28, "edge"));
@@ -101,13 +88,11 @@ TEST_F(Msglog, TypeLimitsDifferBetweenEntryPoints)
 
 TEST_F(Msglog, NullTextWritesTwoRecords)
 {
-    std::string log;
-    EXPECT_EQ(0, traced([] { return dsd_msglog(3, 1, nullptr); }, &log));
+    EXPECT_EQ(0, dsd_msglog(3, 1, nullptr));
     auto recs = read_records();
     ASSERT_EQ(2u, recs.size());
     EXPECT_TRUE(recs[0].null_text);
     EXPECT_EQ("(null)\r\n", recs[1].text);
-    EXPECT_NE(std::string::npos, log.find("log_param is (null)"));
 }
 
 TEST_F(Msglog, LongDetailIsCutTo1023Bytes)
@@ -149,9 +134,7 @@ TEST_F(Msglog, UserTemplatesCarryClientAddressFromSharedMemory)
 
 TEST_F(Msglog, SyncAsksLogServiceToFlush)
 {
-    std::string log;
-    EXPECT_EQ(-70101, traced([] { return dsd_sync(0); }, &log));
-    EXPECT_NE(std::string::npos, log.find("ubus create connection fail"));
+    EXPECT_EQ(-70101, dsd_sync(0));
 
     bus_harness bus(test_root());
     ASSERT_TRUE(bus.start("{}"));
@@ -161,8 +144,7 @@ TEST_F(Msglog, SyncAsksLogServiceToFlush)
     EXPECT_EQ("{}", calls[0].message);
 
     bus.set_scenario(R"({"objects":{"msglog_v2":{"methods":{"msglog_sync":{"status":9}}}}})");
-    EXPECT_EQ(-70102, traced([] { return dsd_sync(0); }, &log));
-    EXPECT_NE(std::string::npos, log.find("ubus call msglog_v2 msglog_sync fail"));
+    EXPECT_EQ(-70102, dsd_sync(0));
     bus.set_scenario(R"({"objects":{"msglog_v2":{"absent":true}}})");
     EXPECT_EQ(-70102, dsd_sync(0));
     bus.stop();

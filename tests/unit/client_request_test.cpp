@@ -12,6 +12,9 @@
 #include <thread>
 #include <vector>
 
+#include "../e2e/harness/scratch_dir.h"
+#include "../e2e/harness/tlv.h"
+#include "../e2e/harness/exec_wrapper.h"
 #include "client/dsd_client.h"
 
 extern "C" {
@@ -22,24 +25,22 @@ namespace {
 
 std::string record(uint32_t type, uint32_t announced, const std::string &value)
 {
-    uint32_t h[2] = {htonl(type), htonl(announced)};
-    return std::string(reinterpret_cast<const char *>(h), sizeof h) + value;
+    return tlv_header(type, announced) + value;
 }
 
 // Listens on a fresh socket path, takes one connection, reads the two
 // request records, then writes `answer` cut at `cuts` with a pause between
 // the pieces, and closes.
 struct one_shot_server {
-    std::string dir, path;
+    scratch_dir dir{"dsd-client"};
+    std::string path;
     int fd = -1;
     std::thread thread;
     std::string request; // the bytes the client sent
 
     one_shot_server(std::string answer, std::vector<size_t> cuts)
     {
-        char tmpl[] = "/tmp/dsd-client-XXXXXX";
-        dir = mkdtemp(tmpl);
-        path = dir + "/s.sock";
+        path = dir / "s.sock";
         fd = usock(USOCK_UNIX | USOCK_SERVER, path.c_str(), "0");
         EXPECT_GE(fd, 0);
         thread = std::thread([this, answer, cuts] { serve(answer, cuts); });
@@ -48,8 +49,6 @@ struct one_shot_server {
     {
         thread.join();
         close(fd);
-        unlink(path.c_str());
-        rmdir(dir.c_str());
     }
     void serve(const std::string &answer, std::vector<size_t> cuts)
     {
@@ -58,7 +57,7 @@ struct one_shot_server {
             return;
         uint32_t type = 0;
         std::string info, req;
-        if (dsd_read_record(c, &type, &info, 5000) && dsd_read_record(c, &type, &req, 5000))
+        if (dsd_read_record(c, &type, &info, scaled_ms(5000)) && dsd_read_record(c, &type, &req, scaled_ms(5000)))
             request = req;
         cuts.push_back(answer.size());
         size_t at = 0;
@@ -78,7 +77,7 @@ TEST(ClientRequest, ResponseSplitAnywhereAndLargerThanOneReadArrivesWhole)
     std::string answer = record(3, static_cast<uint32_t>(value.size()), value);
     one_shot_server server(answer, {1, 7, 9, 20000, 20001, 70000});
     std::string error;
-    std::string got = dsd_request(server.path, dsd_identity(), "{\"method\":\"get\"}", 5000, &error);
+    std::string got = dsd_request(server.path, dsd_identity(), "{\"method\":\"get\"}", scaled_ms(5000), &error);
     EXPECT_EQ(got, value) << error;
 }
 
@@ -86,7 +85,7 @@ TEST(ClientRequest, BytesAfterTheRecordAreIgnored)
 {
     std::string answer = record(3, 17, "{\"error_code\": 0}") + "trailing junk";
     one_shot_server server(answer, {});
-    EXPECT_EQ(dsd_request(server.path, dsd_identity(), "{}", 5000), "{\"error_code\": 0}");
+    EXPECT_EQ(dsd_request(server.path, dsd_identity(), "{}", scaled_ms(5000)), "{\"error_code\": 0}");
     EXPECT_EQ(server.request, "{}");
 }
 
@@ -104,7 +103,7 @@ TEST(ClientRequest, ShortWrongOrOversizedAnswersFail)
     for (const bad &c : cases) {
         one_shot_server server(c.answer, {});
         std::string error;
-        EXPECT_EQ(dsd_request(server.path, dsd_identity(), "{}", 5000, &error), "");
+        EXPECT_EQ(dsd_request(server.path, dsd_identity(), "{}", scaled_ms(5000), &error), "");
         EXPECT_EQ(error, c.why);
     }
 }

@@ -10,7 +10,9 @@
 #include <string>
 #include <thread>
 
+#include "../e2e/harness/exec_wrapper.h"
 #include "client/dsd_client.h"
+#include "../e2e/harness/tlv.h"
 #include "core/context.h"
 #include "core/dispatch.h"
 #include "core/wire.h"
@@ -19,18 +21,12 @@ namespace {
 
 std::string header(uint32_t type, int32_t len)
 {
-    unsigned char h[8];
-    uint32_t l = static_cast<uint32_t>(len);
-    for (int i = 0; i < 4; i++) {
-        h[i] = static_cast<unsigned char>(type >> (24 - 8 * i));
-        h[4 + i] = static_cast<unsigned char>(l >> (24 - 8 * i));
-    }
-    return std::string(reinterpret_cast<char *>(h), sizeof h);
+    return tlv_header(type, static_cast<uint32_t>(len));
 }
 
 std::string rec(uint32_t type, const std::string &value)
 {
-    return header(type, static_cast<int32_t>(value.size())) + value;
+    return tlv(type, value);
 }
 
 std::string info(int group, int client, const char *user = "admin")
@@ -117,30 +113,6 @@ TEST_F(Records, SecondRecordDecidesTheOutcome)
     EXPECT_EQ(parse(rec(2, R"({"method":"set"})") + rec(2, R"({"method":"get","x":1})")), 0);
     EXPECT_EQ(ctx->method, DS_METHOD_GET);
     ASSERT_NE(ctx->req_obj, nullptr);
-}
-
-TEST_F(Records, RefusedLengthsLeaveTheValueUnread)
-{
-    // The refused info's "value" is the next header.
-    for (int32_t len : {0, -1, 32769}) {
-        EXPECT_EQ(parse(header(1, len) + rec(2, R"({"method":"do"})")), 0) << len;
-        EXPECT_EQ(ctx->method, DS_METHOD_DO);
-        context_free(ctx);
-        ctx = context_alloc();
-    }
-    EXPECT_EQ(parse(info(1, 3) + header(2, 262145)), -1);
-    EXPECT_EQ(ctx->error_code, -40202);
-}
-
-TEST_F(Records, HeaderAndTypeFailuresEndTheParse)
-{
-    EXPECT_EQ(parse(std::string("\0\0\0\2\0\0\0", 7)), -1);
-    EXPECT_EQ(ctx->error_code, -40101);
-    context_free(ctx);
-    ctx = context_alloc();
-    // Type 3 is the daemon's own: refused, and the good request after it unread.
-    EXPECT_EQ(parse(rec(3, "{}") + rec(2, R"({"method":"get"})")), -1);
-    EXPECT_EQ(ctx->method, 0);
 }
 
 TEST_F(Records, ValueFailures)
@@ -271,7 +243,7 @@ TEST(Wire, ErrorResponseAndLargeRecordArriveWhole)
     std::string big(300000, 'x');
     big.front() = '{';
     big.back() = '}';
-    std::thread reader([&] { EXPECT_TRUE(dsd_read_record(p.fd[1], &type, &value, 10000)); });
+    std::thread reader([&] { EXPECT_TRUE(dsd_read_record(p.fd[1], &type, &value, scaled_ms(10000))); });
     EXPECT_EQ(jres_tlv_write(p.fd[0], big.data(), static_cast<uint32_t>(big.size())), 0);
     reader.join();
     EXPECT_EQ(type, 3u);

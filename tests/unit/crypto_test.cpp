@@ -13,6 +13,7 @@
 
 #include "crypto/des.h"
 #include "crypto/md5.h"
+#include "../e2e/harness/scratch_dir.h"
 
 namespace {
 
@@ -55,19 +56,19 @@ TEST(Md5, PiecewiseEqualsWholeAndFilesMatchTheSystemTool)
     md5_hex(d, hex);
     EXPECT_EQ(hex, md5_of(data));
 
-    const char *path = "/tmp/dsd-md5-test.bin";
+    scratch_dir dir("dsd-md5");
+    const std::string path = dir / "data.bin";
     std::ofstream(path, std::ios::binary) << data;
     char file_hex[33];
-    ASSERT_EQ(md5_file_hex(path, file_hex), 0);
+    ASSERT_EQ(md5_file_hex(path.c_str(), file_hex), 0);
     EXPECT_STREQ(file_hex, hex);
-    FILE *p = popen("md5sum /tmp/dsd-md5-test.bin 2>/dev/null", "r");
+    FILE *p = popen(("md5sum '" + path + "' 2>/dev/null").c_str(), "r");
     char out[64] = {0};
     if (p && fgets(out, sizeof out, p)) {
         EXPECT_EQ(std::string(out, 32), hex);
     }
     if (p)
         pclose(p);
-    remove(path);
     EXPECT_EQ(md5_file_hex("/nonexistent/file", file_hex), -1);
 }
 
@@ -112,7 +113,9 @@ TEST(Des, FileCipherKnownAnswersRoundTripsAndRefusesDamage)
         {.len = 13, .cipher = "ea8a0aaf05178ba71806b54279c1ce02"},
         {.len = 4096, .cipher = nullptr},
     };
-    const char *plain = "/tmp/dsd-des-plain", *enc = "/tmp/dsd-des-enc", *back = "/tmp/dsd-des-back";
+    scratch_dir dir("dsd-des");
+    const std::string plain_s = dir / "plain", enc_s = dir / "enc", back_s = dir / "back";
+    const char *plain = plain_s.c_str(), *enc = enc_s.c_str(), *back = back_s.c_str();
     const char *key = "mqwer#!^$KLPZ392";
     for (const auto &k : kat) {
         std::string data(k.len, 'x');
@@ -132,9 +135,6 @@ TEST(Des, FileCipherKnownAnswersRoundTripsAndRefusesDamage)
     std::string cut = slurp(enc).substr(0, 4095);
     std::ofstream(enc, std::ios::binary) << cut;
     EXPECT_EQ(des_decrypt_file(enc, back, key), -1);
-    remove(plain);
-    remove(enc);
-    remove(back);
 }
 
 } // namespace

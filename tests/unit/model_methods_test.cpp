@@ -209,15 +209,6 @@ TEST_F(Methods, DroppedOnlyChangeStillSavesAndNotifies)
     EXPECT_EQ(stored("fixture", "chn1_cam", "note"), "<none>");
     EXPECT_EQ(before_calls, 1);
     EXPECT_EQ(srv_calls, 1);
-    // The variant for callers that apply the change themselves skips the
-    // service callbacks only.
-    json_object_put(ctx.req_obj);
-    ctx.req_obj = json_tokener_parse(R"({"fixture":{"chn1_cam":{"enabled":"on"}}})");
-    ctx.method = DS_METHOD_SET;
-    ASSERT_EQ(ds_set_without_srvcb(&ctx), 0);
-    EXPECT_EQ(stored("fixture", "chn1_cam", "enabled"), "on");
-    EXPECT_EQ(before_calls, 2);
-    EXPECT_EQ(srv_calls, 1);
 }
 
 TEST_F(Methods, SetUnchangedWritesNothing)

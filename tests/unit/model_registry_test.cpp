@@ -114,24 +114,6 @@ TEST(Registry, SecTypeSubstringFirstThenStoredType)
     EXPECT_EQ(get_sec_type(&m, "chn1_alarm_setting"), nullptr);
 }
 
-TEST(Registry, RestartCallback)
-{
-    ds_model_root *root = model_init();
-    ds_module m = make("rs");
-    ASSERT_EQ(model_add(root, &m), 0);
-    ds_context *ctx = reinterpret_cast<ds_context *>(&m);  // never dereferenced
-    cb_calls = 0;
-    EXPECT_EQ(do_restart_cb(ctx, "rs", "main", 1), 0);
-    EXPECT_EQ(do_restart_cb(ctx, "rs", "alarm", 0), -7);  // result passed through
-    EXPECT_EQ(do_restart_cb(ctx, "rs", "main", 0), -40101);   // no name fallback
-    EXPECT_EQ(do_restart_cb(ctx, "rs", "zone", 0), -40101);   // no srvcb
-    EXPECT_EQ(do_restart_cb(ctx, "nope", "main", 1), -40101);
-    EXPECT_EQ(do_restart_cb(nullptr, "rs", "main", 1), -40101);
-    EXPECT_EQ(cb_calls, 2);
-    model_destory(root);
-    EXPECT_EQ(do_restart_cb(ctx, "rs", "main", 1), -40101);  // no root
-}
-
 TEST(Registry, ChannelRows)
 {
     static const char *const patterns[] = {"chn%d_a", "port%d_b"};

@@ -11,22 +11,17 @@
 #include <sstream>
 #include <string>
 
+#include "../e2e/harness/scratch_dir.h"
+
 struct model_scratch_root {
-    std::string root;
+    scratch_dir dir{"dsd-model"};
+    std::string root = dir.path;
 
     model_scratch_root()
     {
-        char tmpl[] = "/tmp/dsd-model-XXXXXX";
-        root = mkdtemp(tmpl);
         for (const char *sub : {"/etc", "/etc/config", "/tmp", "/tmp/.uci"})
             mkdir((root + sub).c_str(), 0755);
         setenv("DSD_ROOT", root.c_str(), 1);
-    }
-    ~model_scratch_root()
-    {
-        std::string cmd = "rm -rf '" + root + "'";
-        if (system(cmd.c_str()) != 0)
-            abort();
     }
     std::string conf(const std::string &pkg) const { return root + "/etc/config/" + pkg; }
     void write(const std::string &pkg, const std::string &text) const

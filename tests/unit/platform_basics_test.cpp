@@ -1,3 +1,4 @@
+#include "../e2e/harness/scratch_dir.h"
 #include "platform/safe_file.h"
 #include "platform/shell.h"
 #include "platform/trace.h"
@@ -73,9 +74,8 @@ TEST(TraceMask, SecretsInEveryShape)
 // The safe-file contract against the links a local user can plant.
 TEST(SafeFile, PlantedLinksAreNeverFollowed)
 {
-    char tmpl[] = "/tmp/dsd-safe-XXXXXX";
-    ASSERT_NE(mkdtemp(tmpl), nullptr);
-    std::string base = tmpl, out = base + "/outside", in = base + "/in";
+    scratch_dir scratch("dsd-safe");
+    std::string base = scratch.path, out = base + "/outside", in = base + "/in";
     ASSERT_EQ(mkdir(out.c_str(), 0755), 0);
     ASSERT_EQ(mkdir(in.c_str(), 0755), 0);
     std::ofstream(out + "/keep") << "keep\n";

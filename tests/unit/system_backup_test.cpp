@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "../e2e/harness/scratch_dir.h"
 #include "modules/system/backup.h"
 
 namespace {
@@ -25,22 +26,12 @@ using Files = std::vector<std::pair<std::string, std::string>>;
 
 class BackupBundle : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        char tmpl[] = "/tmp/dsd-bundle-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir = tmpl;
-    }
-    void TearDown() override
-    {
-        std::string cmd = "rm -rf " + dir;
-        EXPECT_EQ(system(cmd.c_str()), 0);
-    }
     void put(const std::string &name, const std::string &body)
     {
         std::ofstream(dir + "/" + name, std::ios::binary) << body;
     }
-    std::string dir;
+    scratch_dir scratch{"dsd-bundle"};
+    std::string dir = scratch.path;
 };
 
 TEST_F(BackupBundle, PacksPlainPackagesAndSplitsBackToTheSameFiles)

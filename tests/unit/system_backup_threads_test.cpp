@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "../e2e/harness/scratch_dir.h"
 #include "core/context.h"
 #include "modules/system/backup.h"
 #include "platform/paths.h"
@@ -43,8 +44,8 @@ int call(int (*fn)(ds_context *, json_object *), const std::string &url)
 
 TEST(BackupThreads, ConcurrentBackupsAndRestoresNeverMix)
 {
-    char tmpl[] = "/tmp/dsd-backup-threads-XXXXXX";
-    g_root = mkdtemp(tmpl);
+    scratch_dir scratch("dsd-backup-threads");
+    g_root = scratch.path;
     setenv("DSD_ROOT", g_root.c_str(), 1);
     ASSERT_EQ(dsd_root(), g_root) << "DSD_ROOT was read before this test";
     std::string cmd = "mkdir -p " + g_root + "/etc/config " + g_root + "/tmp/out";
@@ -74,8 +75,6 @@ TEST(BackupThreads, ConcurrentBackupsAndRestoresNeverMix)
     EXPECT_EQ(slurp(g_root + "/etc/config/video"), saved);
     // Every download made in between restores cleanly.
     EXPECT_EQ(call(upload_conf_gui, g_root + "/tmp/out/w0_4"), 0);
-    cmd = "rm -rf " + g_root;
-    EXPECT_EQ(system(cmd.c_str()), 0);
 }
 
 } // namespace

@@ -4,8 +4,10 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <json-c/json.h>
+#include <uci.h>
 #include <signal.h>
 #include <sys/ipc.h>
+#include <sys/prctl.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
 #include <sys/socket.h>
@@ -113,13 +115,17 @@ bool dsd_harness::running() const
 bool dsd_harness::start(const std::vector<std::string> &args)
 {
     std::vector<std::string> argv = exec_wrapper_words();
-    argv.push_back(DSD_BIN);
+    const char *stand_in = getenv("DSD_TEST_DAEMON");
+    argv.push_back(stand_in && *stand_in ? stand_in : DSD_BIN);
     argv.insert(argv.end(), args.begin(), args.end());
     std::string log_path = root + "/dsd.log";
     pid = fork();
     if (pid < 0)
         return false;
     if (pid == 0) {
+        // A test process that dies (an abort, a crash) takes its daemon along
+        // instead of leaving it serving a removed root.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
         setenv("DSD_ROOT", root.c_str(), 1);
         const char *path = getenv("PATH");
         setenv("PATH", (root + "/bin:" + (path ? path : "/usr/bin:/bin")).c_str(), 1);
@@ -150,13 +156,24 @@ bool dsd_harness::start(const std::vector<std::string> &args)
     return false;
 }
 
+int dsd_harness::kill_now(int sig)
+{
+    if (pid <= 0)
+        return -1;
+    kill(pid, sig);
+    int status = -1;
+    waitpid(pid, &status, 0);
+    pid = -1;
+    return status;
+}
+
 int dsd_harness::stop()
 {
     if (pid <= 0)
         return -1;
     kill(pid, SIGTERM);
     int status = -1;
-    for (int waited = 0; waited < 5000; waited += 10) {
+    for (int waited = 0; waited < 5000 * harness_slowdown(); waited += 10) {
         if (waitpid(pid, &status, WNOHANG) == pid) {
             pid = -1;
             return status;
@@ -227,25 +244,126 @@ std::string dsd_harness::raw(const std::string &bytes, int timeout_ms) const
     return ok ? response : "";
 }
 
-std::string tlv_header(uint32_t type, uint32_t len)
+int error_code_or_none(const std::string &response)
 {
-    uint32_t h[2] = {htonl(type), htonl(len)};
-    return std::string(reinterpret_cast<const char *>(h), sizeof h);
-}
-
-std::string tlv(uint32_t type, const std::string &value)
-{
-    return tlv_header(type, static_cast<uint32_t>(value.size())) + value;
+    dsd_json obj(json_tokener_parse(response.c_str()));
+    json_object *code = nullptr;
+    if (obj && json_object_object_get_ex(obj.get(), "error_code", &code) &&
+        json_object_is_type(code, json_type_int))
+        return json_object_get_int(code);
+    return kNoErrorCode;
 }
 
 int error_code_of(const std::string &response)
 {
-    json_object *obj = json_tokener_parse(response.c_str());
-    json_object *code = nullptr;
-    int result = 1;
-    if (obj && json_object_object_get_ex(obj, "error_code", &code) &&
-        json_object_is_type(code, json_type_int))
-        result = json_object_get_int(code);
-    json_object_put(obj);
-    return result;
+    int code = error_code_or_none(response);
+    if (code == kNoErrorCode)
+        ADD_FAILURE() << "no integer error_code in the answer: \"" << response << "\"";
+    return code;
+}
+
+dsd_answer::dsd_answer(std::string response) : text(std::move(response)), obj(json_tokener_parse(text.c_str()))
+{
+    if (!obj || !json_object_is_type(obj.get(), json_type_object)) {
+        ADD_FAILURE() << "the answer is not a JSON object: \"" << text << "\"";
+        obj.reset();
+    }
+}
+
+int dsd_answer::code() const
+{
+    return error_code_of(text);
+}
+
+json_object *dsd_answer::at(std::initializer_list<const char *> path) const
+{
+    json_object *cur = obj.get();
+    for (const char *key : path) {
+        if (key[0] == '#' && cur && json_object_is_type(cur, json_type_array)) {
+            cur = json_object_array_get_idx(cur, static_cast<size_t>(atoi(key + 1)));
+            continue;
+        }
+        if (!cur || !json_object_is_type(cur, json_type_object) ||
+            !json_object_object_get_ex(cur, key, &cur))
+            return nullptr;
+    }
+    return cur;
+}
+
+namespace {
+
+std::string path_text(std::initializer_list<const char *> path)
+{
+    std::string out;
+    for (const char *key : path)
+        out += std::string(out.empty() ? "" : ".") + key;
+    return out;
+}
+
+} // namespace
+
+std::string dsd_answer::str(std::initializer_list<const char *> path) const
+{
+    json_object *v = at(path);
+    if (!v || !json_object_is_type(v, json_type_string)) {
+        ADD_FAILURE() << "no string at " << path_text(path) << " in \"" << text << "\"";
+        return "";
+    }
+    return json_object_get_string(v);
+}
+
+int dsd_answer::num(std::initializer_list<const char *> path) const
+{
+    json_object *v = at(path);
+    if (!v || !json_object_is_type(v, json_type_int)) {
+        ADD_FAILURE() << "no integer at " << path_text(path) << " in \"" << text << "\"";
+        return kNoErrorCode;
+    }
+    return json_object_get_int(v);
+}
+
+int dsd_answer::len(std::initializer_list<const char *> path) const
+{
+    json_object *v = at(path);
+    if (!v || !json_object_is_type(v, json_type_array)) {
+        ADD_FAILURE() << "no array at " << path_text(path) << " in \"" << text << "\"";
+        return -1;
+    }
+    return static_cast<int>(json_object_array_length(v));
+}
+
+std::string dsd_harness::uci_get(const std::string &pkg, const std::string &sec, const std::string &opt,
+                                 bool committed) const
+{
+    std::unique_ptr<uci_context, void (*)(uci_context *)> ctx(uci_alloc_context(), uci_free_context);
+    if (!ctx)
+        return "";
+    uci_set_confdir(ctx.get(), path("/etc/config").c_str());
+    uci_set_savedir(ctx.get(), path(committed ? "/no-change-log" : "/tmp/.uci").c_str());
+    std::string spec = pkg + "." + sec + (opt.empty() ? "" : "." + opt);
+    uci_ptr ptr{};
+    if (uci_lookup_ptr(ctx.get(), &ptr, spec.data(), false) != UCI_OK || !(ptr.flags & uci_ptr::UCI_LOOKUP_COMPLETE))
+        return "";
+    if (opt.empty())
+        return ptr.s ? ptr.s->type : "";
+    return ptr.o && ptr.o->type == UCI_TYPE_STRING ? ptr.o->v.string : "";
+}
+
+::testing::AssertionResult has_string(const dsd_answer &a, std::initializer_list<const char *> path,
+                                      const std::string &want)
+{
+    json_object *v = a.at(path);
+    if (!v)
+        return ::testing::AssertionFailure() << "no member " << path_text(path) << " in \"" << a.text << "\"";
+    if (!json_object_is_type(v, json_type_string))
+        return ::testing::AssertionFailure() << path_text(path) << " is not a string in \"" << a.text << "\"";
+    if (want != json_object_get_string(v))
+        return ::testing::AssertionFailure() << path_text(path) << " is \"" << json_object_get_string(v)
+                                             << "\", not \"" << want << "\"";
+    return ::testing::AssertionSuccess();
+}
+
+dsd_answer dsd_harness::ask(const std::string &json, const dsd_identity &who, int timeout_ms) const
+{
+    return dsd_answer(request(json, who, timeout_ms));
 }

@@ -2,13 +2,21 @@
 // and the client side of the socket protocol.
 #pragma once
 
+#include <json-c/json.h>
 #include <sys/types.h>
 
+#include <climits>
+#include <csignal>
+#include <initializer_list>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "client/dsd_client.h"
 #include "harness/exec_wrapper.h"
+#include "harness/tlv.h"
 
 struct dsd_harness {
     std::string root; // temporary directory standing in for "/"
@@ -31,10 +39,14 @@ struct dsd_harness {
     bool make_config(int channels) const;
     // Starts dsd with DSD_ROOT=root and the arguments; waits (bounded) until
     // the socket accepts. Honours DSD_EXEC_WRAPPER (e.g. qemu-arm) for
-    // cross-built test runs.
+    // cross-built test runs, and DSD_TEST_DAEMON naming another program to
+    // start in dsd's place (a stand-in, to check that the suite fails).
     bool start(const std::vector<std::string> &args = {"-d"});
     // SIGTERM, then SIGKILL after a bounded wait. Exit status, or -1.
     int stop();
+    // Sends sig (SIGKILL by default) at once and reaps the daemon; the wait
+    // status, or -1 when it was not running.
+    int kill_now(int sig = SIGKILL);
     bool running() const;
 
     std::string socket_path() const;
@@ -42,19 +54,70 @@ struct dsd_harness {
     std::string log() const;                         // dsd's stdout and stderr
     // Polls the log until it contains text n times (bounded); the count seen.
     int wait_log(const std::string &text, int n = 1, int timeout_ms = 10000) const;
+    // An option's value as the files under the root hold it (committed text
+    // and change log, read by the test's own libuci), or "" when absent.
+    // With opt empty: the section's type, "" when there is no such section.
+    // committed: the text in /etc/config alone, what survives a reboot.
+    std::string uci_get(const std::string &pkg, const std::string &sec, const std::string &opt,
+                        bool committed = false) const;
     // Number of open descriptors of the daemon, or -1.
     int open_fds() const;
 
     // A request as a given client; the response text ("" on failure).
     std::string request(const std::string &json, const dsd_identity &who = dsd_identity(),
                         int timeout_ms = 30000) const;
+    // A request whose answer the test needs: parsed, with failures recorded
+    // when it is missing or not a JSON object (see struct dsd_answer).
+    struct dsd_answer ask(const std::string &json, const dsd_identity &who = dsd_identity(),
+                      int timeout_ms = 30000) const;
     // Sends raw bytes, closes the write side, reads one response record.
     // The response text, or "" when none came within timeout_ms.
     std::string raw(const std::string &bytes, int timeout_ms = 10000) const;
 };
 
-// A TLV record as bytes (for building raw requests).
-std::string tlv(uint32_t type, const std::string &value);
-std::string tlv_header(uint32_t type, uint32_t len);
-// The integer "error_code" of a response text, or a sentinel (1) when absent.
+// Owns a parsed JSON value.
+struct dsd_json_put {
+    void operator()(json_object *o) const { json_object_put(o); }
+};
+using dsd_json = std::unique_ptr<json_object, dsd_json_put>;
+
+// What error_code_of answers when there is no integer "error_code": a value
+// no daemon answer carries, so no EXPECT_EQ/EXPECT_NE on a real code passes
+// by accident (the failure is recorded as well).
+constexpr int kNoErrorCode = INT_MIN;
+
+// A parsed answer (or any JSON object text, e.g. a logged bus message). obj
+// is null when nothing came or the text is not a JSON object; the
+// constructor records a gtest failure then.
+struct dsd_answer {
+    std::string text;
+    dsd_json obj;
+
+    explicit dsd_answer(std::string response);
+    // The integer "error_code"; kNoErrorCode (and a recorded failure) if absent.
+    int code() const;
+    // The integer at a path; records a failure and returns kNoErrorCode when
+    // the member is missing or not an integer.
+    int num(std::initializer_list<const char *> path) const;
+    // The length of the array at a path; records a failure and returns -1
+    // when the member is missing or not an array.
+    int len(std::initializer_list<const char *> path) const;
+    // The member at a path of keys ("#n" indexes an array), or null when any
+    // step is missing.
+    json_object *at(std::initializer_list<const char *> path) const;
+    // The string at a path; records a failure and returns "" when the member
+    // is missing or not a string.
+    std::string str(std::initializer_list<const char *> path) const;
+};
+
+// True when path leads to a string member equal to want (gtest message otherwise).
+::testing::AssertionResult has_string(const dsd_answer &a, std::initializer_list<const char *> path,
+                                      const std::string &want);
+
+// The integer "error_code" of a response text. An empty or unparsable
+// answer, or one without an integer "error_code", records a gtest failure
+// quoting the text and returns kNoErrorCode.
 int error_code_of(const std::string &response);
+// The same without recording a failure, for answers that may legitimately
+// be missing (a daemon killed under the request): kNoErrorCode when absent.
+int error_code_or_none(const std::string &response);

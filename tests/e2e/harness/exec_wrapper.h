@@ -21,11 +21,22 @@ inline std::vector<std::string> exec_wrapper_words(void)
     return words;
 }
 
-// Multiplier for time-outs when tests run under an emulator or sanitizer.
+// The one multiplier for every time-out, sleep and kill window of the tests:
+// 10 under an emulator (DSD_EXEC_WRAPPER set), 1 natively. DSD_TIME_FACTOR
+// (a whole number >= 1) overrides it, e.g. for sanitizer builds.
 inline int harness_slowdown(void)
 {
+    const char *f = getenv("DSD_TIME_FACTOR");
+    if (f && atoi(f) >= 1)
+        return atoi(f);
     const char *w = getenv("DSD_EXEC_WRAPPER");
     return w && *w ? 10 : 1;
+}
+
+// ms scaled by the factor above.
+inline int scaled_ms(int ms)
+{
+    return ms * harness_slowdown();
 }
 
 // A shell command line that runs a tool of this build, quoted, through the
