@@ -54,7 +54,6 @@ void clear_request(ds_context *ctx)
     if (ctx->uci_ctx)
         uci_free_context(ctx->uci_ctx);
     ctx->uci_ctx = nullptr;
-    memset(ctx->marks, 0, sizeof ctx->marks);
 }
 
 // `caller` names the pool operation in the trace.
@@ -183,16 +182,3 @@ void context_note_buf_used(ds_context *ctx, size_t n)
         ctx->buf_used = static_cast<uint32_t>(std::min<size_t>(n, UINT32_MAX));
 }
 
-int context_test_mark(const ds_context *ctx, int byte, uint8_t bit)
-{
-    if (!ctx || byte < 0 || byte >= static_cast<int>(sizeof ctx->marks))
-        return 0;
-    return (ctx->marks[byte] & bit) != 0;
-}
-
-void context_set_mark(ds_context *ctx, int byte, uint8_t bit)
-{
-    if (!ctx || byte < 0 || byte >= static_cast<int>(sizeof ctx->marks))
-        return;
-    ctx->marks[byte] |= bit;
-}

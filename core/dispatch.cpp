@@ -9,59 +9,42 @@
 #include "core/context.h"
 #include "core/heap.h"
 #include "core/wire.h"
-#include "model/methods.h"
+#include "platform/error_codes.h"
 #include "platform/stats.h"
 #include "store/store.h"
 #include "platform/trace.h"
 
 namespace {
 
-using ds_method_fn = int (*)(ds_context *ctx);
-
 struct ds_method_row {
     const char *name;
     int code;
-    ds_method_fn handler;
 };
 
-// add and delete run through the set pipeline, which tells them apart by code.
 const ds_method_row ds_methods[] = {
-    {.name = "get", .code = DS_METHOD_GET, .handler = ds_handle_method_get},
-    {.name = "add", .code = DS_METHOD_ADD, .handler = ds_handle_method_set},
-    {.name = "delete", .code = DS_METHOD_DELETE, .handler = ds_handle_method_set},
-    {.name = "set", .code = DS_METHOD_SET, .handler = ds_handle_method_set},
-    {.name = "do", .code = DS_METHOD_DO, .handler = ds_handle_method_do},
-    {.name = "forward", .code = DS_METHOD_FORWARD, .handler = ds_handle_method_forward},
-    {.name = nullptr, .code = 0, .handler = nullptr},
+    {.name = "get", .code = DS_METHOD_GET},
+    {.name = "add", .code = DS_METHOD_ADD},
+    {.name = "delete", .code = DS_METHOD_DELETE},
+    {.name = "set", .code = DS_METHOD_SET},
+    {.name = "do", .code = DS_METHOD_DO},
+    {.name = "forward", .code = DS_METHOD_FORWARD},
+    {.name = nullptr, .code = 0},
 };
 
-ds_method_fn handler_of(int code)
-{
-    for (const ds_method_row *row = ds_methods; row->name; row++) {
-        if (row->code == code)
-            return row->handler;
-    }
-    return nullptr;
-}
+// Written once by start-up before the workers run; read by them only.
+ds_serve_fn g_serve = nullptr;
 
 long monotonic_ms(const timespec &ts)
 {
     return ts.tv_sec * 1000L + ts.tv_nsec / 1000000L;
 }
 
-void run_method(ds_context *ctx)
-{
-    ds_method_fn handler = handler_of(ctx->method);
-    if (!handler) {
-        DS_TRACE_AS("ds_signal_handle", TRACE_ERROR, "Signal method is illegal.");
-        ctx->error_code = -40105;
-        return;
-    }
-    if (handler(ctx) != 0)
-        DS_TRACE_AS("ds_signal_handle", TRACE_ERROR, "Signal handle failed.");
-}
-
 } // namespace
+
+void dispatch_set_serve(ds_serve_fn serve)
+{
+    g_serve = serve;
+}
 
 int ds_method_code(const char *name)
 {
@@ -82,16 +65,17 @@ int ds_signal_handle(int fd)
     ds_context *ctx = context_alloc();
     if (!ctx) {
         DS_ERR("Failed to alloc a free context.");
-        make_error_response(fd, -40101);
+        make_error_response(fd, DS_ERR_REQUEST);
         close(fd);
         return -1;
     }
     ctx->fd = fd;
-    ctx->error_code = -40101;
+    // The answer until the parse or the method knows better.
+    ctx->error_code = DS_ERR_REQUEST;
     if (ds_signal_parse(ctx) != 0)
         DS_ERR("Failed to parse signal.");
     else
-        run_method(ctx);
+        ctx->error_code = g_serve ? g_serve(ctx) : DS_ERR_METHOD;
     // Nothing a request locked may outlive it, whatever path it took.
     store_release_thread();
     // Counted before the answer leaves, so a client that reads the figures

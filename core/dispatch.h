@@ -1,9 +1,17 @@
-// One table maps method names to codes and codes to handlers; the
-// connection task owns the shared concerns (context, parsing, response,
-// timing) so each handler only does its method.
+// One table maps method names to codes; the connection task owns the
+// shared concerns (context, parsing, response, timing) and hands the parsed
+// request to the serve function start-up wired in.
 #pragma once
 
 struct ds_context;
+
+#include <cstdint>
+
+// What answers a parsed request: runs its method, leaves the answer in
+// res_obj and returns the error code. Start-up wires the model's in.
+using ds_serve_fn = int32_t (*)(ds_context *ctx);
+// Sets the serve function; main thread, before the workers start.
+void dispatch_set_serve(ds_serve_fn serve);
 
 // The method code of a "method" name (exact, case-sensitive), or 0.
 int ds_method_code(const char *name);

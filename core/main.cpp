@@ -10,8 +10,11 @@
 #include "core/heap.h"
 #include "core/pool.h"
 #include "core/server.h"
-#include "core/shm.h"
+#include "platform/shm.h"
+#include "core/dispatch.h"
+#include "model/methods.h"
 #include "model/registry.h"
+#include "modules/module_table.h"
 #include "platform/stop_signal.h"
 #include "platform/trace.h"
 #include "store/store.h"
@@ -90,6 +93,8 @@ void serve(ds_model_root **root, thd_pool **pool)
         START_FAIL("Register ds model failed.");
         return;
     }
+    // core reaches the model only through this one function.
+    dispatch_set_serve(ds_serve);
     // Before any request: finish what a crash cut short, then keep the
     // light commit's changes flowing to the files and flush them on SIGTERM.
     uci_store_recover();

@@ -10,6 +10,7 @@
 #include "core/heap.h"
 #include "core/pool.h"
 #include "core/wire.h"
+#include "platform/error_codes.h"
 #include "platform/jso.h"
 #include "platform/trace.h"
 
@@ -38,14 +39,14 @@ int store_identity(ds_context *ctx, json_object *info)
     const char *user = jso_obj_get_string_origin(info, "user");
     if (!user) {
         DS_TRACE_AS("jinf_tlv_data_handle", TRACE_ERROR, "Lack of user field.");
-        return fail(ctx, -40101);
+        return fail(ctx, DS_ERR_REQUEST);
     }
     free(ctx->user);
     ctx->user = strdup(user);
     int32_t group = 0, client = 0;
     if (!int_member(info, "group", &group)) {
         DS_TRACE_AS("jinf_tlv_data_handle", TRACE_ERROR, "Lack of group field.");
-        return fail(ctx, -40101);
+        return fail(ctx, DS_ERR_REQUEST);
     }
     if (group < 1 || group > 3) {
         DS_TRACE_AS("jinf_tlv_data_handle", TRACE_INFO, "Unknown user group.");
@@ -54,7 +55,7 @@ int store_identity(ds_context *ctx, json_object *info)
     ctx->group = static_cast<uint8_t>(group);
     if (!int_member(info, "client", &client)) {
         DS_TRACE_AS("jinf_tlv_data_handle", TRACE_ERROR, "Lack of client field.");
-        return fail(ctx, -40101);
+        return fail(ctx, DS_ERR_REQUEST);
     }
     if (client < 1 || client > 13) {
         DS_TRACE_AS("jinf_tlv_data_handle", TRACE_INFO, "Unknown client.");
@@ -73,17 +74,17 @@ int jinf_tlv_data_handle(ds_context *ctx, sock_reader *rd, int32_t len)
     context_note_buf_used(ctx, static_cast<size_t>(len) + 1);
     if (sock_reader_read(rd, ctx->buf, static_cast<size_t>(len)) != len) {
         DS_ERR("Socket read TLV value failed.");
-        return fail(ctx, -40101);
+        return fail(ctx, DS_ERR_REQUEST);
     }
     json_object *info = jso_from_string(reinterpret_cast<const char *>(ctx->buf));
     if (!info) {
         DS_ERR("Transform json request info to object failed.");
-        return fail(ctx, -40101);
+        return fail(ctx, DS_ERR_REQUEST);
     }
     int rc;
     if (jso_obj_url_coding(info, URL_DECODE) != 0) {
         DS_ERR("urldecode error");
-        rc = fail(ctx, -40102);
+        rc = fail(ctx, DS_ERR_PARAM);
     } else {
         rc = store_identity(ctx, info);
     }
@@ -139,34 +140,34 @@ int jreq_tlv_data_handle(ds_context *ctx, sock_reader *rd, int32_t len)
     }
     if (len > TLV_REQUEST_MAX) {
         DS_ERR("Request signal is too long.");
-        return fail(ctx, -40202);
+        return fail(ctx, DS_ERR_TOO_LONG);
     }
     if (!grow_buffer(ctx, len)) {
         DS_ERR("Malloc buffer failed.");
-        return fail(ctx, -40103);
+        return fail(ctx, DS_ERR_NOMEM);
     }
     if (read_value(ctx, rd, len) != 0)
-        return fail(ctx, -40101);
+        return fail(ctx, DS_ERR_REQUEST);
     DS_INFO("Request: %s.", reinterpret_cast<const char *>(ctx->buf));
     json_object_put(ctx->req_obj);
     ctx->req_obj = jso_from_string(reinterpret_cast<const char *>(ctx->buf));
     if (!ctx->req_obj) {
         DS_ERR("Transform json request to object failed.");
-        return fail(ctx, -40210);
+        return fail(ctx, DS_ERR_BAD_REQUEST);
     }
     if (request_is_encoded(ctx->client) && jso_obj_url_coding(ctx->req_obj, URL_DECODE) != 0) {
         DS_ERR("urldecode error");
-        return fail(ctx, -40102);
+        return fail(ctx, DS_ERR_PARAM);
     }
     const char *method = jso_obj_get_string_origin(ctx->req_obj, "method");
     if (!method) {
         DS_ERR("Lack of method field.");
-        return fail(ctx, -40210);
+        return fail(ctx, DS_ERR_BAD_REQUEST);
     }
     int code = ds_method_code(method);
     if (!code) {
         DS_ERR("Unsupport method type: %s.", method);
-        return fail(ctx, -40209);
+        return fail(ctx, DS_ERR_ILLEGAL);
     }
     ctx->method = static_cast<uint8_t>(code);
     return 0;
@@ -181,7 +182,7 @@ int parse_record(ds_context *ctx, sock_reader *rd, bool *fatal)
         DS_TRACE_AS("ds_signal_parse", TRACE_ERROR, "Socket read type and length failed, read_len: %d.",
                     static_cast<int>(n));
         *fatal = true;
-        return fail(ctx, -40101);
+        return fail(ctx, DS_ERR_REQUEST);
     }
     uint32_t type, raw_len;
     memcpy(&type, ctx->buf, 4);
@@ -198,7 +199,7 @@ int parse_record(ds_context *ctx, sock_reader *rd, bool *fatal)
         return jreq_tlv_data_handle(ctx, rd, len);
     DS_TRACE_AS("ds_signal_parse", TRACE_ERROR, "Unsupport TLV type.");
     *fatal = true;
-    return fail(ctx, -40101);
+    return fail(ctx, DS_ERR_REQUEST);
 }
 
 } // namespace
@@ -235,7 +236,7 @@ void ds_make_response(ds_context *ctx)
         return;
     }
     if (jso_obj_add_int(ctx->res_obj, "error_code", ctx->error_code) != 0) {
-        make_error_response(ctx->fd, -40101);
+        make_error_response(ctx->fd, DS_ERR_REQUEST);
         return;
     }
     if (ctx->client == 1 || ctx->client == 2)
@@ -243,7 +244,7 @@ void ds_make_response(ds_context *ctx)
     const char *text = json_object_to_json_string(ctx->res_obj);
     if (!text) {
         DS_ERR("json_object_to_json_string failed.");
-        make_error_response(ctx->fd, -40101);
+        make_error_response(ctx->fd, DS_ERR_REQUEST);
         return;
     }
     DS_INFO("Response: %s.", text);

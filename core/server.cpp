@@ -14,6 +14,7 @@ extern "C" {
 #include "core/dispatch.h"
 #include "core/pool.h"
 #include "core/wire.h"
+#include "platform/error_codes.h"
 #include "platform/paths.h"
 #include "platform/stats.h"
 #include "platform/trace.h"
@@ -44,7 +45,7 @@ void queue_connection(int fd, thd_pool *pool)
     if (thd_pool_add_task(pool, ds_signal_handle, fd) != 0) {
         DS_TRACE_AS("socket_accept_loop", TRACE_INFO, "Add task to queue failed.");
         stats_count(STATS_QUEUE_REFUSED);
-        make_error_response(fd, -40109);
+        make_error_response(fd, DS_ERR_BUSY);
         close(fd);
     }
 }

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "model/registry.h"
 #include "platform/config_events.h"
 

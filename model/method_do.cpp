@@ -4,11 +4,12 @@
 
 #include <cstring>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "model/change_events.h"
 #include "model/methods.h"
 #include "model/model_raii.h"
 #include "model/registry.h"
+#include "platform/error_codes.h"
 #include "platform/jso.h"
 #include "platform/trace.h"
 #include "store/store.h"
@@ -36,103 +37,95 @@ static bool flush_before(const char *keyword)
     return !strcmp(keyword, "config_recovery");
 }
 
-// Runs one keyword of mod with its argument. 0, or -1 with ctx->error_code set.
-static int do_keyword_action(ds_context *ctx, const ds_module *mod, const char *keyword,
+// Runs one keyword of mod with its argument. 0 or the error code.
+static int32_t do_keyword_action(ds_context *ctx, const ds_module *mod, const char *keyword,
                              json_object *arg)
 {
     if (!keyword) {
         DS_ERR("Invalid params.");
         DS_ERR("Run %s service failed", "(null)");
-        return -1;
+        return DS_ERR_REQUEST;
     }
     auto *row = static_cast<const ds_action *>(get_ds_node(mod, keyword, DS_NODE_ACTION));
     if (!row) {
         DS_ERR("Service %s not support.", keyword);
-        ctx->error_code = -40106;
         DS_ERR("Run %s service failed", keyword);
-        return -1;
+        return DS_ERR_UNSUPPORTED;
     }
     DS_INFO("Do %s action in module %s.", keyword, mod->name);
     if (flush_before(keyword) && uci_flush_logged() != 0)
         DS_ERR("flush before %s failed", keyword);
     if (!row->fn) {
         DS_ERR("Function keyword_action is NULL.");
-        ctx->error_code = -40101;
         DS_ERR("Run %s service failed", keyword);
-        return -1;
+        return DS_ERR_REQUEST;
     }
     // Such an action reads, checks and commits its module's package like a
     // set does, so it holds that package for as long; other packages are
     // locked by the writes themselves.
     store_txn hold(ctx->uci_ctx);
     if (mod->lock_actions && mod->package && store_txn_lock(&hold, {mod->package}) != 0) {
-        ctx->error_code = -40101;
         DS_ERR("Run %s service failed", keyword);
-        return -1;
+        return DS_ERR_REQUEST;
     }
     change_event_action_start();
-    ctx->error_code = row->fn(ctx, arg);
-    if (ctx->error_code != 0) {
+    int32_t rc = row->fn(ctx, arg);
+    if (rc != 0) {
         DS_ERR("Run %s service failed", keyword);
-        return -1;
+        return rc;
     }
     change_event_action(ctx, mod, keyword); // tell the bus what it committed
     return 0;
 }
 
 // Runs every keyword of one module's request object in order; stops at the
-// first failure. 0 or -1.
-static int do_module(ds_context *ctx, ds_model_root *root, const char *name, json_object *req)
+// first failure. 0 or its code.
+static int32_t do_module(ds_context *ctx, ds_model_root *root, const char *name, json_object *req)
 {
     DS_INFO("Request in module [%s]", name);
     const ds_module *mod = get_module_node(root, name);
     if (!mod) {
         DS_ERR("Module %s not support.", name);
-        ctx->error_code = -40106;
-        return -1;
+        return DS_ERR_UNSUPPORTED;
     }
     json_object_object_foreach(req, keyword, arg) {
-        if (do_keyword_action(ctx, mod, keyword, arg) != 0)
-            return -1;
+        if (int32_t rc = do_keyword_action(ctx, mod, keyword, arg))
+            return rc;
     }
-    return 0;
+    return DS_OK;
 }
 
-// Request: {module: {keyword: argument, ...}, ...}. Handlers add their results
-// to ctx->res_obj, created here first. 0 or -1 (reason in ctx->error_code).
+// do: {module: {keyword: argument, ...}, ...}. Actions add their results
+// to ctx->res_obj, created here first. 0 or the first failing action's code.
 // Worker thread owning ctx.
-int ds_handle_method_do(ds_context *ctx)
+int32_t ds_do(ds_context *ctx)
 {
     if (!ctx || ctx->fd < 0 || !ctx->req_obj) {
         DS_ERR("Invalid params.");
-        return -1;
+        return DS_ERR_REQUEST;
     }
     if (!jso_is_obj(ctx->req_obj) || json_object_object_length(ctx->req_obj) == 0) {
         DS_ERR("Request signal is illegal.");
-        ctx->error_code = -40209;
-        return -1;
+        return DS_ERR_ILLEGAL;
     }
     ds_model_root *root = get_model_root();
     if (!root) {
         DS_ERR("Get model root node failed.");
-        ctx->error_code = -40101;
-        return -1;
+        return DS_ERR_REQUEST;
     }
     if (!ctx->res_obj)
         ctx->res_obj = jso_new_obj();
     if (!ctx->res_obj) {
         DS_ERR("Create new json object failed.");
-        ctx->error_code = -40101;
-        return -1;
+        return DS_ERR_REQUEST;
     }
-    ctx->error_code = 0;
     json_object_object_foreach(ctx->req_obj, name, req) {
         if (!jso_is_obj(req))
             continue;
-        if (do_module(ctx, root, name, req) != 0)
-            return -1;
+        if (int32_t rc = do_module(ctx, root, name, req))
+            return rc;
     }
-    return 0;
+    return DS_OK;
 }
 
 // {"device_list": [{"chn_id": channel, "command": content, URL-encoded}]}; null on failure.
@@ -178,82 +171,69 @@ static json_object *forward_answer(json_object *reply, bool *answered)
     return content.release();
 }
 
-// Serialises msg into the context's buffer. 0 or -1.
-static int forward_serialise(ds_context *ctx, json_object *msg)
+// The text of msg (owned by msg), or null when it would not fit the
+// request's receive buffer: a pass-through is bounded like a request.
+static const char *forward_text(const ds_context *ctx, json_object *msg)
 {
     const char *text = msg ? jso_to_string(msg) : nullptr;
     if (!text || !ctx->buf || strlen(text) + 1 > ctx->buf_size)
-        return -1;
-    context_note_buf_used(ctx, strlen(text) + 1);
-    memcpy(ctx->buf, text, strlen(text) + 1);
-    return 0;
+        return nullptr;
+    return text;
 }
 
-// Calls the pass-through and fills the response. 0, or -1 with ctx->error_code.
-static int forward_call(ds_context *ctx, int32_t channel, json_object *content)
+// Calls the pass-through and fills the response. 0, or the error code:
+// also DS_ERR_FORWARD with the channel answered when the camera gave no
+// usable answer.
+static int32_t forward_call(ds_context *ctx, int32_t channel, json_object *content)
 {
     conn_ptr conn(ubus_create_connection());
-    if (!conn) {
-        ctx->error_code = -40108;
-        return -1;
-    }
+    if (!conn)
+        return DS_ERR_FORWARD;
     jso_ptr msg(forward_message(channel, content));
-    if (forward_serialise(ctx, msg.get()) != 0) {
+    const char *text = forward_text(ctx, msg.get());
+    if (!text) {
         DS_ERR("jso_to_string error.");
-        ctx->error_code = -70102;
-        return -1;
+        return DS_ERR_BUS_CALL;
     }
-    ubus_req req = {.object = "chm_slp", .method = "chm_slp_passthrough",
-                    .message = reinterpret_cast<const char *>(ctx->buf), .timeout = 0};
+    ubus_req req = {.object = "chm_slp", .method = "chm_slp_passthrough", .message = text, .timeout = 0};
     json_object *raw = nullptr;
     int rc = ubus_call(conn.get(), &req, &raw);
     jso_ptr reply(raw);
     if (rc != 0) {
         DS_ERR("ubus call error.");
-        ctx->error_code = -40108;
-        return -1;
+        return DS_ERR_FORWARD;
     }
     if (!ctx->res_obj && !(ctx->res_obj = jso_new_obj())) {
         DS_ERR("Create new json object failed.");
-        ctx->error_code = -40101;
-        return -1;
+        return DS_ERR_REQUEST;
     }
     bool answered = false;
     json_object *answer = forward_answer(reply.get(), &answered);
-    ctx->error_code = answered ? 0 : -40108;
     if (answer)
         jso_obj_add(ctx->res_obj, "content", answer);
     jso_obj_add_int(ctx->res_obj, "channel", channel);
-    return 0;
+    return answered ? DS_OK : DS_ERR_FORWARD;
 }
 
-// Checks the request and forwards its content to the camera channel. 0 or -1.
-static int forward_ipc(ds_context *ctx)
+// forward: {"destination": "ipc", "channel": n, "content": {...}} passes the
+// content to the camera channel. 0 or the error code. Worker thread owning
+// ctx.
+int32_t ds_forward(ds_context *ctx)
 {
+    if (!ctx || ctx->fd < 0 || !ctx->req_obj) {
+        DS_ERR("Invalid params.");
+        return DS_ERR_REQUEST;
+    }
     const char *dest = jso_obj_get_string_origin(ctx->req_obj, "destination");
     if (!dest || strcmp(dest, "ipc") != 0) {
         DS_ERR("Destination %s not support.", dest ? dest : "(null)");
-        ctx->error_code = -40106;
-        return -1;
+        return DS_ERR_UNSUPPORTED;
     }
     int32_t channel = 0;
     json_object *content = jso_obj_get(ctx->req_obj, "content");
     if (jso_obj_get_int(ctx->req_obj, "channel", &channel) != 0 || !jso_is_obj(content)) {
         DS_ERR("Request signal is illegal.");
-        ctx->error_code = -40209;
-        return -1;
+        return DS_ERR_ILLEGAL;
     }
     return forward_call(ctx, channel, content);
-}
-
-// Request: {"destination": "ipc", "channel": n, "content": {...}}. The outcome
-// is in ctx->error_code; 0 once the channel manager answered, else -1.
-// Worker thread owning ctx.
-int ds_handle_method_forward(ds_context *ctx)
-{
-    if (!ctx || ctx->fd < 0 || !ctx->req_obj) {
-        DS_ERR("Invalid params.");
-        return -1;
-    }
-    return forward_ipc(ctx);
 }

@@ -7,11 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "model/methods.h"
 #include "model/model_raii.h"
 #include "model/registry.h"
 #include "model/section_lookup.h"
+#include "platform/error_codes.h"
 #include "platform/jso.h"
 #include "platform/trace.h"
 #include "store/store.h"
@@ -58,14 +59,13 @@ static json_object *read_uci(ds_context *ctx, const ds_module *mod, const char *
 }
 
 // Reads one section (by_name 1) or every section of one type (by_name 0) of
-// `mod` into *out (new reference). 0 with the error code cleared, or -1 with
-// the error code set.
-static int get_section_obj(ds_context *ctx, const ds_module *mod, const char *name, int by_name,
+// `mod` into *out (new reference). 0 or the error code.
+static int32_t get_section_obj(ds_context *ctx, const ds_module *mod, const char *name, int by_name,
                            json_object **out, package_reads *reads)
 {
     if (!ctx || !mod || !name || !out) {
         DS_ERR("Invalid params.");
-        return -1;
+        return DS_ERR_REQUEST;
     }
     const ds_sec *sec = find_section(mod, name, by_name);
     if (!sec) {
@@ -73,8 +73,7 @@ static int get_section_obj(ds_context *ctx, const ds_module *mod, const char *na
             DS_ERR("Section name %s not support.", name);
         else
             DS_ERR("Section type %s not support.", name);
-        ctx->error_code = -40106;
-        return -1;
+        return DS_ERR_UNSUPPORTED;
     }
     json_object *data = nullptr;
     if (sec->data_kind == DS_DATA_UCI) {
@@ -85,55 +84,51 @@ static int get_section_obj(ds_context *ctx, const ds_module *mod, const char *na
     } else if (sec->data_kind == DS_DATA_DYNAMIC) {
         if (!sec->dynamic) {
             DS_ERR("Dynamic data operation is NULL.");
-            ctx->error_code = -40101;
-            return -1;
+            return DS_ERR_REQUEST;
         }
         data = sec->dynamic(ctx, sec);
     } else {
-        ctx->error_code = -40101;
-        return -1;
+        return DS_ERR_REQUEST;
     }
     if (!data) {
         DS_ERR("Get section data failed.");
-        ctx->error_code = -40101;
-        return -1;
+        return DS_ERR_REQUEST;
     }
     *out = data;
-    ctx->error_code = 0;
-    return 0;
+    return DS_OK;
 }
 
-// Reads one requested string into the module's response object.
-static int get_one(ds_context *ctx, const ds_module *mod, const char *name, int by_name,
-                   json_object *mod_res, package_reads *reads)
+// Reads one requested string into the module's response object. 0 or the
+// error code.
+static int32_t get_one(ds_context *ctx, const ds_module *mod, const char *name, int by_name,
+                       json_object *mod_res, package_reads *reads)
 {
     json_object *data = nullptr;
-    if (get_section_obj(ctx, mod, name, by_name, &data, reads) != 0) {
+    if (int32_t rc = get_section_obj(ctx, mod, name, by_name, &data, reads)) {
         if (by_name)
             DS_ERR("Get section name %s data failed.", name);
         else
             DS_ERR("Get section type %s data failed.", name);
-        return -1;
+        return rc;
     }
     json_object_object_add(mod_res, name, data);
-    return 0;
+    return DS_OK;
 }
 
-static int invalid_get_request(ds_context *ctx)
+static int32_t invalid_get_request(void)
 {
     DS_TRACE_AS("get_data_obj", TRACE_ERROR, "Invalid get request.");
-    ctx->error_code = -40210;
-    return -1;
+    return DS_ERR_BAD_REQUEST;
 }
 
 // One member of a module's request: "table" or "name" with a string or an
 // array of strings.
-static int get_data_member(ds_context *ctx, const ds_module *mod, const char *key,
+static int32_t get_data_member(ds_context *ctx, const ds_module *mod, const char *key,
                            json_object *val, json_object *mod_res, package_reads *reads)
 {
     if (!key || !val) {
         DS_TRACE_AS("get_data_obj", TRACE_ERROR, "Invalid params.");
-        return -1;
+        return DS_ERR_REQUEST;
     }
     int by_name;
     if (strcmp(key, "table") == 0)
@@ -141,33 +136,34 @@ static int get_data_member(ds_context *ctx, const ds_module *mod, const char *ke
     else if (strcmp(key, "name") == 0)
         by_name = 1;
     else
-        return invalid_get_request(ctx);
+        return invalid_get_request();
     if (json_object_is_type(val, json_type_string))
         return get_one(ctx, mod, json_object_get_string(val), by_name, mod_res, reads);
     if (!json_object_is_type(val, json_type_array))
-        return invalid_get_request(ctx);
+        return invalid_get_request();
     size_t n = json_object_array_length(val);
     for (size_t i = 0; i < n; ++i) {
         json_object *el = json_object_array_get_idx(val, i);
         if (!el || !json_object_is_type(el, json_type_string))
-            return invalid_get_request(ctx);
-        if (get_one(ctx, mod, json_object_get_string(el), by_name, mod_res, reads) != 0)
-            return -1;
+            return invalid_get_request();
+        if (int32_t rc = get_one(ctx, mod, json_object_get_string(el), by_name, mod_res, reads))
+            return rc;
     }
-    return 0;
+    return DS_OK;
 }
 
-// The loop over one module's request object; 0, or -1 naming the failed key.
-static int get_data_obj(ds_context *ctx, const ds_module *mod, json_object *mod_req,
-                        json_object *mod_res, package_reads *reads)
+// The loop over one module's request object; 0, or the code of the failed
+// key (traced by name).
+static int32_t get_data_obj(ds_context *ctx, const ds_module *mod, json_object *mod_req,
+                            json_object *mod_res, package_reads *reads)
 {
     json_object_object_foreach(mod_req, key, val) {
-        if (get_data_member(ctx, mod, key, val, mod_res, reads) != 0) {
+        if (int32_t rc = get_data_member(ctx, mod, key, val, mod_res, reads)) {
             DS_ERR("Get module [%s]-%s data failed", mod->name, key ? key : "");
-            return -1;
+            return rc;
         }
     }
-    return 0;
+    return DS_OK;
 }
 
 // Each requested name of {"name": text or array of texts}, hashed once for
@@ -242,35 +238,33 @@ static json_object *module_from_texts(ds_context *ctx, const ds_module *mod, jso
     return jso_new_raw(text.data(), text.size());
 }
 
-enum { GET_OK = 0, GET_KEEP_PARTIAL = 1, GET_DROP_ALL = 2 };
-
-// Reads one module's request into a new member of `res`. A module that
-// cannot be served at all keeps what earlier modules read
-// (GET_KEEP_PARTIAL); a bad section request discards the whole response
-// (GET_DROP_ALL). The error code is set on both.
-static int get_module(ds_context *ctx, ds_model_root *root, const char *mod_name,
-                      json_object *mod_req, json_object *res)
+// Reads one module's request into a new member of `res`. 0, or the error
+// code with *keep telling what becomes of the answer: a module that cannot
+// be served at all keeps what earlier modules read (*keep true); a bad
+// section request discards the whole response.
+static int32_t get_module(ds_context *ctx, ds_model_root *root, const char *mod_name,
+                          json_object *mod_req, json_object *res, bool *keep)
 {
     DS_TRACE_AS("ds_handle_method_get", TRACE_INFO, "Request in module [%s]", mod_name);
+    *keep = true;
     json_object *mod_res = json_object_new_object();
     if (!mod_res) {
         DS_TRACE_AS("ds_handle_method_get", TRACE_ERROR, "Create new json object failed.");
-        ctx->error_code = -40101;
-        return GET_KEEP_PARTIAL;
+        return DS_ERR_REQUEST;
     }
     json_object_object_add(res, mod_name, mod_res);
     const ds_module *mod = get_module_node(root, mod_name);
     if (!mod) {
         DS_TRACE_AS("ds_handle_method_get", TRACE_ERROR, "Module %s not support.", mod_name);
-        ctx->error_code = -40106;
-        return GET_KEEP_PARTIAL;
+        return DS_ERR_UNSUPPORTED;
     }
     package_reads reads;
     if (json_object *text = module_from_texts(ctx, mod, mod_req, &reads)) {
         json_object_object_add(res, mod_name, text);
-        return GET_OK;
+        return DS_OK;
     }
-    return get_data_obj(ctx, mod, mod_req, mod_res, &reads) == 0 ? GET_OK : GET_DROP_ALL;
+    *keep = false;
+    return get_data_obj(ctx, mod, mod_req, mod_res, &reads);
 }
 
 static void set_response(ds_context *ctx, json_object *res)
@@ -280,50 +274,38 @@ static void set_response(ds_context *ctx, json_object *res)
     ctx->res_obj = res;
 }
 
-// Handler of method code 1. Request: {module: {"table"|"name": text or
-// array}}; members that are not objects are skipped. On success res_obj
-// holds {module: {requested string: data}} and 0 is returned. A failure in
-// a module's sections answers no data (res_obj null); an unknown module
-// keeps what was read before it. Worker thread of `ctx`.
-int ds_handle_method_get(ds_context *ctx)
+// get: {module: {"table"|"name": text or array}}; members that are not
+// objects are skipped. On success res_obj holds {module: {requested string:
+// data}}. A failure in a module's sections answers no data (res_obj null);
+// an unknown module keeps what was read before it. 0 or the error code.
+// Worker thread of `ctx`.
+int32_t ds_get(ds_context *ctx)
 {
     if (!ctx || ctx->fd < 0 || !ctx->req_obj) {
         DS_ERR("Invalid params.");
-        return -1;
+        return DS_ERR_REQUEST;
     }
     if (!json_object_is_type(ctx->req_obj, json_type_object) ||
         json_object_object_length(ctx->req_obj) == 0) {
         DS_ERR("Request signal is illegal.");
-        ctx->error_code = -40209;
-        return -1;
+        return DS_ERR_ILLEGAL;
     }
     jso_ptr res(json_object_new_object());
-    if (!res) {
-        DS_ERR("Create new json object failed.");
-        ctx->error_code = -40101;
-        return -1;
-    }
     ds_model_root *root = get_model_root();
-    if (!root) {
-        DS_ERR("Get model root node failed.");
-        ctx->error_code = -40101;
-        return -1;
+    if (!res || !root) {
+        DS_ERR(!res ? "Create new json object failed." : "Get model root node failed.");
+        return DS_ERR_REQUEST;
     }
     json_object_object_foreach(ctx->req_obj, mod_name, mod_req) {
         if (!json_object_is_type(mod_req, json_type_object))
             continue;
-        int rc = get_module(ctx, root, mod_name, mod_req, res.get());
-        if (rc == GET_KEEP_PARTIAL) {
-            set_response(ctx, res.release());
-            return -1;
-        }
-        if (rc == GET_DROP_ALL) {
-            set_response(ctx, nullptr);
-            return -1;
+        bool keep = true;
+        if (int32_t rc = get_module(ctx, root, mod_name, mod_req, res.get(), &keep)) {
+            set_response(ctx, keep ? res.release() : nullptr);
+            return rc;
         }
     }
     set_response(ctx, res.release());
     // A request that named no section still succeeded.
-    ctx->error_code = 0;
-    return 0;
+    return DS_OK;
 }

@@ -1,11 +1,20 @@
-// Method handlers, chosen by method code in the dispatch table. Each takes
-// the request context, returns 0 or -1, and leaves its result in res_obj and
-// error_code. Called on the worker thread that owns the context.
+// The methods of the model. Each takes the request context, runs on the
+// worker thread that owns it, leaves its answer in res_obj and returns 0 or
+// the response's error code.
 #pragma once
+
+#include <cstdint>
 
 struct ds_context;
 
-int ds_handle_method_get(ds_context *ctx);
-int ds_handle_method_set(ds_context *ctx);          // set, add and delete
-int ds_handle_method_do(ds_context *ctx);
-int ds_handle_method_forward(ds_context *ctx);
+// The one entry start-up hands to core: runs the context's method and
+// returns its code (DS_ERR_METHOD for a method not handled here).
+int32_t ds_serve(ds_context *ctx);
+
+int32_t ds_set(ds_context *ctx);
+int32_t ds_add(ds_context *ctx);
+int32_t ds_delete(ds_context *ctx);
+
+int32_t ds_get(ds_context *ctx);
+int32_t ds_do(ds_context *ctx);
+int32_t ds_forward(ds_context *ctx);

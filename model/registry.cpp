@@ -9,7 +9,6 @@
 #include <unordered_map>
 
 #include "model/model_raii.h"
-#include "model/module_table.h"
 #include "platform/jso.h"
 #include "store/store.h"
 #include "platform/trace.h"
@@ -93,35 +92,32 @@ static bool is_head(const ds_model_root *root, const ds_module *m)
     return m == reinterpret_cast<const ds_module *>(root);
 }
 
-// Runs the module constructors of ds_module_table in order; the first one
-// that fails stops the run. 0, or -1. Main thread, start-up.
-int model_register(ds_model_root *root)
+// Position of `name` in the root's name-sorted array: the first entry not
+// less than it.
+static uint32_t sorted_pos(const ds_model_root *root, const char *name)
 {
-    if (!root) {
-        DS_ERR("Invalid param.");
-        return -1;
+    uint32_t lo = 0, hi = root->count;
+    while (lo < hi) {
+        uint32_t mid = lo + (hi - lo) / 2;
+        if (strcmp(root->by_name[mid]->name, name) < 0)
+            lo = mid + 1;
+        else
+            hi = mid;
     }
-    for (const ds_module_ctor *c = ds_module_table; c->name; ++c) {
-        if (!c->init || c->init() != 0) {
-            DS_ERR("Register module %s failed.", c->name);
-            return -1;
-        }
-    }
-    return 0;
+    return lo;
 }
 
-// The first registered module called `name` (exact match), or null.
-// Any thread once start-up is over.
+// The registered module called `name` (exact match), or null: a binary
+// search of the name-sorted array. Any thread once start-up is over.
 ds_module *get_module_node(ds_model_root *root, const char *name)
 {
     if (!root || !name) {
         DS_ERR("Invalid params.");
         return nullptr;
     }
-    for (ds_module *m = root->next; m && !is_head(root, m); m = m->next) {
-        if (m->name && strcmp(m->name, name) == 0)
-            return m;
-    }
+    uint32_t pos = sorted_pos(root, name);
+    if (pos < root->count && strcmp(root->by_name[pos]->name, name) == 0)
+        return root->by_name[pos];
     DS_INFO("The module node (%s) not found.", name);
     return nullptr;
 }
@@ -134,12 +130,17 @@ int model_add(ds_model_root *root, ds_module *mod)
         DS_ERR("Invalid params.");
         return -1;
     }
-    for (ds_module *m = root->next; m && !is_head(root, m); m = m->next) {
-        if (m->name && strcmp(m->name, mod->name) == 0) {
-            DS_ERR("Module node %s has existed.", mod->name);
-            return -1;
-        }
+    uint32_t pos = sorted_pos(root, mod->name);
+    if (pos < root->count && strcmp(root->by_name[pos]->name, mod->name) == 0) {
+        DS_ERR("Module node %s has existed.", mod->name);
+        return -1;
     }
+    auto **grown = static_cast<ds_module **>(realloc(root->by_name, (root->count + 1) * sizeof(ds_module *)));
+    if (!grown)
+        return -1;
+    root->by_name = grown;
+    memmove(&grown[pos + 1], &grown[pos], (root->count - pos) * sizeof(ds_module *));
+    grown[pos] = mod;
     // Only real descriptors are written through; the head is updated by name
     // so no descriptor field is ever stored into the smaller head record.
     ds_module *head = reinterpret_cast<ds_module *>(root);
@@ -187,6 +188,7 @@ int model_destory(ds_model_root *root)
     }
     if (g_model_root == root)
         g_model_root = nullptr;
+    free(root->by_name);
     free(root);
     return 0;
 }

@@ -7,8 +7,8 @@
 //   2. Export only its constructor `int <module>_module_init(void)`, declared
 //      in modules/modules.h; it fills any run-time section rows
 //      (model_fill_channel_rows) and calls add_module_node.
-//   3. Add the constructor to the table in model/module_table.cpp at its place
-//      in the registration order.
+//   3. Add the constructor to the table in modules/module_table.cpp at its
+//      place in the registration order.
 //   4. Teach tools/mkconfig the package's default sections so a fresh host
 //      root serves it.
 //   5. Set `lock_actions` when its actions read, check and commit the
@@ -51,6 +51,13 @@ struct ds_opt {
 
 enum { DS_DATA_UCI = 0, DS_DATA_DYNAMIC = 1 };
 
+// Section row flags.
+enum : uint8_t {
+    // A change of the section needs the module's after-commit hook, which
+    // runs once per request however many such sections the request touched.
+    DS_SEC_AFTER_COMMIT = 0x01,
+};
+
 struct ds_sec {
     const char *name;          // section name, or type in sec_types
     uint8_t data_kind;         // DS_DATA_UCI or DS_DATA_DYNAMIC
@@ -59,6 +66,7 @@ struct ds_sec {
     ds_sec_cb_fn beforesavecb;
     ds_sec_cb_fn srvcb;
     ds_dynamic_fn dynamic;
+    uint8_t flags = 0;         // DS_SEC_*
 };
 
 struct ds_action {
@@ -78,17 +86,24 @@ struct ds_module {
     // do method holds that package for each action. Left 0 for modules whose
     // actions wait on cameras or peers for long and commit other packages.
     uint32_t lock_actions;
+    // Runs once per changing request, after the commit and the service
+    // callbacks, when the request touched a DS_SEC_AFTER_COMMIT section of
+    // the module: what must happen once however many sections changed
+    // (a reload, a whole-package apply). Returns 0 or an error code.
+    ds_sec_cb_fn after_commit = nullptr;
 };
 
+// The registered modules: a list in registration order (the walks that
+// list them) and the same modules sorted by name (the look-ups).
 struct ds_model_root {
     ds_module *next, *prev;
     uint32_t count;
+    ds_module **by_name;       // count entries, by strcmp of the name
 };
 
 enum { DS_NODE_SECTION = 0, DS_NODE_SEC_TYPE = 1, DS_NODE_ACTION = 2 };
 
 ds_model_root *model_init(void);
-int model_register(ds_model_root *root);
 int model_add(ds_model_root *root, ds_module *mod);
 int model_destory(ds_model_root *root);
 // The root kept in the process state; null before model_init.

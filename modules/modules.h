@@ -1,66 +1,26 @@
-// Module constructors, one per registered module, run by model_register in
-// the order of model/module_table.cpp. Each fills its run-time section rows
-// and registers its descriptor; 0 on success.
+// Module constructors, run by model_register in the order of
+// modules/module_table.cpp. Each fills its run-time section rows and
+// registers its descriptor; 0 on success.
 #pragma once
 
 int alarm_input_output_module_init(void);
-int badblocks_module_init(void);
 int capture_plan_module_init(void);
 int chm_module_init(void);
-int cloud_config_module_init(void);
-int cloud_status_module_init(void);
-int cover_module_init(void);
-int ddns_module_init(void);
-int device_info_module_init(void);
-int diagnose_module_init(void);
-int firewall_module_init(void);
-int gb28181_module_init(void);
-int harddisk_manage_module_init(void);
-int image_module_init(void);
-int image_capture_module_init(void);
 int intrusion_detection_module_init(void);
 int linecross_detection_module_init(void);
-int media_server_module_init(void);
-int function_module_init(void);
 int motion_detection_module_init(void);
-int msg_push_module_init(void);
 int msg_push_plan_module_init(void);
-int network_module_init(void);
-int nvrtest_module_init(void);
-int osd_module_init(void);
-int osd_capability_module_init(void);
-int p2p_module_init(void);
-int plan_advance_module_init(void);
-int playback_module_init(void);
-int port_module_init(void);
-int record_module_init(void);
 int protocol_module_init(void);
-int ptz_module_init(void);
-int record_control_module_init(void);
 int record_plan_module_init(void);
-int relay_module_init(void);
-int roi_module_init(void);
-int simple_mode_module_init(void);
-int smart_module_init(void);
 int system_module_init(void);
-int system_auto_reboot_module_init(void);
 int tamper_detection_module_init(void);
-int timing_reboot_module_init(void);
-int unusual_detection_module_init(void);
-int uhttpd_module_init(void);
-int upnpc_module_init(void);
 int user_management_module_init(void);
-int video_module_init(void);
-int zuma_msg_push_module_init(void);
 int zuma_msg_push_plan_module_init(void);
-int zuma_playback_module_init(void);
-int zuma_preview_module_init(void);
 int cloud_storage_module_init(void);
-int cloud_capability_module_init(void);
-int media_module_init(void);
-int face_gallery_module_init(void);
 int face_comparison_module_init(void);
-int face_group_module_init(void);
-int audio_capability_module_init(void);
-int audio_config_module_init(void);
 int statistics_module_init(void); // the daemon's own live figures
+
+// Registers the generic module called `name` (modules/generic: the modules
+// that are one row of data each, with no behaviour of their own). 0, or -1
+// when there is none or its rows cannot be built. Start-up only.
+int generic_module_register(const char *name);

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "core/shm.h"
+#include "platform/shm.h"
 #include "platform/trace.h"
 #include "platform/ubus_client.h"
 

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "model/checkers.h"
 #include "model/registry.h"
 #include "modules/chm/chm.h"

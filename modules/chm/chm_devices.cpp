@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "model/checkers.h"
 #include "modules/chm/chm.h"
 #include "platform/jso.h"

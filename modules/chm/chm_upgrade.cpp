@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "model/checkers.h"
 #include "modules/chm/chm.h"
 #include "platform/http_client.h"

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "modules/event/detection_tables.h"
 #include "modules/modules.h"
 #include "platform/jso.h"
@@ -52,16 +52,13 @@ std::string port_name(const char *fmt, int n)
     return buf;
 }
 
-// Service callback of every input section: one reload of the alarm inputs
-// per request, however many input sections it touched.
+// The module's after-commit hook (due when an input section changed): one
+// reload of the alarm inputs per request, however many input sections it
+// touched; also the last step of the reset keywords.
 int set_alarm_input_info(ds_context *ctx)
 {
     if (!ctx)
         return -40101;
-    if (context_test_mark(ctx, DS_MARK_ALARM_INPUT_BYTE, DS_MARK_ALARM_INPUT_BIT)) {
-        DS_INFO("already set_alarm_input_info");
-        return 0;
-    }
     ubus_context *conn = ubus_create_connection();
     if (!conn)
         return -70101;
@@ -70,8 +67,6 @@ int set_alarm_input_info(ds_context *ctx)
     int rc = ubus_call(conn, &req, &reply) == 0 ? 0 : -70102;
     json_object_put(reply);
     ubus_free_connection(conn);
-    if (rc == 0)
-        context_set_mark(ctx, DS_MARK_ALARM_INPUT_BYTE, DS_MARK_ALARM_INPUT_BIT);
     return rc;
 }
 
@@ -156,9 +151,9 @@ const ds_action actions[] = {
 };
 
 const ds_sec types[] = {
-    det_type_row("input_set", input_opts, nullptr, set_alarm_input_info),
-    det_type_row("input_notif_list", input_notif_opts, nullptr, set_alarm_input_info),
-    det_type_row("input_defense_setting", defense_opts.data(), nullptr, set_alarm_input_info),
+    det_type_row("input_set", input_opts, nullptr, nullptr, DS_SEC_AFTER_COMMIT),
+    det_type_row("input_notif_list", input_notif_opts, nullptr, nullptr, DS_SEC_AFTER_COMMIT),
+    det_type_row("input_defense_setting", defense_opts.data(), nullptr, nullptr, DS_SEC_AFTER_COMMIT),
     det_type_row("output_set", output_opts, nullptr, nullptr),
     det_type_row("output_defense_setting", defense_opts.data(), nullptr, nullptr),
     ds_sec{},
@@ -174,6 +169,7 @@ ds_module alarm_input_output_module = {
     .actions = actions,
     .ch = 0,
     .lock_actions = 1,
+    .after_commit = set_alarm_input_info,
 };
 
 // Five rows per port; the three input rows share the input callback.
@@ -193,7 +189,7 @@ int build_rows(void)
     }
     for (size_t i = 0; i < pos; i++) {
         if (i % 5 < 3)
-            table[i].srvcb = set_alarm_input_info;
+            table[i].flags = DS_SEC_AFTER_COMMIT;
     }
     alarm_input_output_module.sections = table;
     return 0;

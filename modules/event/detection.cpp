@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "platform/jso.h"
 #include "platform/trace.h"
 #include "platform/ubus_client.h"
@@ -156,7 +156,7 @@ int set_channel_alarm_list(int index, int light, int sound, const char *kind)
     return ubus_call(bus.conn, &req, &reply.obj) == 0 ? 0 : ERR_ALARM_LIST;
 }
 
-int det_build_rows(ds_module *mod, const det_member *m, ds_sec_cb_fn notif_cb)
+int det_build_rows(ds_module *mod, const det_member *m)
 {
     if (mod->sections)
         return 0; // built by an earlier registration in this process
@@ -173,7 +173,7 @@ int det_build_rows(ds_module *mod, const det_member *m, ds_sec_cb_fn notif_cb)
     }
     for (size_t i = 0; i < pos; i++) {
         if (i % per_channel == 1 || i % per_channel == 3)
-            table[i].srvcb = notif_cb; // the notification rows of each channel
+            table[i].flags = DS_SEC_AFTER_COMMIT; // the notification rows of each channel
     }
     mod->sections = table;
     return 0;
@@ -190,10 +190,6 @@ int det_after_apply_notif_list(ds_context *ctx, const det_member *m)
         DS_ERR("Invalid params.");
         return ERR_PARAM;
     }
-    if (context_test_mark(ctx, m->mark_byte, m->mark_bit)) {
-        DS_INFO("already after_apply_notif_list");
-        return 0;
-    }
     json_object *mod = jso_obj_get(ctx->req_obj, m->module);
     if (mod && jso_is_obj(mod)) {
         json_object_object_foreach(mod, name, sec) {
@@ -206,13 +202,13 @@ int det_after_apply_notif_list(ds_context *ctx, const det_member *m)
                 return ERR_ALARM_LIST;
         }
     }
-    context_set_mark(ctx, m->mark_byte, m->mark_bit);
     return 0;
 }
 
 int det_register(ds_module *mod, const det_member *m, ds_sec_cb_fn notif_cb)
 {
-    if (det_build_rows(mod, m, notif_cb) != 0)
+    if (det_build_rows(mod, m) != 0)
         return -1;
+    mod->after_commit = notif_cb;
     return add_module_node(mod);
 }

@@ -36,8 +36,6 @@ struct det_member {
     int max_regions;             // per channel
     bool channels_by_count;      // channel bounded by the configured count, not 128
     int32_t region_code;         // a region off the 10000 grid
-    int mark_byte;               // once-per-request mark of after_apply_notif_list
-    uint8_t mark_bit;
     const det_default *switch_defaults; // ends with a null option
     const ds_opt *switch_opts;   // option rows, ending with a null name
     const ds_opt *notif_opts;
@@ -66,9 +64,9 @@ int det_tell_switches(ds_context *ctx, const det_member *m, int channel);
 
 // Section builder: the per-channel rows in order (switch, notification,
 // schedule, then the extra notification section where the member has one)
-// for the configured channel count, with `notif_cb` as the notification rows'
-// service callback. 0 or -1. Start-up only.
-int det_build_rows(ds_module *mod, const det_member *m, ds_sec_cb_fn notif_cb);
+// for the configured channel count, the notification rows calling for the
+// module's after-commit hook. 0 or -1. Start-up only.
+int det_build_rows(ds_module *mod, const det_member *m);
 
 // Keyword handlers and the service callback, parameterised by member.
 int det_add_regions(ds_context *ctx, const det_member *m, json_object *arg);
@@ -93,5 +91,6 @@ template <const det_member *M> int det_kw_set_alarm(ds_context *c, json_object *
 template <const det_member *M> int det_kw_set_notif(ds_context *c, json_object *a) { return det_set_notif(c, M, a); }
 template <const det_member *M> int det_notif_cb(ds_context *c) { return det_after_apply_notif_list(c, M); }
 
-// Registers a member's module: its per-channel rows, then the node. 0 or -1.
+// Registers a member's module: its per-channel rows, `notif_cb` as its
+// after-commit hook, then the node. 0 or -1.
 int det_register(ds_module *mod, const det_member *m, ds_sec_cb_fn notif_cb);

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "model/checkers.h"
 #include "modules/event/detection.h"
 #include "platform/jso.h"

@@ -73,10 +73,11 @@ constexpr std::array<ds_opt, 3> det_switch_options(int32_t base)
     }};
 }
 
-constexpr ds_sec det_type_row(const char *name, const ds_opt *options, ds_sec_cb_fn before, ds_sec_cb_fn service)
+constexpr ds_sec det_type_row(const char *name, const ds_opt *options, ds_sec_cb_fn before,
+                              ds_sec_cb_fn service, uint8_t flags = 0)
 {
     return ds_sec{.name = name, .data_kind = DS_DATA_UCI, .max_sec = 255, .options = options,
-                  .beforesavecb = before, .srvcb = service, .dynamic = nullptr};
+                  .beforesavecb = before, .srvcb = service, .dynamic = nullptr, .flags = flags};
 }
 
 // A weekly plan section with a typed-period checker and its argument

@@ -1,6 +1,6 @@
 // Module "face_comparison": faces matched against the white and black
 // galleries; the gallery sections carry the notification switches.
-#include "core/context.h"
+#include "model/request.h"
 #include "modules/event/detection.h"
 #include "modules/event/detection_tables.h"
 #include "modules/modules.h"
@@ -31,8 +31,6 @@ const det_member member = {
     .max_regions = 0,
     .channels_by_count = false,
     .region_code = -70202,
-    .mark_byte = DS_MARK_DETECTION_BYTE,
-    .mark_bit = DS_MARK_FACE_NOTIF_BIT,
     .switch_defaults = switch_defaults,
     .switch_opts = switch_opts.data(),
     .notif_opts = notif_opts.data(),

@@ -1,6 +1,6 @@
 // Module "intrusion_detection": zones (quadrilaterals on the 10000 grid)
 // entered by people or vehicles, per channel, and the family's keywords.
-#include "core/context.h"
+#include "model/request.h"
 #include "modules/event/detection.h"
 #include "modules/event/detection_tables.h"
 #include "modules/modules.h"
@@ -38,8 +38,6 @@ const det_member member = {
     .max_regions = DET_MAX_REGIONS,
     .channels_by_count = false,
     .region_code = -70202,
-    .mark_byte = DS_MARK_DETECTION_BYTE,
-    .mark_bit = DS_MARK_INTRUSION_NOTIF_BIT,
     .switch_defaults = switch_defaults,
     .switch_opts = switch_opts.data(),
     .notif_opts = notif_opts.data(),
@@ -59,7 +57,7 @@ const ds_action actions[] = {
 
 const ds_sec types[] = {
     det_type_row("on_off", switch_opts.data(), nullptr, nullptr),
-    det_type_row("notif_list", notif_opts.data(), det_nothing_before_save, det_notif_cb<&member>),
+    det_type_row("notif_list", notif_opts.data(), det_nothing_before_save, nullptr, DS_SEC_AFTER_COMMIT),
     det_type_row("plan", plan_opts.data(), det_nothing_before_save, nullptr),
     det_type_row("region_info", region_opts, nullptr, nullptr),
     ds_sec{},

@@ -1,6 +1,6 @@
 // Module "motion_detection": per-channel switch, notification and schedule
 // sections, rectangles on the 10000 grid, and the family's keywords.
-#include "core/context.h"
+#include "model/request.h"
 #include "modules/event/detection.h"
 #include "modules/event/detection_tables.h"
 #include "modules/modules.h"
@@ -43,8 +43,6 @@ const det_member md = {
     .max_regions = DET_MAX_REGIONS,
     .channels_by_count = false,
     .region_code = -70202,
-    .mark_byte = DS_MARK_DETECTION_BYTE,
-    .mark_bit = DS_MARK_MOTION_NOTIF_BIT,
     .switch_defaults = md_switch_defaults,
     .switch_opts = md_switch_opts,
     .notif_opts = md_notif_opts.data(),
@@ -63,7 +61,7 @@ const ds_action md_actions[] = {
 
 const ds_sec md_types[] = {
     det_type_row("on_off", md_switch_opts, nullptr, nullptr),
-    det_type_row("notif_list", md_notif_opts.data(), det_nothing_before_save, det_notif_cb<&md>),
+    det_type_row("notif_list", md_notif_opts.data(), det_nothing_before_save, nullptr, DS_SEC_AFTER_COMMIT),
     det_type_row("plan", md_plan_opts.data(), det_nothing_before_save, nullptr),
     det_type_row("region_info", md_region_opts, nullptr, nullptr),
     ds_sec{},

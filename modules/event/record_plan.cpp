@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "modules/event/detection_tables.h"
 #include "modules/modules.h"
 #include "platform/jso.h"

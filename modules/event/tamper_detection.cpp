@@ -1,6 +1,6 @@
 // Module "tamper_detection": camera occlusion, at most one region per
 // channel, channels bounded by the configured count.
-#include "core/context.h"
+#include "model/request.h"
 #include "modules/event/detection.h"
 #include "modules/event/detection_tables.h"
 #include "modules/modules.h"
@@ -35,8 +35,6 @@ const det_member member = {
     .max_regions = 1,
     .channels_by_count = true,
     .region_code = -70202,
-    .mark_byte = DS_MARK_DETECTION_BYTE,
-    .mark_bit = DS_MARK_TAMPER_NOTIF_BIT,
     .switch_defaults = switch_defaults,
     .switch_opts = switch_opts.data(),
     .notif_opts = notif_opts.data(),

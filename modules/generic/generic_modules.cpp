@@ -13,6 +13,7 @@
 // chassis; port rows of "unusual_detection" use one PoE port per channel, at
 // most sixteen (the largest PoE switch fitted).
 #include <cstdlib>
+#include <cstring>
 
 #include "model/checkers.h"
 #include "model/registry.h"
@@ -100,56 +101,8 @@ int register_with_rows(ds_module *mod, const row_group *groups)
 }
 
 
-ds_module badblocks_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "badblocks",
-    .package = "badblocks",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
 
 
-ds_module cloud_config_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "cloud_config",
-    .package = "cloud_config",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
-
-
-ds_module cloud_status_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "cloud_status",
-    .package = "cloud_status",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
-
-
-ds_module cover_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "cover",
-    .package = "cover",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 1,
-    .lock_actions = 0,
-};
 
 const char *const cover_chn_patterns[] = {
     "chn%d_cover",
@@ -167,69 +120,9 @@ const row_group cover_rows[] = {
 };
 
 
-ds_module ddns_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "ddns",
-    .package = "ddns",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
 
 
-ds_module device_info_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "device_info",
-    .package = "device_info",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
 
-
-ds_module diagnose_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "diagnose",
-    .package = nullptr,
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
-
-
-ds_module firewall_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "firewall",
-    .package = "firewall",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
-
-
-ds_module gb28181_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "gb28181",
-    .package = "gb28181",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
 
 const char *const gb28181_chn_patterns[] = {
     "v_chn%d",
@@ -254,18 +147,6 @@ const row_group gb28181_rows[] = {
 };
 
 
-ds_module harddisk_manage_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "harddisk_manage",
-    .package = "harddisk_manage",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
-
 const char *const harddisk_manage_chn_patterns[] = {
     "ch%d_quota",
     "ch%d_pack",
@@ -283,18 +164,6 @@ const row_group harddisk_manage_rows[] = {
     {.patterns = nullptr, .npatterns = 0, .count = nullptr, .options = nullptr},
 };
 
-
-ds_module image_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "image",
-    .package = "image",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 1,
-    .lock_actions = 0,
-};
 
 const char *const image_chn_patterns[] = {
     "chn%d_switch",
@@ -314,18 +183,6 @@ const row_group image_rows[] = {
 };
 
 
-ds_module image_capture_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "image_capture",
-    .package = "image_capture",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
-
 const char *const image_capture_chn_patterns[] = {
     "chn%d_capture",
 };
@@ -336,43 +193,7 @@ const row_group image_capture_rows[] = {
 };
 
 
-ds_module media_server_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "media_server",
-    .package = "media_server",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
 
-
-ds_module function_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "function",
-    .package = "function",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
-
-
-ds_module msg_push_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "msg_push",
-    .package = "msg_push",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
 
 const char *const msg_push_chn_patterns[] = {
     "chn%d_msg_push_info",
@@ -384,43 +205,7 @@ const row_group msg_push_rows[] = {
 };
 
 
-ds_module network_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "network",
-    .package = "network",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
 
-
-ds_module nvrtest_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "nvrtest",
-    .package = nullptr,
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
-
-
-ds_module osd_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "OSD",
-    .package = "OSD",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 1,
-    .lock_actions = 0,
-};
 
 const char *const osd_chn_patterns[] = {
     "chn%d_font",
@@ -440,18 +225,6 @@ const row_group osd_rows[] = {
 };
 
 
-ds_module osd_capability_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "osd_capability",
-    .package = "osd_capability",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 1,
-    .lock_actions = 0,
-};
-
 const char *const osd_capability_chn_patterns[] = {
     "chn%d_capability",
 };
@@ -462,95 +235,11 @@ const row_group osd_capability_rows[] = {
 };
 
 
-ds_module p2p_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "p2p",
-    .package = nullptr,
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
 
 
-ds_module plan_advance_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "plan_advance",
-    .package = "plan_advance",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
 
 
-ds_module playback_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "playback",
-    .package = "playback",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
 
-
-ds_module port_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "port",
-    .package = nullptr,
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
-
-
-ds_module record_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "record",
-    .package = "record",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
-
-
-ds_module ptz_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "ptz",
-    .package = "ptz_tour",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
-
-
-ds_module record_control_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "record_control",
-    .package = "record_control",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
 
 const char *const record_control_chn_patterns[] = {
     "chn%d_record",
@@ -562,30 +251,6 @@ const row_group record_control_rows[] = {
 };
 
 
-ds_module relay_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "relay",
-    .package = nullptr,
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
-
-
-ds_module roi_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "ROI",
-    .package = "ROI",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 1,
-    .lock_actions = 0,
-};
 
 const char *const roi_chn_patterns[] = {
     "chn%d_roi_enable",
@@ -597,43 +262,7 @@ const row_group roi_rows[] = {
 };
 
 
-ds_module simple_mode_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "simple_mode",
-    .package = "simple_mode",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
 
-
-ds_module smart_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "smart",
-    .package = "smart",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
-
-
-ds_module system_auto_reboot_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "system_auto_reboot",
-    .package = "system_auto_reboot",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 1,
-    .lock_actions = 0,
-};
 
 const char *const system_auto_reboot_chn_patterns[] = {
     "chn%d_reboot",
@@ -645,30 +274,6 @@ const row_group system_auto_reboot_rows[] = {
 };
 
 
-ds_module timing_reboot_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "timing_reboot",
-    .package = "timing_reboot",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
-
-
-ds_module unusual_detection_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "unusual_detection",
-    .package = "unusual_detection",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
 
 const char *const unusual_detection_chn_patterns[] = {
     "chn%d_video_miss",
@@ -696,43 +301,7 @@ const row_group unusual_detection_rows[] = {
 };
 
 
-ds_module uhttpd_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "uhttpd",
-    .package = "uhttpd",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
 
-
-ds_module upnpc_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "upnpc",
-    .package = "upnpc",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
-
-
-ds_module video_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "video",
-    .package = "video",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 1,
-    .lock_actions = 0,
-};
 
 const char *const video_chn_patterns[] = {
     "chn%d_main",
@@ -757,18 +326,6 @@ const row_group video_rows[] = {
 };
 
 
-ds_module zuma_msg_push_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "zuma_msg_push",
-    .package = "zuma_msg_push",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
-
 const char *const zuma_msg_push_chn_patterns[] = {
     "chn%d_msg_push_info",
 };
@@ -779,95 +336,11 @@ const row_group zuma_msg_push_rows[] = {
 };
 
 
-ds_module zuma_playback_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "zuma_playback",
-    .package = nullptr,
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
 
 
-ds_module zuma_preview_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "zuma_preview",
-    .package = nullptr,
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
 
 
-ds_module cloud_capability_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "cloud_capability",
-    .package = "cloud_capability",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
 
-
-ds_module media_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "media",
-    .package = nullptr,
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 0,
-    .lock_actions = 0,
-};
-
-
-ds_module face_gallery_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "face_gallery",
-    .package = "face_gallery",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 1,
-    .lock_actions = 0,
-};
-
-
-ds_module face_group_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "face_group",
-    .package = "face_group",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 1,
-    .lock_actions = 0,
-};
-
-
-ds_module audio_capability_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "audio_capability",
-    .package = "audio_capability",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 1,
-    .lock_actions = 0,
-};
 
 const char *const audio_capability_chn_patterns[] = {
     "chn%d_device_speaker",
@@ -880,18 +353,6 @@ const row_group audio_capability_rows[] = {
 };
 
 
-ds_module audio_config_module = {
-    .next = nullptr,
-    .prev = nullptr,
-    .name = "audio_config",
-    .package = "audio_config",
-    .sections = nullptr,
-    .sec_types = nullptr,
-    .actions = nullptr,
-    .ch = 1,
-    .lock_actions = 0,
-};
-
 const char *const audio_config_chn_patterns[] = {
     "chn%d_speaker",
     "chn%d_microphone",
@@ -903,229 +364,85 @@ const row_group audio_config_rows[] = {
 };
 
 
+// One generic module: its descriptor's fields and its row families.
+struct generic_module {
+    const char *name;
+    const char *package;       // null for modules without configuration
+    uint32_t ch;               // 1: commit with the light commit
+    const row_group *rows;     // null: no named sections
+};
+
+// The generic modules, one row each: name, package, light commit (the
+// camera-channel modules), and the section rows built at start-up.
+const generic_module generic_modules[] = {
+    {.name = "badblocks", .package = "badblocks", .ch = 0, .rows = nullptr},
+    {.name = "cloud_config", .package = "cloud_config", .ch = 0, .rows = nullptr},
+    {.name = "cloud_status", .package = "cloud_status", .ch = 0, .rows = nullptr},
+    {.name = "cover", .package = "cover", .ch = 1, .rows = cover_rows},
+    {.name = "ddns", .package = "ddns", .ch = 0, .rows = nullptr},
+    {.name = "device_info", .package = "device_info", .ch = 0, .rows = nullptr},
+    {.name = "diagnose", .package = nullptr, .ch = 0, .rows = nullptr},
+    {.name = "firewall", .package = "firewall", .ch = 0, .rows = nullptr},
+    {.name = "gb28181", .package = "gb28181", .ch = 0, .rows = gb28181_rows},
+    {.name = "harddisk_manage", .package = "harddisk_manage", .ch = 0, .rows = harddisk_manage_rows},
+    {.name = "image", .package = "image", .ch = 1, .rows = image_rows},
+    {.name = "image_capture", .package = "image_capture", .ch = 0, .rows = image_capture_rows},
+    {.name = "media_server", .package = "media_server", .ch = 0, .rows = nullptr},
+    {.name = "function", .package = "function", .ch = 0, .rows = nullptr},
+    {.name = "msg_push", .package = "msg_push", .ch = 0, .rows = msg_push_rows},
+    {.name = "network", .package = "network", .ch = 0, .rows = nullptr},
+    {.name = "nvrtest", .package = nullptr, .ch = 0, .rows = nullptr},
+    {.name = "OSD", .package = "OSD", .ch = 1, .rows = osd_rows},
+    {.name = "osd_capability", .package = "osd_capability", .ch = 1, .rows = osd_capability_rows},
+    {.name = "p2p", .package = nullptr, .ch = 0, .rows = nullptr},
+    {.name = "plan_advance", .package = "plan_advance", .ch = 0, .rows = nullptr},
+    {.name = "playback", .package = "playback", .ch = 0, .rows = nullptr},
+    {.name = "port", .package = nullptr, .ch = 0, .rows = nullptr},
+    {.name = "record", .package = "record", .ch = 0, .rows = nullptr},
+    {.name = "ptz", .package = "ptz_tour", .ch = 0, .rows = nullptr},
+    {.name = "record_control", .package = "record_control", .ch = 0, .rows = record_control_rows},
+    {.name = "relay", .package = nullptr, .ch = 0, .rows = nullptr},
+    {.name = "ROI", .package = "ROI", .ch = 1, .rows = roi_rows},
+    {.name = "simple_mode", .package = "simple_mode", .ch = 0, .rows = nullptr},
+    {.name = "smart", .package = "smart", .ch = 0, .rows = nullptr},
+    {.name = "system_auto_reboot", .package = "system_auto_reboot", .ch = 1, .rows = system_auto_reboot_rows},
+    {.name = "timing_reboot", .package = "timing_reboot", .ch = 0, .rows = nullptr},
+    {.name = "unusual_detection", .package = "unusual_detection", .ch = 0, .rows = unusual_detection_rows},
+    {.name = "uhttpd", .package = "uhttpd", .ch = 0, .rows = nullptr},
+    {.name = "upnpc", .package = "upnpc", .ch = 0, .rows = nullptr},
+    {.name = "video", .package = "video", .ch = 1, .rows = video_rows},
+    {.name = "zuma_msg_push", .package = "zuma_msg_push", .ch = 0, .rows = zuma_msg_push_rows},
+    {.name = "zuma_playback", .package = nullptr, .ch = 0, .rows = nullptr},
+    {.name = "zuma_preview", .package = nullptr, .ch = 0, .rows = nullptr},
+    {.name = "cloud_capability", .package = "cloud_capability", .ch = 0, .rows = nullptr},
+    {.name = "media", .package = nullptr, .ch = 0, .rows = nullptr},
+    {.name = "face_gallery", .package = "face_gallery", .ch = 1, .rows = nullptr},
+    {.name = "face_group", .package = "face_group", .ch = 1, .rows = nullptr},
+    {.name = "audio_capability", .package = "audio_capability", .ch = 1, .rows = audio_capability_rows},
+    {.name = "audio_config", .package = "audio_config", .ch = 1, .rows = audio_config_rows},
+    {.name = nullptr, .package = nullptr, .ch = 0, .rows = nullptr},
+};
+
+constexpr size_t GENERIC_COUNT = sizeof generic_modules / sizeof generic_modules[0] - 1;
+
+// The descriptors the registry links, made from the table at registration;
+// they live as long as the process.
+ds_module g_generic[GENERIC_COUNT];
+
 } // namespace
 
-int badblocks_module_init(void)
+int generic_module_register(const char *name)
 {
-    return add_module_node(&badblocks_module);
-}
-
-int cloud_config_module_init(void)
-{
-    return add_module_node(&cloud_config_module);
-}
-
-int cloud_status_module_init(void)
-{
-    return add_module_node(&cloud_status_module);
-}
-
-int cover_module_init(void)
-{
-    return register_with_rows(&cover_module, cover_rows);
-}
-
-int ddns_module_init(void)
-{
-    return add_module_node(&ddns_module);
-}
-
-int device_info_module_init(void)
-{
-    return add_module_node(&device_info_module);
-}
-
-int diagnose_module_init(void)
-{
-    return add_module_node(&diagnose_module);
-}
-
-int firewall_module_init(void)
-{
-    return add_module_node(&firewall_module);
-}
-
-int gb28181_module_init(void)
-{
-    return register_with_rows(&gb28181_module, gb28181_rows);
-}
-
-int harddisk_manage_module_init(void)
-{
-    return register_with_rows(&harddisk_manage_module, harddisk_manage_rows);
-}
-
-int image_module_init(void)
-{
-    return register_with_rows(&image_module, image_rows);
-}
-
-int image_capture_module_init(void)
-{
-    return register_with_rows(&image_capture_module, image_capture_rows);
-}
-
-int media_server_module_init(void)
-{
-    return add_module_node(&media_server_module);
-}
-
-int function_module_init(void)
-{
-    return add_module_node(&function_module);
-}
-
-int msg_push_module_init(void)
-{
-    return register_with_rows(&msg_push_module, msg_push_rows);
-}
-
-int network_module_init(void)
-{
-    return add_module_node(&network_module);
-}
-
-int nvrtest_module_init(void)
-{
-    return add_module_node(&nvrtest_module);
-}
-
-int osd_module_init(void)
-{
-    return register_with_rows(&osd_module, osd_rows);
-}
-
-int osd_capability_module_init(void)
-{
-    return register_with_rows(&osd_capability_module, osd_capability_rows);
-}
-
-int p2p_module_init(void)
-{
-    return add_module_node(&p2p_module);
-}
-
-int plan_advance_module_init(void)
-{
-    return add_module_node(&plan_advance_module);
-}
-
-int playback_module_init(void)
-{
-    return add_module_node(&playback_module);
-}
-
-int port_module_init(void)
-{
-    return add_module_node(&port_module);
-}
-
-int record_module_init(void)
-{
-    return add_module_node(&record_module);
-}
-
-int ptz_module_init(void)
-{
-    return add_module_node(&ptz_module);
-}
-
-int record_control_module_init(void)
-{
-    return register_with_rows(&record_control_module, record_control_rows);
-}
-
-int relay_module_init(void)
-{
-    return add_module_node(&relay_module);
-}
-
-int roi_module_init(void)
-{
-    return register_with_rows(&roi_module, roi_rows);
-}
-
-int simple_mode_module_init(void)
-{
-    return add_module_node(&simple_mode_module);
-}
-
-int smart_module_init(void)
-{
-    return add_module_node(&smart_module);
-}
-
-int system_auto_reboot_module_init(void)
-{
-    return register_with_rows(&system_auto_reboot_module, system_auto_reboot_rows);
-}
-
-int timing_reboot_module_init(void)
-{
-    return add_module_node(&timing_reboot_module);
-}
-
-int unusual_detection_module_init(void)
-{
-    return register_with_rows(&unusual_detection_module, unusual_detection_rows);
-}
-
-int uhttpd_module_init(void)
-{
-    return add_module_node(&uhttpd_module);
-}
-
-int upnpc_module_init(void)
-{
-    return add_module_node(&upnpc_module);
-}
-
-int video_module_init(void)
-{
-    return register_with_rows(&video_module, video_rows);
-}
-
-int zuma_msg_push_module_init(void)
-{
-    return register_with_rows(&zuma_msg_push_module, zuma_msg_push_rows);
-}
-
-int zuma_playback_module_init(void)
-{
-    return add_module_node(&zuma_playback_module);
-}
-
-int zuma_preview_module_init(void)
-{
-    return add_module_node(&zuma_preview_module);
-}
-
-int cloud_capability_module_init(void)
-{
-    return add_module_node(&cloud_capability_module);
-}
-
-int media_module_init(void)
-{
-    return add_module_node(&media_module);
-}
-
-int face_gallery_module_init(void)
-{
-    return add_module_node(&face_gallery_module);
-}
-
-int face_group_module_init(void)
-{
-    return add_module_node(&face_group_module);
-}
-
-int audio_capability_module_init(void)
-{
-    return register_with_rows(&audio_capability_module, audio_capability_rows);
-}
-
-int audio_config_module_init(void)
-{
-    return register_with_rows(&audio_config_module, audio_config_rows);
+    for (size_t i = 0; name && i < GENERIC_COUNT; ++i) {
+        const generic_module &g = generic_modules[i];
+        if (strcmp(g.name, name) != 0)
+            continue;
+        ds_module *mod = &g_generic[i];
+        mod->name = g.name;
+        mod->package = g.package;
+        mod->ch = g.ch;
+        return g.rows ? register_with_rows(mod, g.rows) : add_module_node(mod);
+    }
+    DS_ERR("Generic module %s not found.", name ? name : "");
+    return -1;
 }

@@ -3,7 +3,7 @@
 // reloaded. "proto" values follow netifd ("dhcp", "static", "pppoe").
 #include <string>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "modules/network/net_checkers.h"
 #include "modules/network/network.h"
 #include "platform/paths.h"

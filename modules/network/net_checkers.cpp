@@ -9,7 +9,7 @@
 
 #include <uci.h>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "model/checkers.h"
 #include "modules/network/network.h"
 #include "platform/jso.h"

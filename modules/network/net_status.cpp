@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "modules/network/network.h"
 #include "platform/jso.h"
 #include "platform/trace.h"

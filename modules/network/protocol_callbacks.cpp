@@ -11,7 +11,7 @@
 #include <cstring>
 #include <string>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "model/checkers.h"
 #include "modules/network/network.h"
 #include "platform/jso.h"
@@ -294,11 +294,8 @@ int manual_dns_changed_cb(ds_context *ctx)
         DS_ERR("Invalid params.");
         return -40101;
     }
-    // Several sections of one request share this callback; the network is
-    // applied once, from the whole committed package.
-    if (context_test_mark(ctx, DS_MARK_NETWORK_APPLY_BYTE, DS_MARK_NETWORK_APPLY_BIT))
-        return 0;
-    context_set_mark(ctx, DS_MARK_NETWORK_APPLY_BYTE, DS_MARK_NETWORK_APPLY_BIT);
+    // The module's after-commit hook: however many sections of one request
+    // changed, the network is applied once, from the whole committed package.
     int rc = stored(ctx, "network", "wan", "ifname") != "bond0" ? apply_multi_lans(ctx)
                                                                  : apply_bond_network(ctx);
     if (rc != 0)

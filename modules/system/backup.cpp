@@ -14,7 +14,7 @@
 #include <set>
 #include <sstream>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "crypto/des.h"
 #include "crypto/md5.h"
 #include "platform/jso.h"

@@ -13,7 +13,7 @@
 #include <mutex>
 #include <string>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "platform/jso.h"
 #include "platform/msglog.h"
 #include "platform/paths.h"

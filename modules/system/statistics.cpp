@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "model/registry.h"
 #include "modules/modules.h"
 #include "platform/stats.h"

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "model/checkers.h"
 #include "modules/modules.h"
 #include "modules/system/login.h"

@@ -10,6 +10,7 @@
 
 #include "harness/dsd_harness.h"
 #include "model/registry.h"
+#include "modules/module_table.h"
 
 namespace {
 

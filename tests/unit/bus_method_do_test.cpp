@@ -81,16 +81,18 @@ protected:
         json_object_put(ctx.res_obj);
         model_destory(root);
     }
-    int run(int (*handler)(ds_context *), const char *request)
+    // The method's code lands in the context as the dispatcher stores it;
+    // 0, or -1 for any error code.
+    int run(int32_t (*method)(ds_context *), const char *request)
     {
         json_object_put(ctx.req_obj);
         json_object_put(ctx.res_obj);
         ctx.res_obj = nullptr;
         ctx.req_obj = request ? json_tokener_parse(request) : nullptr;
         testing::internal::CaptureStdout();
-        int rc = handler(&ctx);
+        ctx.error_code = method(&ctx);
         log = testing::internal::GetCapturedStdout();
-        return rc;
+        return ctx.error_code == 0 ? 0 : -1;
     }
     std::string response() const
     {
@@ -104,7 +106,7 @@ protected:
 
 TEST_F(MethodDo, KeywordsRunInOrderWithArgumentsUnchanged)
 {
-    EXPECT_EQ(0, run(ds_handle_method_do,
+    EXPECT_EQ(0, run(ds_do,
                      R"({"method":"do","alpha":{"record":"s","record":[1,{"a":null}]},
                          "beta":{"only_beta":{"x":1}},"skipped":5})"));
     EXPECT_EQ(0, ctx.error_code);
@@ -118,7 +120,7 @@ TEST_F(MethodDo, KeywordsRunInOrderWithArgumentsUnchanged)
     for (const char *arg : {"null", "0", "-1.5", "true", "\"\"", "[]", "{}"}) {
         g_seen.clear();
         std::string req = std::string(R"({"alpha":{"record":)") + arg + "}}";
-        EXPECT_EQ(0, run(ds_handle_method_do, req.c_str())) << arg;
+        EXPECT_EQ(0, run(ds_do, req.c_str())) << arg;
         ASSERT_EQ(1u, g_seen.size()) << arg;
         EXPECT_EQ(arg, g_seen[0]);
     }
@@ -126,34 +128,34 @@ TEST_F(MethodDo, KeywordsRunInOrderWithArgumentsUnchanged)
 
 TEST_F(MethodDo, FirstFailureStopsTheRest)
 {
-    EXPECT_EQ(-1, run(ds_handle_method_do, R"({"alpha":{"first":-71001,"record":1}})"));
+    EXPECT_EQ(-1, run(ds_do, R"({"alpha":{"first":-71001,"record":1}})"));
     EXPECT_EQ(-71001, ctx.error_code);
     EXPECT_EQ(std::vector<std::string>{"fail"}, g_seen);
     EXPECT_TRUE(traced("Run first service failed"));
     EXPECT_EQ("{}", response()); // created before the first action
 
     g_seen.clear();
-    EXPECT_EQ(-1, run(ds_handle_method_do, R"({"alpha":{"record":1},"beta":{"nope":1},"alpha2":{}})"));
+    EXPECT_EQ(-1, run(ds_do, R"({"alpha":{"record":1},"beta":{"nope":1},"alpha2":{}})"));
     EXPECT_EQ(-40106, ctx.error_code);
     EXPECT_EQ(1u, g_seen.size());
 }
 
 TEST_F(MethodDo, UnknownModulesKeywordsAndRowsWithoutHandler)
 {
-    EXPECT_EQ(-1, run(ds_handle_method_do, R"({"gamma":{"record":1}})"));
+    EXPECT_EQ(-1, run(ds_do, R"({"gamma":{"record":1}})"));
     EXPECT_EQ(-40106, ctx.error_code);
     EXPECT_TRUE(traced("Module gamma not support."));
 
-    EXPECT_EQ(-1, run(ds_handle_method_do, R"({"alpha":{"only_beta":1}})"));
+    EXPECT_EQ(-1, run(ds_do, R"({"alpha":{"only_beta":1}})"));
     EXPECT_EQ(-40106, ctx.error_code);
     EXPECT_TRUE(traced("Service only_beta not support."));
     EXPECT_TRUE(traced("Run only_beta service failed"));
 
-    EXPECT_EQ(-1, run(ds_handle_method_do, R"({"bare":{"x":1}})"));
+    EXPECT_EQ(-1, run(ds_do, R"({"bare":{"x":1}})"));
     EXPECT_EQ(-40106, ctx.error_code);
     EXPECT_TRUE(traced("Service x not support."));
 
-    EXPECT_EQ(-1, run(ds_handle_method_do, R"({"alpha":{"nofn":1}})"));
+    EXPECT_EQ(-1, run(ds_do, R"({"alpha":{"nofn":1}})"));
     EXPECT_EQ(-40101, ctx.error_code);
     EXPECT_TRUE(traced("Function keyword_action is NULL."));
     EXPECT_TRUE(g_seen.empty());
@@ -161,27 +163,27 @@ TEST_F(MethodDo, UnknownModulesKeywordsAndRowsWithoutHandler)
 
 TEST_F(MethodDo, BadContextsAndRequests)
 {
-    EXPECT_EQ(-1, run(ds_handle_method_do, "{}"));
+    EXPECT_EQ(-1, run(ds_do, "{}"));
     EXPECT_EQ(-40209, ctx.error_code);
     EXPECT_TRUE(traced("Request signal is illegal."));
 
     // Members that are not objects are not modules: nothing runs.
-    EXPECT_EQ(0, run(ds_handle_method_do, R"({"method":"do","alpha":"first","beta":[1]})"));
+    EXPECT_EQ(0, run(ds_do, R"({"method":"do","alpha":"first","beta":[1]})"));
     EXPECT_EQ(0, ctx.error_code);
     EXPECT_TRUE(g_seen.empty());
 
-    EXPECT_EQ(-1, run(ds_handle_method_do, nullptr));
+    EXPECT_EQ(-1, run(ds_do, nullptr));
     EXPECT_TRUE(traced("Invalid params."));
-    EXPECT_EQ(-1, ds_handle_method_do(nullptr));
+    EXPECT_EQ(-40101, ds_do(nullptr));
     ctx.fd = -1;
-    EXPECT_EQ(-1, run(ds_handle_method_do, R"({"alpha":{"record":1}})"));
+    EXPECT_EQ(-1, run(ds_do, R"({"alpha":{"record":1}})"));
     EXPECT_TRUE(g_seen.empty());
     ctx.fd = 0;
 
     // Without a root the request cannot be served.
     model_destory(root);
     root = nullptr;
-    EXPECT_EQ(-1, run(ds_handle_method_do, R"({"alpha":{"record":1}})"));
+    EXPECT_EQ(-1, run(ds_do, R"({"alpha":{"record":1}})"));
     EXPECT_EQ(-40101, ctx.error_code);
     EXPECT_TRUE(traced("Get model root node failed."));
     root = model_init(); // for TearDown
@@ -201,20 +203,20 @@ protected:
 // Absent, broken and hung peers are held by the end-to-end forward tests.
 TEST_F(MethodForward, BusFailuresAndTheContextBuffer)
 {
-    EXPECT_EQ(-1, run(ds_handle_method_forward, R"({"destination":"ipc","channel":1,"content":{}})"));
+    EXPECT_EQ(-1, run(ds_forward, R"({"destination":"ipc","channel":1,"content":{}})"));
     EXPECT_EQ(-40108, ctx.error_code);
     EXPECT_EQ("null", response());
     EXPECT_TRUE(traced("connect ubus error.")) << log;
 
     ASSERT_TRUE(bus.start(R"({"objects":{"chm_slp":{"default":{"status":7}}}})"));
-    EXPECT_EQ(-1, run(ds_handle_method_forward, R"({"destination":"ipc","channel":1,"content":{}})"));
+    EXPECT_EQ(-1, run(ds_forward, R"({"destination":"ipc","channel":1,"content":{}})"));
     EXPECT_EQ(-40108, ctx.error_code);
     EXPECT_TRUE(traced("ubus call error."));
 
     // The message must fit the context's buffer.
     bus.set_scenario("{}");
     ctx.buf_size = 16;
-    EXPECT_EQ(-1, run(ds_handle_method_forward, R"({"destination":"ipc","channel":1,"content":{}})"));
+    EXPECT_EQ(-1, run(ds_forward, R"({"destination":"ipc","channel":1,"content":{}})"));
     EXPECT_EQ(-70102, ctx.error_code);
     EXPECT_TRUE(traced("jso_to_string error."));
     EXPECT_EQ(1u, bus.calls().size()); // only the call answered with a status

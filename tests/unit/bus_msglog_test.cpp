@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "core/shm.h"
+#include "platform/shm.h"
 #include "platform/msglog.h"
 #include "platform/trace.h"
 

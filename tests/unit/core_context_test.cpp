@@ -59,14 +59,11 @@ TEST_F(ContextPool, ReleaseClearsEverythingAndClosesTheConnection)
     ctx->error_code = -40101;
     ASSERT_EQ(ds_signal_parse(ctx), 0);
     EXPECT_STREQ(ctx->user, "u");
-    context_set_mark(ctx, DS_MARK_ALARM_INPUT_BYTE, DS_MARK_ALARM_INPUT_BIT);
-    EXPECT_TRUE(context_test_mark(ctx, DS_MARK_ALARM_INPUT_BYTE, DS_MARK_ALARM_INPUT_BIT));
 
     context_free(ctx); // closes sv[0]
     EXPECT_EQ(ctx->fd, -1);
     EXPECT_EQ(ctx->user, nullptr);
     EXPECT_EQ(ctx->req_obj, nullptr);
-    EXPECT_FALSE(context_test_mark(ctx, DS_MARK_ALARM_INPUT_BYTE, DS_MARK_ALARM_INPUT_BIT));
     ASSERT_NE(ctx->buf, nullptr);
     EXPECT_EQ(std::count(ctx->buf, ctx->buf + DS_BUF_SIZE, 0), DS_BUF_SIZE); // the next request's
     char c;

@@ -22,7 +22,9 @@ model_scratch_root scratch;
 int srv_calls = 0;
 int before_calls = 0;
 int before_result = 0;
+int hook_calls = 0;
 int srv_cb(ds_context *) { ++srv_calls; return 0; }
+int hook_cb(ds_context *) { ++hook_calls; return 0; }
 int before_cb(ds_context *) { ++before_calls; return before_result; }
 json_object *dyn_status(ds_context *, const ds_sec *) { return json_object_new_string("up"); }
 
@@ -38,9 +40,9 @@ const ds_opt cam_opts[] = {
 };
 ds_sec fx_sections[] = {
     {.name = "chn1_cam", .data_kind = 0, .max_sec = 255, .options = cam_opts,
-     .beforesavecb = before_cb, .srvcb = srv_cb, .dynamic = nullptr},
+     .beforesavecb = before_cb, .srvcb = srv_cb, .dynamic = nullptr, .flags = DS_SEC_AFTER_COMMIT},
     {.name = "chn2_cam", .data_kind = 0, .max_sec = 255, .options = cam_opts,
-     .beforesavecb = nullptr, .srvcb = nullptr, .dynamic = nullptr},
+     .beforesavecb = nullptr, .srvcb = nullptr, .dynamic = nullptr, .flags = DS_SEC_AFTER_COMMIT},
     {.name = "status", .data_kind = 1, .max_sec = 0, .options = nullptr,
      .beforesavecb = nullptr, .srvcb = nullptr, .dynamic = dyn_status},
     {.name = "broken", .data_kind = 1, .max_sec = 0, .options = nullptr,
@@ -59,7 +61,8 @@ const ds_sec fx_types[] = {
 ds_module fixture = {.next = nullptr, .prev = nullptr, .name = "fixture", .package = "fixture",
                      .sections = fx_sections, .sec_types = fx_types, .actions = nullptr, .ch = 0, .lock_actions = 0};
 ds_module chfix = {.next = nullptr, .prev = nullptr, .name = "chfix", .package = "chfix",
-                   .sections = fx_sections, .sec_types = fx_types, .actions = nullptr, .ch = 1, .lock_actions = 0};
+                   .sections = fx_sections, .sec_types = fx_types, .actions = nullptr, .ch = 1, .lock_actions = 0,
+                   .after_commit = hook_cb};
 
 const char *const base_pkg =
     "config cam 'chn1_cam'\n"
@@ -88,7 +91,7 @@ struct Methods : testing::Test {
         ASSERT_EQ(model_add(root, &chfix), 0);
         scratch.write("fixture", base_pkg);
         scratch.write("chfix", base_pkg);
-        srv_calls = before_calls = before_result = 0;
+        srv_calls = before_calls = before_result = hook_calls = 0;
         ctx.fd = 0;
         ctx.error_code = -40101;
         ctx.uci_ctx = dsd_uci_alloc();
@@ -111,7 +114,8 @@ struct Methods : testing::Test {
         // A fresh uci context per request, as the context pool provides.
         uci_free_context(ctx.uci_ctx);
         ctx.uci_ctx = dsd_uci_alloc();
-        return method == DS_METHOD_GET ? ds_handle_method_get(&ctx) : ds_handle_method_set(&ctx);
+        ctx.error_code = ds_serve(&ctx);
+        return ctx.error_code == 0 ? 0 : -1;
     }
     // The response as a client parses it (sections served from the read
     // cache are pre-serialised text), printed compactly.
@@ -282,9 +286,21 @@ TEST_F(Methods, AddChecksNameRoomAndOptions)
     EXPECT_EQ(section_exist(ctx.uci_ctx, "fixture", "zone_2"), 1);
 }
 
+TEST_F(Methods, AfterCommitHookRunsOncePerRequest)
+{
+    // Two flagged sections changed: the hook runs once, after the commit.
+    ASSERT_EQ(run(DS_METHOD_SET, R"({"chfix":{"chn1_cam":{"enabled":"on"},"chn2_cam":{"enabled":"off"}}})"), 0);
+    EXPECT_EQ(hook_calls, 1);
+    EXPECT_EQ(stored("chfix", "chn2_cam", "enabled"), "off");
+    // Nothing changed, or a module without a hook: not due.
+    ASSERT_EQ(run(DS_METHOD_SET, R"({"chfix":{"chn2_cam":{"enabled":"off"}}})"), 0);
+    ASSERT_EQ(run(DS_METHOD_SET, R"({"fixture":{"chn2_cam":{"enabled":"off"}}})"), 0);
+    EXPECT_EQ(hook_calls, 1);
+}
+
 TEST_F(Methods, UnsupportedMethodCode)
 {
-    EXPECT_EQ(run(DS_METHOD_DO, R"({"fixture":{"chn1_cam":{"enabled":"on"}}})"), -1);
+    EXPECT_EQ(run(DS_METHOD_FORWARD + 1, R"({"fixture":{"chn1_cam":{"enabled":"on"}}})"), -1);
     EXPECT_EQ(ctx.error_code, -40105);
 }
 

@@ -13,7 +13,7 @@
 #include <cstring>
 #include <string>
 
-#include "model/module_table.h"
+#include "modules/module_table.h"
 #include "model_test_util.h"
 #include "../e2e/harness/exec_wrapper.h"
 #include "store/store.h"

@@ -137,7 +137,7 @@ struct Protocol : testing::Test {
             text += "\toption type '" + type + "'\n";
         scratch.write("network", text);
     }
-    // One request as a worker runs it: fresh uci context and marks.
+    // One request as a worker runs it: fresh uci context.
     int set(const char *request)
     {
         json_object_put(ctx.req_obj);
@@ -145,11 +145,11 @@ struct Protocol : testing::Test {
         EXPECT_NE(ctx.req_obj, nullptr) << request;
         ctx.method = DS_METHOD_SET;
         ctx.error_code = -40101;
-        ctx.marks[0] = ctx.marks[1] = ctx.marks[2] = 0;
         if (ctx.uci_ctx)
             uci_free_context(ctx.uci_ctx);
         ctx.uci_ctx = dsd_uci_alloc();
-        return ds_handle_method_set(&ctx);
+        ctx.error_code = ds_serve(&ctx);
+        return ctx.error_code == 0 ? 0 : -1;
     }
     // The commands run, as a set of lines: their order and the pauses
     // between them ("sleep") are the script's business, not the effect.

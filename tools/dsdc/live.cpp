@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "model/registry.h"
+#include "modules/module_table.h"
 #include "platform/trace.h"
 #include "tools/dsdc/dsdc.h"
 

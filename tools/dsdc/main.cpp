@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "client/dsd_client.h"
-#include "client/error_codes.h"
+#include "platform/error_codes.h"
 #include "platform/paths.h"
 #include "tools/dsdc/dsdc.h"
 

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <string>
 
-#include "client/error_codes.h"
+#include "platform/error_codes.h"
 #include "tools/dsdc/dsdc.h"
 
 namespace {

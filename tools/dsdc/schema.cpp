@@ -11,7 +11,8 @@
 #include <tuple>
 #include <vector>
 
-#include "model/checker_names.h"
+#include "modules/checker_names.h"
+#include "modules/module_table.h"
 #include "model/checkers.h"
 #include "modules/event/plan_checkers.h"
 #include "platform/trace.h"

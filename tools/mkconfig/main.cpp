@@ -16,6 +16,7 @@
 #include "families.h"
 #include "generic_defaults.h"
 #include "model/registry.h"
+#include "modules/module_table.h"
 
 // The root whose /etc/config is confdir. DSD_ROOT must name it before the
 // first path is resolved, so the model reads the new basic_info. A confdir

@@ -1,4 +1,4 @@
-#include "model/checker_names.h"
+#include "modules/checker_names.h"
 
 #include "model/checkers.h"
 #include "modules/event/plan_checkers.h"

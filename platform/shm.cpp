@@ -1,4 +1,4 @@
-#include "core/shm.h"
+#include "platform/shm.h"
 
 #include <sys/ipc.h>
 #include <sys/shm.h>
