@@ -20,19 +20,6 @@
 
 namespace {
 
-struct json_put {
-    void operator()(json_object *o) const { json_object_put(o); }
-};
-using json_ptr = std::unique_ptr<json_object, json_put>;
-
-std::string slurp(const std::string &path)
-{
-    std::ifstream in(path);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
 std::string text_at(json_object *o, const char *key)
 {
     json_object *v = nullptr;
@@ -96,19 +83,19 @@ protected:
         return false;
     }
     // Every event printed so far.
-    std::vector<json_ptr> events() const
+    std::vector<dsd_json> events() const
     {
-        std::vector<json_ptr> out;
+        std::vector<dsd_json> out;
         std::istringstream in(slurp(d.path("/events.out")));
         for (std::string line; std::getline(in, line);)
             out.emplace_back(json_tokener_parse(line.c_str()));
         return out;
     }
     // Waits (bounded) until n events were printed; the events then.
-    std::vector<json_ptr> wait_events(size_t n) const
+    std::vector<dsd_json> wait_events(size_t n) const
     {
         for (int waited = 0; waited < 10000 * harness_slowdown(); waited += 10) {
-            std::vector<json_ptr> ev = events();
+            std::vector<dsd_json> ev = events();
             if (ev.size() >= n)
                 return ev;
             usleep(10 * 1000);
@@ -152,7 +139,7 @@ TEST_F(ChangeEvents, EachCommittedChangeGivesOneEvent)
         // sender keeps their order.
         ASSERT_EQ(code(R"({"method":"set","system":{"sys":{"dsd_trace":")" + std::string(sentinel++ % 2 ? "0" : "1") + R"("}}})"), 0);
         expected += (c.module ? 1 : 0) + 1;
-        std::vector<json_ptr> ev = wait_events(expected);
+        std::vector<dsd_json> ev = wait_events(expected);
         ASSERT_EQ(ev.size(), expected) << c.request;
         EXPECT_EQ(text_at(ev.back().get(), "module"), "system");
         if (!c.module)
@@ -177,7 +164,7 @@ TEST_F(ChangeEvents, EachCommittedChangeGivesOneEvent)
     }
     // Per-package counters: video once, user_management three times.
     std::map<std::string, int64_t> last;
-    for (const json_ptr &e : events()) {
+    for (const dsd_json &e : events()) {
         json_object *n = nullptr;
         ASSERT_TRUE(json_object_object_get_ex(e.get(), "change", &n));
         std::string pkg = text_at(e.get(), "package");
@@ -192,10 +179,10 @@ TEST_F(ChangeEvents, EachCommittedChangeGivesOneEvent)
 TEST_F(ChangeEvents, RestoreAnnouncesEachPackageOnce)
 {
     std::string file = d.path("/tmp/backup.bin");
-    ASSERT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + file + "\"}}}"), 0) << d.log();
-    ASSERT_EQ(code(R"({"method":"do","system":{"upload_conf_gui":{"url":")" + file + "\"}}}"), 0) << d.log();
+    ASSERT_EQ(d.backup_to(file), 0) << d.log();
+    ASSERT_EQ(d.restore_from(file), 0) << d.log();
     ASSERT_EQ(code(R"({"method":"set","system":{"sys":{"dsd_trace":"1"}}})"), 0);
-    std::vector<json_ptr> ev;
+    std::vector<dsd_json> ev;
     for (int waited = 0; waited < 10000 * harness_slowdown(); waited += 10) {
         ev = events();
         if (!ev.empty() && text_at(ev.back().get(), "method") == "set")
@@ -223,7 +210,7 @@ TEST_F(ChangeEvents, EventsKeepFlowingAfterTheBusRestarts)
     ASSERT_TRUE(bus.start());
     ASSERT_TRUE(listening(2)) << slurp(d.path("/watch.err"));
     ASSERT_EQ(code(R"({"method":"set","video":{"chn1_main":{"main_bitrate":"3002"}}})"), 0);
-    std::vector<json_ptr> ev = wait_events(2);
+    std::vector<dsd_json> ev = wait_events(2);
     ASSERT_EQ(ev.size(), 2u) << d.log();
     json_object *n = nullptr;
     ASSERT_TRUE(json_object_object_get_ex(ev[1].get(), "change", &n));

@@ -18,23 +18,6 @@ std::string camera(const std::string &prot, const std::string &port, const std::
            R"(","username":"admin","ciphertext":")" + cipher + R"(","uuid":"cam-1"})";
 }
 
-dsd_json parse(const std::string &text)
-{
-    return dsd_json(json_tokener_parse(text.c_str()));
-}
-
-// obj[a][i][b]... along a path of keys and array indexes written as "#n".
-json_object *at(json_object *obj, std::initializer_list<const char *> path)
-{
-    for (const char *step : path) {
-        if (!obj)
-            return nullptr;
-        obj = step[0] == '#' ? json_object_array_get_idx(obj, static_cast<size_t>(atoi(step + 1)))
-                             : json_object_object_get(obj, step);
-    }
-    return obj;
-}
-
 class Chm : public ::testing::Test {
 protected:
     void SetUp() override
@@ -59,15 +42,11 @@ protected:
 
 TEST_F(Chm, AddCameraDefaultsRtspAndMapsStatuses)
 {
-    std::string res = add(camera("ONVIF", "80", kCipher120));
-    EXPECT_EQ(error_code_of(res), 0) << res;
+    dsd_answer res(add(camera("ONVIF", "80", kCipher120)));
+    EXPECT_EQ(res.code(), 0);
     // The camera's own status is mapped (3) and every number is text.
-    dsd_json r = parse(res);
-    json_object *status = at(r.get(), {"result", "#0", "error_code"});
-    ASSERT_TRUE(json_object_is_type(status, json_type_string)) << res;
-    EXPECT_STREQ("-71552", json_object_get_string(status));
-    ASSERT_TRUE(json_object_is_type(at(r.get(), {"result", "#0", "id"}), json_type_string)) << res;
-    EXPECT_STREQ("5", json_object_get_string(at(r.get(), {"result", "#0", "id"})));
+    EXPECT_TRUE(has_string(res, {"result", "#0", "error_code"}, "-71552"));
+    EXPECT_TRUE(has_string(res, {"result", "#0", "id"}, "5"));
     auto calls = bus.calls_to("chm_dev_manager", "chm_ubus_add_device");
     ASSERT_EQ(calls.size(), 1u);
     EXPECT_TRUE(has_string(dsd_answer(calls[0].message), {"device_list", "#0", "rtsp_prot"}, "auto"));
@@ -116,12 +95,9 @@ TEST_F(Chm, ForwardedKeywordsCheckFieldsAndTranslateTheAnswer)
     EXPECT_EQ(-71522, error_code_of(edit("chm_edit_dev_url", R"({"device_list":[{"rtsp_url_main":"rtsp://x"}]})")));
     EXPECT_TRUE(bus.calls_to("chm_dev_manager").empty());
 
-    std::string res = edit("chm_edit_dev", R"({"name":"door","username":"admin","uuid":"cam-1"})");
-    dsd_json r = parse(res);
-    EXPECT_EQ(0, error_code_of(res)) << res;
-    json_object *port = at(r.get(), {"devices", "#0", "ports", "#1"});
-    ASSERT_TRUE(json_object_is_type(port, json_type_string)) << res;
-    EXPECT_STREQ("554", json_object_get_string(port));
+    dsd_answer res(edit("chm_edit_dev", R"({"name":"door","username":"admin","uuid":"cam-1"})"));
+    EXPECT_EQ(0, res.code());
+    EXPECT_TRUE(has_string(res, {"devices", "#0", "ports", "#1"}, "554"));
     // A peer that answers without a status has not answered.
     EXPECT_EQ(-71550, error_code_of(edit("chm_get_dev_url", "{}")));
 }

@@ -1,10 +1,13 @@
 // The socket protocol against the real daemon: framing, length rules, order
-// rules, URL coding, the queue limit, and a flood of malformed input.
+// rules, URL coding, the queue limit, a flood of malformed input, trace
+// names, and start-up over a stale socket or failing.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
 #include <random>
 #include <thread>
 
@@ -16,9 +19,9 @@ const char kInfo[] = R"({"user": "admin", "group": 1, "client": 8})";
 // A request that parses and reaches the get handler, which refuses the module.
 const char kUnknownModule[] = R"({"method": "get", "no_such_module": {"name": "x"}})";
 
-std::string info_for(int client)
+std::string info_for(int client, const std::string &user = "admin")
 {
-    return R"({"user": "admin", "group": 1, "client": )" + std::to_string(client) + "}";
+    return R"({"user": ")" + user + R"(", "group": 1, "client": )" + std::to_string(client) + "}";
 }
 
 class CoreWire : public ::testing::Test {
@@ -191,6 +194,69 @@ TEST(CoreTrace, DebugModeAndOptionSetTheThreshold)
         EXPECT_EQ(log.find("Failed to parse signal.") != std::string::npos, c.errors) << c.mode << log;
         EXPECT_EQ(log.find("\t [dsd] main(") != std::string::npos, c.info) << c.mode;
     }
+}
+
+TEST_F(CoreWire, RefusedInfoLengthStillLetsTheRequestRun)
+{
+    // The refused record's value (one byte over the limit, too) is not read:
+    // the request header follows at once.
+    for (uint32_t len : {0u, 32769u, 0xFFFFFFFFu})
+        EXPECT_EQ(error_code_of(d.raw(tlv_header(1, len) + tlv(2, kUnknownModule))), -40106) << len;
+    // The largest info record is read whole.
+    std::string big_user(32768 - info_for(8, "").size(), 'u');
+    std::string big_info = info_for(8, big_user);
+    ASSERT_EQ(big_info.size(), 32768u);
+    EXPECT_EQ(error_code_of(d.raw(tlv(1, big_info) + tlv(2, kUnknownModule))), -40106);
+}
+
+TEST_F(CoreWire, NegativeOrShortRequestLengths)
+{
+    const std::string info = tlv(1, info_for(8));
+    EXPECT_EQ(error_code_of(d.raw(info + tlv_header(2, 0xFFFFFFFFu))), -40101);
+    EXPECT_EQ(error_code_of(d.raw(info + tlv_header(2, 0x80000000u))), -40101);
+    EXPECT_EQ(error_code_of(d.raw(info + tlv_header(2, 0x7FFFFFFFu))), -40202);
+    EXPECT_EQ(error_code_of(d.raw(info + tlv_header(2, 30) + "{\"method\": \"get\"")), -40101);
+}
+
+// Refusals are traced under the step that refused: a log reader finds the
+// cause by the function name on the line, so the trace is what is checked.
+TEST_F(CoreWire, TracesNameTheirSteps)
+{
+    EXPECT_EQ(error_code_of(d.raw(tlv(1, info_for(8)) + tlv(2, R"({"method": "GET"})"))), -40209);
+    EXPECT_EQ(error_code_of(d.raw(tlv(1, info_for(8)) + tlv(1, info_for(8)))), -40105);
+    EXPECT_GE(d.wait_log("jreq_tlv_data_handle("), 1);
+    EXPECT_GE(d.wait_log("Unsupport method type: GET."), 1);
+    EXPECT_GE(d.wait_log("): Signal method is illegal."), 1);
+    std::string log = d.log();
+    size_t illegal = log.find("Signal method is illegal.");
+    ASSERT_NE(illegal, std::string::npos);
+    size_t line = log.rfind('\n', illegal);
+    EXPECT_NE(log.substr(line + 1, illegal - line).find("ds_signal_handle("), std::string::npos);
+}
+
+TEST(CoreStart, StaleSocketFileIsReplaced)
+{
+    dsd_harness h;
+    {
+        std::ofstream stale(h.socket_path());
+        stale << "left over by an earlier run";
+    }
+    ASSERT_TRUE(h.start()) << h.log();
+    EXPECT_EQ(error_code_of(h.request(kUnknownModule)), -40106);
+    EXPECT_GE(h.wait_log("SIGPIPE ignore."), 1);
+    EXPECT_GE(h.wait_log("SIGCHLD capture."), 1);
+}
+
+// A start-up step that fails ends the process, reported under its entry's name.
+TEST(CoreStart, FailedStartIsTracedUnderMain)
+{
+    dsd_harness h;
+    ASSERT_EQ(0, mkdir(h.socket_path().c_str(), 0755)); // nothing can be bound there
+    EXPECT_FALSE(h.start());
+    std::string log = h.log();
+    size_t at = log.find("Init Unix domain socket failed.");
+    ASSERT_NE(std::string::npos, at);
+    EXPECT_NE(std::string::npos, log.substr(log.rfind('\n', at) + 1, at).find("main(")) << log;
 }
 
 } // namespace

@@ -237,30 +237,23 @@ TEST(FaultKill, RestoreKilledIsAllOrNothing)
     // As a kill after the install marker leaves it: video's new text still
     // beside it (start-up renames it in), and a temporary of a package the
     // marker does not name (start-up drops it).
-    {
-        std::ifstream in(d.path("/etc/config/video"));
-        std::string text(std::istreambuf_iterator<char>(in), {});
-        std::ofstream(d.path("/etc/config/.dsd-tmp-video")) << text << "\nconfig marker 'dsd_test'\n\toption state 'a'\n";
-        std::ofstream(d.path("/etc/config/.dsd-tmp-motion_detection")) << "config broken '\n";
-        std::ofstream(d.path("/etc/config/.dsd-install")) << "video\n";
-    }
+    std::ofstream(d.path("/etc/config/.dsd-tmp-video"))
+        << slurp(d.path("/etc/config/video")) << "\nconfig marker 'dsd_test'\n\toption state 'a'\n";
+    std::ofstream(d.path("/etc/config/.dsd-tmp-motion_detection")) << "config broken '\n";
+    std::ofstream(d.path("/etc/config/.dsd-install")) << "video\n";
     ASSERT_TRUE(d.start({}));
     ASSERT_EQ(d.uci_get("video", "dsd_test", "state"), "a");
     EXPECT_EQ(stray_entries(d.path("/etc/config")), std::vector<std::string>());
     ASSERT_GE(stored_value(d, 1), 0) << "the precondition: a readable motion_detection";
     auto code = [&](const std::string &req) { return error_code_of(d.request(req)); };
     auto backup = [&](const std::string &file) {
-        return code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + d.path(file) + "\"}}}");
+        return d.backup_to(d.path(file));
     };
     // State a: sensitivity 21, video marker 'a'; state b: 42 and 'b'.
     ASSERT_EQ(code(set_request(1, 21)), 0);
     ASSERT_EQ(backup("/tmp/a.bin"), 0);
     ASSERT_EQ(d.stop(), 0);
-    std::string video;
-    {
-        std::ifstream in(d.path("/etc/config/video"));
-        video.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    }
+    std::string video = slurp(d.path("/etc/config/video"));
     ASSERT_NE(video.find("option state 'a'"), std::string::npos);
     video.replace(video.find("option state 'a'"), 16, "option state 'b'");
     std::ofstream(d.path("/etc/config/video"), std::ios::trunc) << video;

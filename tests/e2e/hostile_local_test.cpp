@@ -19,20 +19,11 @@
 
 namespace {
 
-std::string slurp(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 bool exists_nofollow(const std::string &path)
 {
     struct stat st;
     return lstat(path.c_str(), &st) == 0;
 }
-
-// Every file of a directory tree outside /tmp, with its bytes and mode.
-using snapshot = std::map<std::string, std::pair<std::string, mode_t>>;
 
 class HostileTmp : public ::testing::Test {
 protected:
@@ -48,26 +39,11 @@ protected:
         before = snap();
     }
     std::string victim() const { return d.path("/victim"); }
-    snapshot snap() const
-    {
-        snapshot s;
-        for (const auto &e : std::filesystem::directory_iterator(victim())) {
-            struct stat st;
-            std::string p = e.path().string();
-            if (lstat(p.c_str(), &st) == 0)
-                s[e.path().filename().string()] = {slurp(p), st.st_mode};
-        }
-        return s;
-    }
+    // The victim directory outside /tmp, which no request may change.
+    dsd_snapshot snap() const { return snapshot_dir(victim()); }
     int code(const std::string &req) { return error_code_of(d.request(req)); }
-    int download(const std::string &url)
-    {
-        return code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + url + "\"}}}");
-    }
-    int upload(const std::string &url)
-    {
-        return code(R"({"method":"do","system":{"upload_conf_gui":{"url":")" + url + "\"}}}");
-    }
+    int download(const std::string &url) const { return d.backup_to(url); }
+    int upload(const std::string &url) const { return d.restore_from(url); }
     // Links at the fixed work paths: symbolic ones, or hard ones to victim files.
     void plant(bool hard)
     {
@@ -79,7 +55,7 @@ protected:
         ASSERT_EQ(put((victim() + "/b").c_str(), d.path("/tmp/conf_package_md5").c_str()), 0);
     }
     dsd_harness d;
-    snapshot before;
+    dsd_snapshot before;
 };
 
 TEST_F(HostileTmp, LinksAtWorkPathsAreNeverFollowed)
@@ -217,15 +193,8 @@ protected:
     {
         std::string res = d.request(R"({"method":"do","user_management":{"check_user":{"username":"admin","passwd":")" +
                                     pass + "\"}}}");
-        answer a;
-        json_object *obj = json_tokener_parse(res.c_str());
-        json_object *v = nullptr;
-        if (json_object_object_get_ex(obj, "time", &v) && json_object_is_type(v, json_type_int))
-            a.time = json_object_get_int(v);
-        if (json_object_object_get_ex(obj, "real_error_code", &v) && json_object_is_type(v, json_type_int))
-            a.code = json_object_get_int(v);
-        json_object_put(obj);
-        return a;
+        dsd_answer got(res);
+        return answer{.time = got.num({"time"}), .code = got.num({"real_error_code"})};
     }
     // n checks at once; the answers in any order.
     std::vector<answer> parallel(const std::vector<std::string> &passwords)

@@ -17,23 +17,6 @@
 
 namespace {
 
-std::string slurp(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-int int_member(const std::string &res, const char *key)
-{
-    json_object *obj = json_tokener_parse(res.c_str());
-    json_object *v = nullptr;
-    int out = 1; // no such member
-    if (json_object_object_get_ex(obj, key, &v) && json_object_is_type(v, json_type_int))
-        out = json_object_get_int(v);
-    json_object_put(obj);
-    return out;
-}
-
 // Three accounts, so each keyword meets a lock of its own.
 const char kAccounts[] = "\nconfig root 'root'\n\toption username 'admin'\n\toption passwd 'pw-admin'\n"
                          "\toption gesture_passwd '1478'\n"
@@ -58,15 +41,15 @@ protected:
     // request's code for the account editor.
     int check_user(const std::string &user, const std::string &pass)
     {
-        return int_member(d.request(R"({"method":"do","user_management":{"check_user":{"username":")" + user +
-                                    R"(","passwd":")" + pass + "\"}}}"),
-                          "real_error_code");
+        return d.ask(R"({"method":"do","user_management":{"check_user":{"username":")" + user +
+                     R"(","passwd":")" + pass + "\"}}}")
+            .num({"real_error_code"});
     }
     int gesture(const std::string &user, const std::string &pass)
     {
-        return int_member(d.request(R"({"method":"do","user_management":{"check_gesture_pswd":{"username":")" +
-                                    user + R"(","gesture_passwd":")" + pass + "\"}}}"),
-                          "real_error_code");
+        return d.ask(R"({"method":"do","user_management":{"check_gesture_pswd":{"username":")" + user +
+                     R"(","gesture_passwd":")" + pass + "\"}}}")
+            .num({"real_error_code"});
     }
     int change(const std::string &user, const std::string &pass, const std::string &fresh = "new-pw")
     {

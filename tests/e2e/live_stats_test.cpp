@@ -17,11 +17,6 @@
 
 namespace {
 
-struct json_put {
-    void operator()(json_object *o) const { json_object_put(o); }
-};
-using json_ptr = std::unique_ptr<json_object, json_put>;
-
 // The integer at a path of member names; -1 when any step is missing or not
 // an integer (counts are never negative).
 int64_t int_at(json_object *o, std::initializer_list<const char *> path)
@@ -33,10 +28,6 @@ int64_t int_at(json_object *o, std::initializer_list<const char *> path)
     return json_object_is_type(o, json_type_int) ? json_object_get_int64(o) : -1;
 }
 
-struct run_result {
-    int status = -1;
-    std::string out;
-};
 
 class LiveStats : public ::testing::Test {
 protected:
@@ -48,42 +39,29 @@ protected:
         // The harness's start-up probe (no method) is counted first: it is
         // counted just after its answer, so wait for the count itself.
         for (int waited = 0; waited < 5000 * harness_slowdown(); waited += 10) {
-            json_ptr s = stats();
+            dsd_json s = stats();
             if (s && int_at(s.get(), {"requests", "by_method", "none"}) == 1)
                 return;
             usleep(10 * 1000);
         }
         FAIL() << "the start-up probe was never counted";
     }
-    json_ptr stats() const
+    dsd_json stats() const
     {
-        json_ptr res(json_tokener_parse(d.request(R"({"method":"do","statistics":{"get_stats":{}}})").c_str()));
+        dsd_json res(json_tokener_parse(d.request(R"({"method":"do","statistics":{"get_stats":{}}})").c_str()));
         json_object *s = nullptr;
         if (!res || !json_object_object_get_ex(res.get(), "statistics", &s))
             return nullptr;
-        return json_ptr(json_object_get(s));
+        return dsd_json(json_object_get(s));
     }
-    run_result dsdc(const std::string &words) const
-    {
-        std::string cmd = "DSD_ROOT='" + d.root + "' " + tool_command("dsdc") + " " + words + " 2>/dev/null";
-        run_result r;
-        FILE *p = popen(cmd.c_str(), "r");
-        if (!p)
-            return r;
-        char buf[4096];
-        for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;)
-            r.out.append(buf, n);
-        int st = pclose(p);
-        r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-        return r;
-    }
+    dsd_run dsdc(const std::string &words) const { return d.dsdc(words); }
     dsd_harness d;
     bus_harness bus{d.root};
 };
 
 TEST_F(LiveStats, CountsFollowAKnownSequenceExactly)
 {
-    json_ptr before = stats();
+    dsd_json before = stats();
     ASSERT_TRUE(before);
     const struct {
         const char *request;
@@ -97,7 +75,7 @@ TEST_F(LiveStats, CountsFollowAKnownSequenceExactly)
     };
     for (const auto &step : sequence)
         ASSERT_EQ(error_code_of(d.request(step.request)), step.code) << step.request;
-    json_ptr after = stats();
+    dsd_json after = stats();
     ASSERT_TRUE(after);
     auto delta = [&](std::initializer_list<const char *> path) {
         return int_at(after.get(), path) - std::max<int64_t>(0, int_at(before.get(), path));
@@ -138,7 +116,7 @@ TEST_F(LiveStats, RefusedQueueSlotAndDeadlineCutAreCounted)
     ASSERT_GE(d.wait_log("##Time cost", answered + 16, 20000), answered + 16) << d.log();
     for (int fd : held)
         close(fd);
-    json_ptr s = stats();
+    dsd_json s = stats();
     ASSERT_TRUE(s);
     EXPECT_EQ(int_at(s.get(), {"connections", "queue_refused"}), 1);
     EXPECT_EQ(int_at(s.get(), {"connections", "deadline_cut"}), 16);
@@ -146,13 +124,13 @@ TEST_F(LiveStats, RefusedQueueSlotAndDeadlineCutAreCounted)
 
 TEST_F(LiveStats, DsdcStatsPrintsTableOrJson)
 {
-    run_result table = dsdc("stats");
+    dsd_run table = dsdc("stats");
     EXPECT_EQ(table.status, 0);
     for (const char *row : {"uptime", "requests", "latency", "cache", "flush", "bus", "events"})
         EXPECT_NE(table.out.find(row), std::string::npos) << row << "\n" << table.out;
-    run_result raw = dsdc("stats --json");
+    dsd_run raw = dsdc("stats --json");
     ASSERT_EQ(raw.status, 0);
-    json_ptr s(json_tokener_parse(raw.out.c_str()));
+    dsd_json s(json_tokener_parse(raw.out.c_str()));
     ASSERT_TRUE(s) << raw.out;
     EXPECT_GE(int_at(s.get(), {"requests", "by_method", "do"}), 1);
     d.stop();
@@ -161,24 +139,19 @@ TEST_F(LiveStats, DsdcStatsPrintsTableOrJson)
 
 TEST_F(LiveStats, GetModuleReadsEveryStoredSection)
 {
-    run_result r = dsdc("--compact get video");
+    dsd_run r = dsdc("--compact get video");
     ASSERT_EQ(r.status, 0);
-    json_ptr res(json_tokener_parse(r.out.c_str()));
-    json_object *video = nullptr;
-    ASSERT_TRUE(res && json_object_object_get_ex(res.get(), "video", &video)) << r.out;
+    dsd_answer res(r.out);
+    json_object *video = res.at({"video"});
+    ASSERT_TRUE(json_object_is_type(video, json_type_object)) << r.out;
     EXPECT_EQ(json_object_object_length(video), 8); // four streams rows of two channels
     // The sample root's streams are configured within their rows' limits.
     for (const char *sec : {"chn1_main", "chn2_main"}) {
-        json_object *s = nullptr, *v = nullptr;
-        ASSERT_TRUE(json_object_object_get_ex(video, sec, &s)) << sec;
-        ASSERT_TRUE(json_object_object_get_ex(s, "main_bitrate", &v)) << sec;
-        int bitrate = atoi(json_object_get_string(v));
+        int bitrate = atoi(res.str({"video", sec, "main_bitrate"}).c_str());
         EXPECT_TRUE(bitrate >= 32 && bitrate <= 8192) << bitrate;
-        ASSERT_TRUE(json_object_object_get_ex(s, "main_frame_rate", &v)) << sec;
-        int rate = atoi(json_object_get_string(v));
+        int rate = atoi(res.str({"video", sec, "main_frame_rate"}).c_str());
         EXPECT_TRUE(rate >= 65537 && rate <= 65561) << rate;
-        ASSERT_TRUE(json_object_object_get_ex(s, "resolution", &v)) << sec;
-        EXPECT_STRNE(json_object_get_string(v), "");
+        EXPECT_NE(res.str({"video", sec, "resolution"}), "") << sec;
     }
     EXPECT_EQ(dsdc("get no_such_module").status, 2);
 }

@@ -21,12 +21,6 @@
 
 namespace {
 
-std::string slurp(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 void spill(const std::string &path, const std::string &text)
 {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
@@ -129,7 +123,7 @@ TEST_F(ReadCache, TheDaemonsOwnChangesAreSeenByTheNextGet)
 TEST_F(ReadCache, OtherWritersAndRestoreAreSeenByTheNextGet)
 {
     std::string backup = d.path("/tmp/backup.bin");
-    ASSERT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + backup + "\"}}}"), 0);
+    ASSERT_EQ(d.backup_to(backup), 0);
     ASSERT_EQ(mtu(), "1500");
     ASSERT_EQ(motion("enabled"), "off");
     // The uci command line's set: a line appended to the change log.
@@ -146,7 +140,7 @@ TEST_F(ReadCache, OtherWritersAndRestoreAreSeenByTheNextGet)
     spill(d.path("/etc/config/protocol"), protocol_with_mtu("576"));
     EXPECT_EQ(mtu(), "576");
     // A restore puts back the saved files and drops their change logs.
-    ASSERT_EQ(code(R"({"method":"do","system":{"upload_conf_gui":{"url":")" + backup + "\"}}}"), 0) << d.log();
+    ASSERT_EQ(d.restore_from(backup), 0) << d.log();
     EXPECT_EQ(mtu(), "1500");
     EXPECT_EQ(motion("enabled"), "off");
 }
@@ -154,14 +148,6 @@ TEST_F(ReadCache, OtherWritersAndRestoreAreSeenByTheNextGet)
 // Mirrors the store of one root into another, as one consistent picture:
 // the copy is retried while the source changes under it (a background flush
 // moves changes from the log into the file).
-std::string json_quote(const char *text)
-{
-    json_object *str = json_object_new_string(text);
-    std::string out = json_object_to_json_string_ext(str, JSON_C_TO_STRING_PLAIN);
-    json_object_put(str);
-    return out;
-}
-
 void mirror_store(const dsd_harness &from, const dsd_harness &to)
 {
     namespace fs = std::filesystem;

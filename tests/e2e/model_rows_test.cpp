@@ -70,11 +70,6 @@ const row kRows[] = {
     {"face_comparison", "chn2_group_info_black_2", "sound_alarm_enabled", ENUM, 0, 0, {"on", "off"}, -40209},
 };
 
-dsd_json parse(const std::string &text)
-{
-    return dsd_json(json_tokener_parse(text.c_str()));
-}
-
 class ModelRows : public ::testing::Test {
 protected:
     void SetUp() override
@@ -88,21 +83,15 @@ protected:
     {
         std::string req = std::string(R"({"method":"set",")") + r.module + R"(":{")" + r.section + R"(":{")" +
                           r.option + R"(":)" + value + "}}}";
-        dsd_json res = parse(d.request(req));
-        json_object *code = nullptr;
-        if (!res || !json_object_object_get_ex(res.get(), "error_code", &code) ||
-            !json_object_is_type(code, json_type_int))
-            return 1;
-        return json_object_get_int(code);
+        return d.ask(req).code();
     }
     // The stored value as the get answers it; "<absent>" or "<not a string>".
     std::string stored(const row &r) const
     {
         std::string req = std::string(R"({"method":"get",")") + r.module + R"(":{"name":")" + r.section + R"("}})";
-        dsd_json res = parse(d.request(req));
-        json_object *mod = nullptr, *sec = nullptr, *opt = nullptr;
-        if (!res || !json_object_object_get_ex(res.get(), r.module, &mod) ||
-            !json_object_object_get_ex(mod, r.section, &sec) || !json_object_object_get_ex(sec, r.option, &opt))
+        dsd_answer res = d.ask(req);
+        json_object *opt = res.at({r.module, r.section, r.option});
+        if (!opt)
             return "<absent>";
         return json_object_is_type(opt, json_type_string) ? json_object_get_string(opt) : "<not a string>";
     }
@@ -186,14 +175,10 @@ TEST_F(ModelRows, BlackGalleryTellsTheChannelSwitches)
     accepts(r, quoted("on"), "on");
     auto calls = bus.calls_to("chm_event_detect", "chm_set_channel_alarm");
     ASSERT_EQ(1u, calls.size());
-    dsd_json msg = parse(calls[0].message);
-    json_object *v = nullptr;
-    ASSERT_TRUE(msg && json_object_object_get_ex(msg.get(), "channel", &v)) << calls[0].message;
-    EXPECT_EQ(2, json_object_get_int(v));
-    ASSERT_TRUE(json_object_object_get_ex(msg.get(), "light_alarm", &v));
-    EXPECT_EQ(1, json_object_get_int(v));
-    ASSERT_TRUE(json_object_object_get_ex(msg.get(), "type", &v));
-    EXPECT_STREQ("face", json_object_get_string(v));
+    dsd_answer msg(calls[0].message);
+    EXPECT_EQ(2, msg.num({"channel"}));
+    EXPECT_EQ(1, msg.num({"light_alarm"}));
+    EXPECT_TRUE(has_string(msg, {"type"}, "face"));
 }
 
 } // namespace

@@ -22,14 +22,6 @@
 
 namespace {
 
-std::string slurp(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
 void write_script(const std::string &path, const std::string &body)
 {
     std::ofstream(path) << "#!/bin/sh\n" << body;

@@ -27,14 +27,6 @@ namespace {
 
 constexpr int kClients = 6;
 
-std::string slurp(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
 std::string set_req(const std::string &sec, const std::string &opt, const std::string &value)
 {
     return R"({"method":"set","motion_detection":{")" + sec + R"(":{")" + opt + R"(":")" + value +
@@ -216,7 +208,7 @@ TEST(StoreDurability, RestoreDuringSetsLeavesOneWholeState)
     ASSERT_TRUE(d.start({}));
     const std::string sec = "chn1_motion_det", backup = d.path("/tmp/backup.bin");
     ASSERT_EQ(error_code_of(d.request(set_req(sec, "digital_sensitivity", "33"))), 0);
-    ASSERT_EQ(error_code_of(d.request(R"({"method":"do","system":{"download_conf_gui":{"url":")" + backup + "\"}}}")), 0);
+    ASSERT_EQ(d.backup_to(backup), 0);
     std::atomic<bool> restoring{false}, done{false};
     std::vector<int> after; // values answered 0 once the restore was sent
     std::thread writer([&] {
@@ -228,7 +220,7 @@ TEST(StoreDurability, RestoreDuringSetsLeavesOneWholeState)
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(scaled_ms(50)));
     restoring = true;
-    EXPECT_EQ(error_code_of(d.request(R"({"method":"do","system":{"upload_conf_gui":{"url":")" + backup + "\"}}}")), 0);
+    EXPECT_EQ(d.restore_from(backup), 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(scaled_ms(50)));
     done = true;
     writer.join();
@@ -243,23 +235,6 @@ TEST(StoreDurability, RestoreDuringSetsLeavesOneWholeState)
     EXPECT_EQ(d.uci_get("motion_detection", sec, "digital_sensitivity"), "12");
 }
 
-// Every entry of a directory with its content ("<dir>" for a directory).
-std::map<std::string, std::string> snapshot(const std::string &dir)
-{
-    std::map<std::string, std::string> out;
-    DIR *d = opendir(dir.c_str());
-    if (!d)
-        return out;
-    while (dirent *e = readdir(d)) {
-        std::string name = e->d_name, path = dir + "/" + name;
-        struct stat st;
-        if (name != "." && name != ".." && lstat(path.c_str(), &st) == 0)
-            out[name] = S_ISDIR(st.st_mode) ? "<dir>" : slurp(path);
-    }
-    closedir(d);
-    return out;
-}
-
 TEST(StoreDurability, BackupCarriesStagedChangesAndRestoreIsAllOrNothing)
 {
     dsd_harness d;
@@ -268,24 +243,23 @@ TEST(StoreDurability, BackupCarriesStagedChangesAndRestoreIsAllOrNothing)
     auto code = [&](const std::string &req) { return error_code_of(d.request(req)); };
     std::string file = d.path("/tmp/backup.bin");
     ASSERT_EQ(code(set_req("chn1_motion_det", "sensitivity", "high")), 0);
-    ASSERT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + file + "\"}}}"), 0);
+    ASSERT_EQ(d.backup_to(file), 0);
     ASSERT_EQ(code(set_req("chn1_motion_det", "sensitivity", "low")), 0);
 
     // A package that cannot be written stops the restore before any rename
     // (the first attempt flushes the staged change, as every restore does).
     ASSERT_EQ(mkdir(d.path("/etc/config/.dsd-tmp-video").c_str(), 0700), 0);
-    std::string upload = R"({"method":"do","system":{"upload_conf_gui":{"url":")" + file + "\"}}}";
-    EXPECT_NE(code(upload), 0);
-    auto before = snapshot(d.path("/etc/config"));
-    EXPECT_NE(code(upload), 0);
-    EXPECT_EQ(snapshot(d.path("/etc/config")), before);
+    EXPECT_NE(d.restore_from(file), 0);
+    dsd_snapshot before = snapshot_dir(d.path("/etc/config"));
+    EXPECT_NE(d.restore_from(file), 0);
+    EXPECT_EQ(snapshot_changes(snapshot_dir(d.path("/etc/config")), before), "");
     EXPECT_EQ(stored(d, "chn1_motion_det", "sensitivity"), "low");
 
     // Restored, the staged change of the backup is back and stays back.
     ASSERT_EQ(rmdir(d.path("/etc/config/.dsd-tmp-video").c_str()), 0);
-    ASSERT_EQ(code(upload), 0);
+    ASSERT_EQ(d.restore_from(file), 0);
     EXPECT_EQ(stored(d, "chn1_motion_det", "sensitivity"), "high");
-    for (const auto &[name, body] : snapshot(d.path("/etc/config")))
+    for (const auto &[name, entry] : snapshot_dir(d.path("/etc/config")))
         EXPECT_NE(name.rfind(".dsd-tmp-", 0), 0u) << name;
 }
 

@@ -8,18 +8,11 @@
 #include <iterator>
 
 #include "crypto/des.h"
-#include "crypto/md5.h"
 #include "harness/dsd_harness.h"
 
 namespace {
 
 const char kKey[] = "mqwer#!^$KLPZ392";
-
-std::string slurp(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 class Backup : public ::testing::Test {
 protected:
@@ -29,32 +22,14 @@ protected:
         ASSERT_TRUE(d.start()) << d.log();
     }
     int code(const std::string &req) { return error_code_of(d.request(req)); }
-    int upload(const std::string &path)
-    {
-        return code(R"({"method":"do","system":{"upload_conf_gui":{"url":")" + path + "\"}}}");
-    }
-    // A backup file as a device named `device` would make it from `bundle`.
-    std::string forge(const std::string &bundle, const std::string &device, const std::string &name)
-    {
-        md5_ctx m;
-        md5_init(&m);
-        md5_update(&m, bundle.data(), bundle.size());
-        uint8_t dg[16];
-        md5_final(&m, dg);
-        char hex[33];
-        md5_hex(dg, hex);
-        std::string plain = d.path("/tmp/forge.plain"), out = d.path("/tmp/") + name;
-        std::ofstream(plain, std::ios::binary) << std::string(hex) + "," + device + "\n" + bundle;
-        EXPECT_EQ(des_encrypt_file(plain.c_str(), out.c_str(), kKey), 0);
-        return out;
-    }
+    int upload(const std::string &url) const { return d.restore_from(url); }
     dsd_harness d;
 };
 
 TEST_F(Backup, RoundTripRestoresWhatWasSaved)
 {
     std::string file = d.path("/tmp/backup.bin");
-    ASSERT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + file + "\"}}}"), 0) << d.log();
+    ASSERT_EQ(d.backup_to(file), 0) << d.log();
     std::string video = slurp(d.path("/etc/config/video"));
     // Change the configuration, then restore the backup.
     std::ofstream(d.path("/etc/config/video")) << "\nconfig main 'changed'\n";
@@ -92,7 +67,7 @@ TEST_F(Backup, RoundTripOverRealPackageTextKeepsEveryValue)
     const std::string set = R"({"method":"set","motion_detection":{"chn1_motion_det":{"digital_sensitivity":")";
     ASSERT_EQ(code(set + "33\"}}}"), 0);
     std::string file = d.path("/tmp/backup.bin");
-    ASSERT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + file + "\"}}}"), 0);
+    ASSERT_EQ(d.backup_to(file), 0);
     ASSERT_EQ(code(set + "77\"}}}"), 0);
     d.write_package("osd", "\nconfig osd 'chn1_osd'\n\toption title 'changed'\n");
     ASSERT_EQ(upload(file), 0);
@@ -105,7 +80,7 @@ TEST_F(Backup, RoundTripOverRealPackageTextKeepsEveryValue)
 TEST_F(Backup, TamperingAndForeignDevicesAreRefused)
 {
     std::string file = d.path("/tmp/backup.bin");
-    ASSERT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + file + "\"}}}"), 0);
+    ASSERT_EQ(d.backup_to(file), 0);
     std::string data = slurp(file);
     data[data.size() / 2] ^= 0x01;
     std::ofstream(d.path("/tmp/damaged.bin"), std::ios::binary) << data;
@@ -115,8 +90,8 @@ TEST_F(Backup, TamperingAndForeignDevicesAreRefused)
     std::string bundle = "@FILE_START@------------------------------------------\n"
                          "@FILE_PATH@=/etc/config/video\n\nconfig main 'evil'\n\toption mark 'x'\n"
                          "@FILE_END@------------------------------------------\n";
-    EXPECT_EQ(upload(forge(bundle, "OtherNVR", "foreign.bin")), -50914);
-    EXPECT_EQ(upload(forge(bundle, "NVR", "good.bin")), 0);
+    EXPECT_EQ(upload(d.forge_backup(bundle, "foreign.bin", "OtherNVR")), -50914);
+    EXPECT_EQ(upload(d.forge_backup(bundle, "good.bin", "NVR")), 0);
     EXPECT_EQ(d.uci_get("video", "evil", "mark"), "x");
 
     std::string before = slurp(d.path("/etc/config/video"));
@@ -124,7 +99,7 @@ TEST_F(Backup, TamperingAndForeignDevicesAreRefused)
         std::string hostile = bundle + "@FILE_START@------------------------------------------\n"
                                        "@FILE_PATH@=" + std::string(path) + "\nroot::0:0\n"
                                        "@FILE_END@------------------------------------------\n";
-        EXPECT_EQ(upload(forge(hostile, "NVR", "hostile.bin")), -40102) << path;
+        EXPECT_EQ(upload(d.forge_backup(hostile, "hostile.bin", "NVR")), -40102) << path;
     }
     std::string first_line_without_comma = d.path("/tmp/nocomma.plain");
     std::ofstream(first_line_without_comma) << "0123456789abcdef0123456789abcdef NVR\n" << bundle;
@@ -132,12 +107,12 @@ TEST_F(Backup, TamperingAndForeignDevicesAreRefused)
     EXPECT_EQ(upload(d.path("/tmp/nocomma.bin")), -50914);
     std::string truncated = bundle + "@FILE_START@------------------------------------------\n"
                                      "@FILE_PATH@=/etc/config/osd\nconfig osd 'cut'\n";
-    EXPECT_EQ(upload(forge(truncated, "NVR", "truncated.bin")), -40102);
+    EXPECT_EQ(upload(d.forge_backup(truncated, "truncated.bin", "NVR")), -40102);
     EXPECT_EQ(slurp(d.path("/etc/config/video")), before); // nothing written by refused uploads
     EXPECT_FALSE(std::ifstream(d.path("/passwd")).good());
     // A device that cannot name itself accepts no backup, not even a nameless one.
     d.write_package("device_info", "\nconfig info 'info'\n");
-    EXPECT_EQ(upload(forge(bundle, "", "nameless.bin")), -50914);
+    EXPECT_EQ(upload(d.forge_backup(bundle, "nameless.bin", "")), -50914);
     // No work file survives a refused upload.
     for (const char *work : {"/tmp/decrypt_conf", "/tmp/conf_bundle", "/tmp/restore/tmp_conf_final.bin", "/tmp/restore"}) {
         struct stat st;
@@ -173,7 +148,7 @@ TEST_F(Backup, RequestChecks)
     EXPECT_EQ(upload("/etc/passwd"), -40209);
     EXPECT_EQ(code(R"({"method":"do","system":{"upload_conf_gui":"x"}})"), -40209);
     EXPECT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":"/nonexistent/dir/x"}}})"), -40102);
-    EXPECT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + d.path("/tmp/$(reboot)") + "\"}}}"),
+    EXPECT_EQ(d.backup_to(d.path("/tmp/$(reboot)")),
               -40209);
     dsd_answer down = d.ask(R"({"method":"do","system":{"download_conf":{}}})");
     EXPECT_EQ(down.code(), 0);

@@ -17,10 +17,6 @@
 
 namespace {
 
-struct run_result {
-    int status = -1;  // exit status
-    std::string out, err;
-};
 
 class ToolDsdc : public ::testing::Test {
 protected:
@@ -30,27 +26,7 @@ protected:
         ASSERT_TRUE(bus.start());
         ASSERT_TRUE(d.start()) << d.log();
     }
-    // Runs dsdc with the words (shell-quoted by the caller) on this root.
-    run_result dsdc(const std::string &words) const
-    {
-        std::string err_file = d.path("/dsdc.err");
-        std::string cmd = "DSD_ROOT='" + d.root + "' " + tool_command("dsdc") + " " + words +
-                          " 2>'" + err_file + "'";
-        run_result r;
-        FILE *p = popen(cmd.c_str(), "r");
-        if (!p)
-            return r;
-        char buf[4096];
-        for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;)
-            r.out.append(buf, n);
-        int st = pclose(p);
-        r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-        std::ifstream in(err_file);
-        std::stringstream ss;
-        ss << in.rdbuf();
-        r.err = ss.str();
-        return r;
-    }
+    dsd_run dsdc(const std::string &words) const { return d.dsdc(words); }
     // The request dsd logged (its -d trace), as sent.
     bool received(const std::string &request) const
     {
@@ -87,25 +63,18 @@ TEST_F(ToolDsdc, CommandsSendTheirRequestAndExitByErrorCode)
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.words);
-        run_result r = dsdc(c.words);
+        dsd_run r = dsdc(c.words);
         EXPECT_EQ(r.status, c.status) << r.out << r.err;
         EXPECT_TRUE(received(c.request));
-        dsd_json res(json_tokener_parse(r.out.c_str()));
-        ASSERT_NE(res, nullptr) << r.out;
-        json_object *code = at(res.get(), "error_code");
-        ASSERT_TRUE(code && json_object_is_type(code, json_type_int)) << r.out;
+        int code = dsd_answer(r.out).code();
         // Not a terminal: one line; a failure names its code and meaning.
         EXPECT_EQ(r.out.find('\n'), r.out.size() - 1) << r.out;
         if (c.status == 0)
-            EXPECT_EQ(json_object_get_int(code), 0);
+            EXPECT_EQ(code, 0);
         else
-            EXPECT_NE(r.err.find("error_code " + std::to_string(json_object_get_int(code)) + ": "),
-                      std::string::npos) << r.err;
+            EXPECT_NE(r.err.find("error_code " + std::to_string(code) + ": "), std::string::npos) << r.err;
     }
-    dsd_json got(json_tokener_parse(dsdc("get system sys").out.c_str()));
-    json_object *level = at(at(at(got.get(), "system"), "sys"), "debug_mode");
-    ASSERT_TRUE(level && json_object_is_type(level, json_type_string));
-    EXPECT_STREQ(json_object_get_string(level), "2");
+    EXPECT_TRUE(has_string(dsd_answer(dsdc("get system sys").out), {"system", "sys", "debug_mode"}, "2"));
     std::string pretty = dsdc("--pretty get system sys").out;
     EXPECT_GT(std::count(pretty.begin(), pretty.end(), '\n'), 3) << pretty;
 }
@@ -116,7 +85,7 @@ TEST_F(ToolDsdc, BadWordsAndNoDaemonHaveTheirOwnStatus)
     EXPECT_EQ(dsdc("set system.sys=1").status, 2);
     EXPECT_EQ(dsdc("do system").status, 2);
     EXPECT_EQ(dsdc("do system x 'not json'").status, 2);
-    run_result help = dsdc("--help");
+    dsd_run help = dsdc("--help");
     EXPECT_EQ(help.status, 0);
     for (const char *word : {"get ", "set ", "add ", "delete ", "do ", "schema ", "codes ", "--type"})
         EXPECT_NE(help.out.find(word), std::string::npos) << word;
@@ -160,7 +129,7 @@ int schema_code(json_object *schema, const option_row &row)
 
 TEST_F(ToolDsdc, SchemaAndSetsCarryTheDocumentedCodes)
 {
-    run_result s = dsdc("schema motion_detection");
+    dsd_run s = dsdc("schema motion_detection");
     ASSERT_EQ(s.status, 0) << s.err;
     dsd_json schema(json_tokener_parse(s.out.c_str()));
     ASSERT_NE(schema, nullptr) << s.out;

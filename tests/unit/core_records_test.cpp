@@ -19,19 +19,9 @@
 
 namespace {
 
-std::string header(uint32_t type, int32_t len)
-{
-    return tlv_header(type, static_cast<uint32_t>(len));
-}
-
-std::string rec(uint32_t type, const std::string &value)
-{
-    return tlv(type, value);
-}
-
 std::string info(int group, int client, const char *user = "admin")
 {
-    return rec(1, std::string("{\"user\":\"") + user + "\",\"group\":" + std::to_string(group) +
+    return tlv(1, std::string("{\"user\":\"") + user + "\",\"group\":" + std::to_string(group) +
                       ",\"client\":" + std::to_string(client) + "}");
 }
 
@@ -74,8 +64,8 @@ protected:
 TEST_F(Records, IdentityAndMethodAreStored)
 {
     // Bytes after the two records are never parsed.
-    std::string junk = rec(2, "{") + "junk";
-    ASSERT_EQ(parse(info(3, 9, "op%20one") + rec(2, R"({"method":"forward"})") + junk), 0);
+    std::string junk = tlv(2, "{") + "junk";
+    ASSERT_EQ(parse(info(3, 9, "op%20one") + tlv(2, R"({"method":"forward"})") + junk), 0);
     EXPECT_STREQ(ctx->user, "op one"); // the info record is decoded whatever the kind
     EXPECT_EQ(ctx->group, 3);
     EXPECT_EQ(ctx->client, 9);
@@ -88,7 +78,7 @@ TEST_F(Records, OutOfRangeGroupAndClientAreReplaced)
     static const struct { int group, client; } rows[] = {
         {.group = 0, .client = 14}, {.group = -1, .client = 300}, {.group = 9, .client = 99}};
     for (const auto &r : rows) {
-        ASSERT_EQ(parse(info(r.group, r.client) + rec(2, R"({"method":"do"})")), 0);
+        ASSERT_EQ(parse(info(r.group, r.client) + tlv(2, R"({"method":"do"})")), 0);
         EXPECT_EQ(ctx->group, 2) << r.group;
         EXPECT_EQ(ctx->client, 13) << r.client;
         context_free(ctx);
@@ -99,18 +89,18 @@ TEST_F(Records, OutOfRangeGroupAndClientAreReplaced)
 TEST_F(Records, SecondRecordDecidesTheOutcome)
 {
     // A failed info first: the good request still parses, the code stays.
-    EXPECT_EQ(parse(rec(1, R"({"group":1,"client":3})") + rec(2, R"({"method":"set"})")), 0);
+    EXPECT_EQ(parse(tlv(1, R"({"group":1,"client":3})") + tlv(2, R"({"method":"set"})")), 0);
     EXPECT_EQ(ctx->method, DS_METHOD_SET);
     EXPECT_EQ(ctx->error_code, -40101);
     context_free(ctx);
     ctx = context_alloc();
     // A good request first, a failing info second: the parse fails.
-    EXPECT_EQ(parse(rec(2, R"({"method":"set"})") + rec(1, "{bad")), -1);
+    EXPECT_EQ(parse(tlv(2, R"({"method":"set"})") + tlv(1, "{bad")), -1);
     EXPECT_EQ(ctx->error_code, -40101);
     context_free(ctx);
     ctx = context_alloc();
     // Two requests: the later one wins.
-    EXPECT_EQ(parse(rec(2, R"({"method":"set"})") + rec(2, R"({"method":"get","x":1})")), 0);
+    EXPECT_EQ(parse(tlv(2, R"({"method":"set"})") + tlv(2, R"({"method":"get","x":1})")), 0);
     EXPECT_EQ(ctx->method, DS_METHOD_GET);
     ASSERT_NE(ctx->req_obj, nullptr);
 }
@@ -122,13 +112,13 @@ TEST_F(Records, ValueFailures)
         int32_t code;
     };
     const row rows[] = {
-        {.bytes = info(1, 3) + header(2, 50) + "{\"method\"", .code = -40101},
-        {.bytes = info(1, 3) + rec(2, "{\"method\":"), .code = -40210},
-        {.bytes = info(1, 3) + rec(2, R"({"Method":"get"})"), .code = -40210},
-        {.bytes = info(1, 3) + rec(2, R"({"method":"x","a":"%g0"})"), .code = -40102},
-        {.bytes = info(1, 3) + rec(2, R"({"method":"GET"})"), .code = -40209},
-        {.bytes = info(1, 3) + rec(2, std::string(100, '[') + std::string(100, ']')), .code = -40210},
-        {.bytes = rec(2, R"({"method":"get"})") + header(1, 40) + "{}", .code = -40101},
+        {.bytes = info(1, 3) + tlv_header(2, 50) + "{\"method\"", .code = -40101},
+        {.bytes = info(1, 3) + tlv(2, "{\"method\":"), .code = -40210},
+        {.bytes = info(1, 3) + tlv(2, R"({"Method":"get"})"), .code = -40210},
+        {.bytes = info(1, 3) + tlv(2, R"({"method":"x","a":"%g0"})"), .code = -40102},
+        {.bytes = info(1, 3) + tlv(2, R"({"method":"GET"})"), .code = -40209},
+        {.bytes = info(1, 3) + tlv(2, std::string(100, '[') + std::string(100, ']')), .code = -40210},
+        {.bytes = tlv(2, R"({"method":"get"})") + tlv_header(1, 40) + "{}", .code = -40101},
     };
     for (const row &r : rows) {
         EXPECT_EQ(parse(r.bytes), -1);
@@ -142,7 +132,7 @@ TEST_F(Records, LongRequestGrowsTheBufferAndItIsGivenBack)
 {
     std::string req = R"({"method":"get"})";
     req.append(262144 - req.size(), ' ');
-    ASSERT_EQ(parse(info(1, 3) + rec(2, req)), 0);
+    ASSERT_EQ(parse(info(1, 3) + tlv(2, req)), 0);
     EXPECT_EQ(ctx->buf_size, 262145u);
     EXPECT_EQ(ctx->method, DS_METHOD_GET);
     ds_context *grown = ctx;
@@ -154,7 +144,7 @@ TEST_F(Records, LongRequestGrowsTheBufferAndItIsGivenBack)
     // At 32768 bytes the preallocated buffer is used as it is.
     std::string mid = R"({"method":"get"})";
     mid.append(32768 - mid.size(), ' ');
-    ASSERT_EQ(parse(info(1, 3) + rec(2, mid)), 0);
+    ASSERT_EQ(parse(info(1, 3) + tlv(2, mid)), 0);
     EXPECT_EQ(ctx->buf_size, static_cast<uint32_t>(DS_BUF_SIZE));
 }
 
@@ -195,7 +185,7 @@ TEST_F(Dispatch, AnswersOnceAndReleasesTheContext)
     EXPECT_EQ(serve(info(1, 3) + info(2, 8), &rc),
               R"({"error_code": -40105})");
     EXPECT_EQ(rc, 0);
-    EXPECT_EQ(serve(info(1, 3) + rec(2, R"({"method":"GET"})"), &rc), R"({"error_code": -40209})");
+    EXPECT_EQ(serve(info(1, 3) + tlv(2, R"({"method":"GET"})"), &rc), R"({"error_code": -40209})");
     EXPECT_EQ(serve("", &rc), R"({"error_code": -40101})");
     EXPECT_EQ(context_free_count(), DS_CONTEXT_COUNT);
 }
@@ -207,7 +197,7 @@ TEST_F(Dispatch, NoFreeContextIsAnsweredAtOnce)
         c = context_alloc();
     int rc = 0;
     // The records are never read: the answer comes without waiting for them.
-    EXPECT_EQ(serve(info(1, 3) + rec(2, R"({"method":"get"})"), &rc), R"({"error_code": -40101})");
+    EXPECT_EQ(serve(info(1, 3) + tlv(2, R"({"method":"get"})"), &rc), R"({"error_code": -40101})");
     EXPECT_EQ(rc, -1);
     for (auto *c : held)
         context_free(c);

@@ -38,32 +38,6 @@ protected:
 };
 std::string LoginLock::root;
 
-TEST_F(LoginLock, BoundariesAt1799And1800)
-{
-    const char *user = "u1";
-    int count = 0, code = 0;
-    g_now = 10000;
-    for (int i = 1; i <= 3; i++) {
-        ASSERT_EQ(log_errinfo(user, &count, 3), 0);
-        EXPECT_EQ(count, i);
-    }
-    ASSERT_EQ(log_errinfo(user, &count, 3), 0);
-    EXPECT_EQ(count, 3); // capped
-    EXPECT_NE(is_locked(user, 3, &code), 0);
-    EXPECT_EQ(code, -40404);
-    g_now = 10000 + 1799;
-    EXPECT_NE(is_locked(user, 3, &code), 0);
-    g_now = 10000 + 1800; // free, but the count stands: one more failure locks at once
-    EXPECT_EQ(is_locked(user, 3, &code), 0);
-    ASSERT_EQ(log_errinfo(user, &count, 3), 0);
-    EXPECT_EQ(count, 3);
-    EXPECT_NE(is_locked(user, 3, &code), 0);
-    g_now += 1801; // past the reset: counting starts again
-    ASSERT_EQ(log_errinfo(user, &count, 3), 0);
-    EXPECT_EQ(count, 1);
-    EXPECT_EQ(is_locked(user, 3, &code), 0);
-}
-
 TEST_F(LoginLock, MalformedRecordsCountAsNone)
 {
     int count = 0, code = 0;

@@ -14,8 +14,6 @@
 
 namespace {
 
-using ctx_ptr = std::unique_ptr<uci_context, ctx_deleter>;
-
 struct json_deleter {
     void operator()(json_object *o) const { json_object_put(o); }
 };

@@ -20,8 +20,6 @@
 
 namespace {
 
-using ctx_ptr = std::unique_ptr<uci_context, ctx_deleter>;
-
 constexpr int kThreads = 6;
 // Every ordinary commit syncs the file and its directory: fewer of those.
 constexpr int kCommits = 40;

@@ -9,8 +9,6 @@
 
 namespace {
 
-using ctx_ptr = std::unique_ptr<uci_context, ctx_deleter>;
-
 std::string export_of(uci_context *ctx, uci_package *p)
 {
     char *buf = nullptr;

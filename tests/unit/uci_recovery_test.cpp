@@ -17,8 +17,6 @@
 
 namespace {
 
-using ctx_ptr = std::unique_ptr<uci_context, ctx_deleter>;
-
 // The process reads DSD_ROOT once: one scratch root for the binary, laid
 // out as the system's (removed at exit).
 const uci_dirs &root(void)

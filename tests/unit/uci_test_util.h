@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 
@@ -54,6 +55,7 @@ struct uci_dirs {
 struct ctx_deleter {
     void operator()(uci_context *c) const { uci_free_context(c); }
 };
+using ctx_ptr = std::unique_ptr<uci_context, ctx_deleter>;
 
 // A commit in a transaction of its own: for changes staged directly in
 // `ctx` with libuci, as another uci client would.

@@ -20,8 +20,6 @@
 
 namespace {
 
-using ctx_ptr = std::unique_ptr<uci_context, ctx_deleter>;
-
 const char kPackage[] = "config kind 'full'\n\toption a 'x'\n\tlist l 'p'\n"
                         "config kind 'bare'\n"
                         "config T 'T_1'\n";

@@ -17,9 +17,13 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
+
+#include "crypto/des.h"
+#include "crypto/md5.h"
 
 namespace {
 
@@ -186,12 +190,96 @@ int dsd_harness::stop()
     return status;
 }
 
-std::string dsd_harness::log() const
+std::string slurp(const std::string &path)
 {
-    std::ifstream in(root + "/dsd.log", std::ios::binary);
+    std::ifstream in(path, std::ios::binary);
     std::stringstream ss;
     ss << in.rdbuf();
     return ss.str();
+}
+
+std::string json_quote(const std::string &text)
+{
+    json_object *s = json_object_new_string_len(text.data(), static_cast<int>(text.size()));
+    std::string out = json_object_to_json_string_ext(s, JSON_C_TO_STRING_PLAIN);
+    json_object_put(s);
+    return out;
+}
+
+dsd_snapshot snapshot_dir(const std::string &dir)
+{
+    dsd_snapshot s;
+    for (const auto &e : std::filesystem::directory_iterator(dir)) {
+        struct stat st;
+        std::string p = e.path().string();
+        if (lstat(p.c_str(), &st) == 0)
+            s[e.path().filename().string()] = {S_ISREG(st.st_mode) ? slurp(p) : "", st.st_mode};
+    }
+    return s;
+}
+
+std::string snapshot_changes(const dsd_snapshot &a, const dsd_snapshot &b)
+{
+    std::string out;
+    for (const auto &[name, entry] : a) {
+        auto it = b.find(name);
+        if (it == b.end() || it->second != entry)
+            out += name + " ";
+    }
+    for (const auto &[name, entry] : b) {
+        if (!a.count(name))
+            out += name + " ";
+    }
+    return out;
+}
+
+int dsd_harness::backup_to(const std::string &url) const
+{
+    return error_code_of(request(R"({"method":"do","system":{"download_conf_gui":{"url":")" + url + "\"}}}"));
+}
+
+int dsd_harness::restore_from(const std::string &url) const
+{
+    return error_code_of(request(R"({"method":"do","system":{"upload_conf_gui":{"url":")" + url + "\"}}}"));
+}
+
+std::string dsd_harness::forge_backup(const std::string &bundle, const std::string &name,
+                                      const std::string &device) const
+{
+    md5_ctx m;
+    md5_init(&m);
+    md5_update(&m, bundle.data(), bundle.size());
+    uint8_t dg[16];
+    md5_final(&m, dg);
+    char hex[33];
+    md5_hex(dg, hex);
+    std::string plain = path("/tmp/forge.plain"), out = path("/tmp/") + name;
+    std::ofstream(plain, std::ios::binary) << std::string(hex) + "," + device + "\n" + bundle;
+    EXPECT_EQ(des_encrypt_file(plain.c_str(), out.c_str(), "mqwer#!^$KLPZ392"), 0);
+    unlink(plain.c_str());
+    return out;
+}
+
+dsd_run dsd_harness::dsdc(const std::string &words) const
+{
+    std::string err_file = path("/dsdc.err");
+    std::string cmd = "DSD_ROOT='" + root + "' " + tool_command("dsdc") + " " + words + " 2>'" + err_file + "'";
+    dsd_run r;
+    FILE *p = popen(cmd.c_str(), "r");
+    if (!p)
+        return r;
+    char buf[4096];
+    for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;)
+        r.out.append(buf, n);
+    int st = pclose(p);
+    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+    r.err = slurp(err_file);
+    return r;
+}
+
+std::string dsd_harness::log() const
+{
+    return slurp(root + "/dsd.log");
 }
 
 int dsd_harness::wait_log(const std::string &text, int n, int timeout_ms) const

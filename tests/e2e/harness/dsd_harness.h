@@ -8,6 +8,7 @@
 #include <climits>
 #include <csignal>
 #include <initializer_list>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -63,6 +64,18 @@ struct dsd_harness {
     // Number of open descriptors of the daemon, or -1.
     int open_fds() const;
 
+    // The codes of the backup keyword writing to url and of the restore
+    // keyword reading from url (a missing code is a recorded failure).
+    int backup_to(const std::string &url) const;
+    int restore_from(const std::string &url) const;
+    // A backup file as a device named `device` would make it from `bundle`
+    // (the text of its package records), written to <root>/tmp/<name>; its path.
+    std::string forge_backup(const std::string &bundle, const std::string &name,
+                             const std::string &device = "NVR") const;
+    // Runs the dsdc tool on this root with the words (shell-quoted by the
+    // caller): its exit status (-1 when it did not exit), stdout and stderr.
+    struct dsd_run dsdc(const std::string &words) const;
+
     // A request as a given client; the response text ("" on failure).
     std::string request(const std::string &json, const dsd_identity &who = dsd_identity(),
                         int timeout_ms = 30000) const;
@@ -74,6 +87,24 @@ struct dsd_harness {
     // The response text, or "" when none came within timeout_ms.
     std::string raw(const std::string &bytes, int timeout_ms = 10000) const;
 };
+
+struct dsd_run {
+    int status = -1;
+    std::string out, err;
+};
+
+// A file's whole content, "" when it cannot be read.
+std::string slurp(const std::string &path);
+
+// A JSON string literal of any text (quotes, control characters and NUL escaped).
+std::string json_quote(const std::string &text);
+
+// Every entry of a directory (not recursive): its mode, and the bytes of
+// regular files.
+using dsd_snapshot = std::map<std::string, std::pair<std::string, mode_t>>;
+dsd_snapshot snapshot_dir(const std::string &dir);
+// The names whose entries differ between two snapshots ("" when none).
+std::string snapshot_changes(const dsd_snapshot &a, const dsd_snapshot &b);
 
 // Owns a parsed JSON value.
 struct dsd_json_put {
