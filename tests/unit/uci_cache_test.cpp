@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "store/store.h"
+#include "uci_test_util.h"
 
 namespace {
 
@@ -50,11 +51,6 @@ void write_package(const std::string &name, const std::string &text)
 {
     std::ofstream(test_root() + "/etc/config/" + name, std::ios::binary) << text;
 }
-
-struct ctx_free {
-    void operator()(uci_context *c) const { uci_free_context(c); }
-};
-using ctx_ptr = std::unique_ptr<uci_context, ctx_free>;
 
 std::string text_of(json_object *obj)
 {
