@@ -188,8 +188,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, HostileClients,
 // User and system CPU seconds of a process, from /proc/<pid>/stat.
 double cpu_seconds(pid_t pid)
 {
-    std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string text = slurp("/proc/" + std::to_string(pid) + "/stat");
     std::istringstream fields(text.substr(text.rfind(')') + 2));
     std::string skip;
     for (int i = 3; i < 14; i++) // fields 3..13, then utime (14) and stime (15)

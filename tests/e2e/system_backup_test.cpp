@@ -126,17 +126,13 @@ TEST_F(Backup, DirectoryDestinationReceivesTheNamedFile)
     ASSERT_EQ(mkdir(dir.c_str(), 0700), 0);
     ASSERT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + dir + R"(","name":"NVR1"}}})"), 0)
         << d.log();
-    std::string listing;
-    FILE *p = popen(("ls " + dir).c_str(), "r");
-    char line[256];
-    while (p && fgets(line, sizeof line, p))
-        listing += line;
-    if (p)
-        pclose(p);
-    EXPECT_EQ(listing.rfind("NVR1_", 0), 0u) << listing;
-    EXPECT_NE(listing.find("_config.bin"), std::string::npos) << listing;
+    dsd_snapshot listing = snapshot_dir(dir);
+    ASSERT_EQ(listing.size(), 1u) << snapshot_changes(listing, {});
+    const std::string name = listing.begin()->first;
+    EXPECT_EQ(name.rfind("NVR1_", 0), 0u) << name;
+    EXPECT_NE(name.find("_config.bin"), std::string::npos) << name;
     // The backup file itself does not stay behind in /tmp.
-    EXPECT_FALSE(std::ifstream(d.path("/tmp/") + listing.substr(0, listing.size() - 1)).good());
+    EXPECT_FALSE(std::ifstream(d.path("/tmp/") + name).good());
 }
 
 TEST_F(Backup, RequestChecks)
