@@ -196,26 +196,26 @@ TEST(CoreTrace, DebugModeAndOptionSetTheThreshold)
     }
 }
 
-TEST_F(CoreWire, RefusedInfoLengthStillLetsTheRequestRun)
+// Lengths refused or cut short. A refused info record's value (one byte over
+// the limit, too) is not read: the request header follows at once, and the
+// largest info record is read whole.
+TEST_F(CoreWire, RecordLengthsAtAndBeyondTheirLimits)
 {
-    // The refused record's value (one byte over the limit, too) is not read:
-    // the request header follows at once.
-    for (uint32_t len : {0u, 32769u, 0xFFFFFFFFu})
-        EXPECT_EQ(error_code_of(d.raw(tlv_header(1, len) + tlv(2, kUnknownModule))), -40106) << len;
-    // The largest info record is read whole.
-    std::string big_user(32768 - info_for(8, "").size(), 'u');
-    std::string big_info = info_for(8, big_user);
+    const std::string info = tlv(1, info_for(8)), request = tlv(2, kUnknownModule);
+    const std::string big_info = info_for(8, std::string(32768 - info_for(8, "").size(), 'u'));
     ASSERT_EQ(big_info.size(), 32768u);
-    EXPECT_EQ(error_code_of(d.raw(tlv(1, big_info) + tlv(2, kUnknownModule))), -40106);
-}
-
-TEST_F(CoreWire, NegativeOrShortRequestLengths)
-{
-    const std::string info = tlv(1, info_for(8));
-    EXPECT_EQ(error_code_of(d.raw(info + tlv_header(2, 0xFFFFFFFFu))), -40101);
-    EXPECT_EQ(error_code_of(d.raw(info + tlv_header(2, 0x80000000u))), -40101);
-    EXPECT_EQ(error_code_of(d.raw(info + tlv_header(2, 0x7FFFFFFFu))), -40202);
-    EXPECT_EQ(error_code_of(d.raw(info + tlv_header(2, 30) + "{\"method\": \"get\"")), -40101);
+    const struct { std::string bytes; int code; } rows[] = {
+        {tlv_header(1, 0) + request, -40106},
+        {tlv_header(1, 32769) + request, -40106},
+        {tlv_header(1, 0xFFFFFFFFu) + request, -40106},
+        {tlv(1, big_info) + request, -40106},
+        {info + tlv_header(2, 0xFFFFFFFFu), -40101},
+        {info + tlv_header(2, 0x80000000u), -40101},
+        {info + tlv_header(2, 0x7FFFFFFFu), -40202},
+        {info + tlv_header(2, 30) + "{\"method\": \"get\"", -40101},
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(error_code_of(d.raw(r.bytes)), r.code) << &r - rows;
 }
 
 // Refusals are traced under the step that refused: a log reader finds the

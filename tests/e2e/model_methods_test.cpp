@@ -27,10 +27,6 @@ protected:
     {
         return d.ask(R"({"method":"get","motion_detection":)" + what + "}");
     }
-    std::string option(const char *section, const char *opt) const
-    {
-        return md(std::string(R"({"name":")") + section + "\"}").str({"motion_detection", section, opt});
-    }
     // Sections of a type the get lists (0 when it answers no array).
     size_t count_type(const char *type) const
     {
@@ -73,31 +69,6 @@ TEST_F(ModelE2E, ConcurrentDeletesAcrossChannelsAllLand)
     }
     EXPECT_EQ(d.uci_get("record_control", "chn12_record", "", true), "");
     EXPECT_NE(d.uci_get("record_control", "chn13_record", "", true), "");
-}
-
-TEST_F(ModelE2E, GetByTypeListsEveryChannel)
-{
-    dsd_answer res = md(R"({"table":["plan"],"name":"chn16_motion_det"})");
-    ASSERT_EQ(res.len({"motion_detection", "plan"}), 16);
-    EXPECT_NE(res.at({"motion_detection", "plan", "#0", "chn1_alarm_setting"}), nullptr) << res.text;
-    EXPECT_NE(res.at({"motion_detection", "chn16_motion_det", "enabled"}), nullptr) << res.text;
-    EXPECT_EQ(count_type("no_such_type"), 0u);
-    EXPECT_EQ(code(R"({"method":"get","motion_detection":{"table":"no_such_type"}})"), -40106);
-}
-
-TEST_F(ModelE2E, ChannelThreeChangeIsServedAndSurvivesARestart)
-{
-    ASSERT_EQ(option("chn3_motion_det", "enabled"), "off");
-    EXPECT_EQ(code(R"({"method":"set","motion_detection":{"chn3_motion_det":)"
-                   R"({"enabled":"on","digital_sensitivity":70,"sensitivity":"medium"}}})"),
-              0);
-    EXPECT_EQ(option("chn3_motion_det", "enabled"), "on");
-    EXPECT_EQ(option("chn3_motion_det", "digital_sensitivity"), "70");
-    EXPECT_EQ(option("chn4_motion_det", "enabled"), "off");
-    ASSERT_GE(d.stop(), 0);
-    ASSERT_TRUE(d.start()) << d.log();
-    EXPECT_EQ(option("chn3_motion_det", "enabled"), "on");
-    EXPECT_EQ(option("chn3_motion_det", "digital_sensitivity"), "70");
 }
 
 TEST_F(ModelE2E, AddUpToTheMaximumAndOneMore)

@@ -1,17 +1,12 @@
 // Network settings through the running daemon on a mkconfig root, with
-// hostbus as the bus: WAN type switches and what they run, the files the
-// appliers write, and the LAN/WAN subnet refusals. Commands are recorded by
-// stand-in scripts first in the daemon's PATH; the DHCP lease release is
-// seen by a child process waiting for SIGUSR2.
+// hostbus as the bus: what a WAN type switch runs, and the LAN/WAN subnet
+// refusals that need netifd's answer. Commands are recorded by stand-in
+// scripts first in the daemon's PATH.
 #include <gtest/gtest.h>
-#include <sys/prctl.h>
-#include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
-#include <ctime>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -26,24 +21,6 @@ void write_script(const std::string &path, const std::string &body)
 {
     std::ofstream(path) << "#!/bin/sh\n" << body;
     chmod(path.c_str(), 0755);
-}
-
-// A child that exits 0 once SIGUSR2 arrives, 1 after the time limit.
-pid_t spawn_lease_holder()
-{
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGUSR2);
-    sigset_t old;
-    pthread_sigmask(SIG_BLOCK, &set, &old);
-    pid_t pid = fork();
-    if (pid == 0) {
-        prctl(PR_SET_NAME, "udhcpc"); // the release signals only the DHCP client
-        timespec limit{30L * harness_slowdown(), 0};
-        _exit(sigtimedwait(&set, nullptr, &limit) == SIGUSR2 ? 0 : 1);
-    }
-    pthread_sigmask(SIG_SETMASK, &old, nullptr);
-    return pid;
 }
 
 // netifd's answer for a WAN that holds 172.16.5.20/24.
@@ -96,36 +73,6 @@ protected:
     std::string saved_path;
 };
 
-TEST_F(NetworkE2E, WanDhcpToStaticAndBack)
-{
-    ASSERT_EQ(set(R"("protocol":{"static":{"ipaddr":"10.0.0.2","netmask":"255.255.255.0",)"
-                  R"("gateway":"10.0.0.1","pri_dns":"8.8.8.8","snd_dns":""}})"),
-              0);
-    clear_calls();
-    pid_t holder = spawn_lease_holder();
-    ASSERT_GT(holder, 0);
-    std::ofstream(d.path("/var/run/udhcpc-eth0.pid")) << holder << "\n";
-
-    ASSERT_EQ(set(R"("protocol":{"wan":{"wan_type":"static"}})"), 0);
-    int status = -1;
-    ASSERT_EQ(waitpid(holder, &status, 0), holder);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "lease not released";
-    EXPECT_EQ(calls(), (std::multiset<std::string>{"upnpc_stop", "network reload"}));
-    EXPECT_EQ(d.uci_get("network", "wan", "proto", true), "static");
-    EXPECT_EQ(d.uci_get("network", "wan", "ipaddr", true), "10.0.0.2");
-    EXPECT_EQ(d.uci_get("network", "wan", "dns", true), "8.8.8.8");
-    for (const char *opt : {"ipaddr", "gateway", "dns"})
-        EXPECT_EQ(d.uci_get("protocol", "smart_network", opt, true), "") << opt;
-
-    clear_calls();
-    ASSERT_EQ(set(R"("protocol":{"wan":{"wan_type":"dhcp"}})"), 0);
-    EXPECT_EQ(calls(), (std::multiset<std::string>{"upnpc_stop", "network reload"}));
-    EXPECT_EQ(d.uci_get("protocol", "smart_network", "ipaddr", true), "10.0.0.2");
-    EXPECT_EQ(d.uci_get("protocol", "smart_network", "gateway", true), "10.0.0.1");
-    EXPECT_EQ(d.uci_get("protocol", "smart_network", "dns", true), "8.8.8.8 ");
-    EXPECT_EQ(d.uci_get("network", "wan", "proto", true), "dhcp");
-}
-
 TEST_F(NetworkE2E, PppoeToDhcpDisconnects)
 {
     ASSERT_EQ(set(R"("protocol":{"pppoe":{"username":"user","password":"it's secret"},)"
@@ -152,11 +99,6 @@ TEST_F(NetworkE2E, LanAndWanInOneSubnetRefusedBothWays)
     // A static WAN next to the LAN's 192.168.1.1/24.
     EXPECT_EQ(set(R"("protocol":{"static":{"ipaddr":"192.168.1.50","netmask":"255.255.0.0"}})"),
               -40308);
-    EXPECT_EQ(set(R"("protocol":{"static":{"ipaddr":"192.168.1.255","netmask":"255.255.255.0"}})"),
-              -40315);
-    EXPECT_EQ(set(R"("protocol":{"static":{"netmask":"255.255.255.000"}})"), -40305);
-    EXPECT_EQ(set(R"("protocol":{"wan":{"macaddr":"01-00-5E-00-00-01"}})"), -40311);
-    EXPECT_EQ(set(R"("protocol":{"static":{"gateway":"1.2.3"}})"), -40306);
     EXPECT_EQ(calls(), (std::multiset<std::string>{}));
     EXPECT_EQ(pkg("protocol"), before_protocol);
     EXPECT_EQ(pkg("network"), before_network);

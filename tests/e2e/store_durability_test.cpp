@@ -235,34 +235,6 @@ TEST(StoreDurability, RestoreDuringSetsLeavesOneWholeState)
     EXPECT_EQ(d.uci_get("motion_detection", sec, "digital_sensitivity"), "12");
 }
 
-TEST(StoreDurability, BackupCarriesStagedChangesAndRestoreIsAllOrNothing)
-{
-    dsd_harness d;
-    ASSERT_TRUE(d.make_config(2));
-    ASSERT_TRUE(d.start({}));
-    auto code = [&](const std::string &req) { return error_code_of(d.request(req)); };
-    std::string file = d.path("/tmp/backup.bin");
-    ASSERT_EQ(code(set_req("chn1_motion_det", "sensitivity", "high")), 0);
-    ASSERT_EQ(d.backup_to(file), 0);
-    ASSERT_EQ(code(set_req("chn1_motion_det", "sensitivity", "low")), 0);
-
-    // A package that cannot be written stops the restore before any rename
-    // (the first attempt flushes the staged change, as every restore does).
-    ASSERT_EQ(mkdir(d.path("/etc/config/.dsd-tmp-video").c_str(), 0700), 0);
-    EXPECT_NE(d.restore_from(file), 0);
-    dsd_snapshot before = snapshot_dir(d.path("/etc/config"));
-    EXPECT_NE(d.restore_from(file), 0);
-    EXPECT_EQ(snapshot_changes(snapshot_dir(d.path("/etc/config")), before), "");
-    EXPECT_EQ(stored(d, "chn1_motion_det", "sensitivity"), "low");
-
-    // Restored, the staged change of the backup is back and stays back.
-    ASSERT_EQ(rmdir(d.path("/etc/config/.dsd-tmp-video").c_str()), 0);
-    ASSERT_EQ(d.restore_from(file), 0);
-    EXPECT_EQ(stored(d, "chn1_motion_det", "sensitivity"), "high");
-    for (const auto &[name, entry] : snapshot_dir(d.path("/etc/config")))
-        EXPECT_NE(name.rfind(".dsd-tmp-", 0), 0u) << name;
-}
-
 // A small tmpfs over the save directory, unmounted on every path.
 struct tmpfs_mount {
     std::string dir;

@@ -26,25 +26,6 @@ protected:
     dsd_harness d;
 };
 
-TEST_F(Backup, RoundTripRestoresWhatWasSaved)
-{
-    std::string file = d.path("/tmp/backup.bin");
-    ASSERT_EQ(d.backup_to(file), 0) << d.log();
-    std::string video = slurp(d.path("/etc/config/video"));
-    // Change the configuration, then restore the backup.
-    std::ofstream(d.path("/etc/config/video")) << "\nconfig main 'changed'\n";
-    ASSERT_EQ(upload(file), 0) << d.log();
-    EXPECT_EQ(slurp(d.path("/etc/config/video")), video);
-    EXPECT_FALSE(std::ifstream(d.path("/tmp/decrypt_conf")).good());
-    EXPECT_FALSE(std::ifstream(d.path("/tmp/conf_bundle")).good());
-    EXPECT_FALSE(std::ifstream(d.path("/tmp/conf_package_md5")).good());
-    // Excluded packages never travel.
-    std::string marker = "\nconfig root 'root'\n\toption username 'admin'\n\toption passwd 'changed-after'\n";
-    std::ofstream(d.path("/etc/config/user_management")) << marker;
-    ASSERT_EQ(upload(file), 0);
-    EXPECT_EQ(slurp(d.path("/etc/config/user_management")), marker);
-}
-
 // A package as hands and tools leave it (comments, both quoting styles, an
 // escaped quote, a list) and a staged change: after a backup, later edits
 // and a restore, every value reads back as it was at the backup.

@@ -1,5 +1,5 @@
-// The do and forward handlers on a hand-made context: the keyword loop over a
-// test-only module registry, and the pass-through against hostbus.
+// The do handler on a hand-made context: the keyword loop over a test-only
+// module registry (forward is held by the end-to-end bus tests).
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 
@@ -59,7 +59,6 @@ protected:
     ds_context ctx{};
     ds_model_root *root = nullptr;
     std::vector<uint8_t> buf = std::vector<uint8_t>(DS_BUF_SIZE);
-    std::string log;
 
     void SetUp() override
     {
@@ -89,9 +88,7 @@ protected:
         json_object_put(ctx.res_obj);
         ctx.res_obj = nullptr;
         ctx.req_obj = request ? json_tokener_parse(request) : nullptr;
-        testing::internal::CaptureStdout();
         ctx.error_code = method(&ctx);
-        log = testing::internal::GetCapturedStdout();
         return ctx.error_code == 0 ? 0 : -1;
     }
     std::string response() const
@@ -99,7 +96,6 @@ protected:
         return ctx.res_obj ? json_object_to_json_string_ext(ctx.res_obj, JSON_C_TO_STRING_PLAIN)
                            : "null";
     }
-    bool traced(const std::string &text) const { return log.find(text) != std::string::npos; }
 };
 
 } // namespace
@@ -113,9 +109,6 @@ TEST_F(MethodDo, KeywordsRunInOrderWithArgumentsUnchanged)
     // A repeated key keeps json-c's last value; arguments reach handlers as sent.
     EXPECT_EQ((std::vector<std::string>{R"([1,{"a":null}])", R"({"x":1})"}), g_seen);
     EXPECT_EQ(R"({"r1":1,"r2":2})", response());
-    EXPECT_TRUE(traced("Request in module [alpha]"));
-    EXPECT_TRUE(traced("Do record action in module alpha."));
-    EXPECT_TRUE(traced("Do only_beta action in module beta."));
 
     for (const char *arg : {"null", "0", "-1.5", "true", "\"\"", "[]", "{}"}) {
         g_seen.clear();
@@ -131,7 +124,6 @@ TEST_F(MethodDo, FirstFailureStopsTheRest)
     EXPECT_EQ(-1, run(ds_do, R"({"alpha":{"first":-71001,"record":1}})"));
     EXPECT_EQ(-71001, ctx.error_code);
     EXPECT_EQ(std::vector<std::string>{"fail"}, g_seen);
-    EXPECT_TRUE(traced("Run first service failed"));
     EXPECT_EQ("{}", response()); // created before the first action
 
     g_seen.clear();
@@ -144,20 +136,15 @@ TEST_F(MethodDo, UnknownModulesKeywordsAndRowsWithoutHandler)
 {
     EXPECT_EQ(-1, run(ds_do, R"({"gamma":{"record":1}})"));
     EXPECT_EQ(-40106, ctx.error_code);
-    EXPECT_TRUE(traced("Module gamma not support."));
 
     EXPECT_EQ(-1, run(ds_do, R"({"alpha":{"only_beta":1}})"));
     EXPECT_EQ(-40106, ctx.error_code);
-    EXPECT_TRUE(traced("Service only_beta not support."));
-    EXPECT_TRUE(traced("Run only_beta service failed"));
 
     EXPECT_EQ(-1, run(ds_do, R"({"bare":{"x":1}})"));
     EXPECT_EQ(-40106, ctx.error_code);
-    EXPECT_TRUE(traced("Service x not support."));
 
     EXPECT_EQ(-1, run(ds_do, R"({"alpha":{"nofn":1}})"));
     EXPECT_EQ(-40101, ctx.error_code);
-    EXPECT_TRUE(traced("Function keyword_action is NULL."));
     EXPECT_TRUE(g_seen.empty());
 }
 
@@ -165,7 +152,6 @@ TEST_F(MethodDo, BadContextsAndRequests)
 {
     EXPECT_EQ(-1, run(ds_do, "{}"));
     EXPECT_EQ(-40209, ctx.error_code);
-    EXPECT_TRUE(traced("Request signal is illegal."));
 
     // Members that are not objects are not modules: nothing runs.
     EXPECT_EQ(0, run(ds_do, R"({"method":"do","alpha":"first","beta":[1]})"));
@@ -173,7 +159,6 @@ TEST_F(MethodDo, BadContextsAndRequests)
     EXPECT_TRUE(g_seen.empty());
 
     EXPECT_EQ(-1, run(ds_do, nullptr));
-    EXPECT_TRUE(traced("Invalid params."));
     EXPECT_EQ(-40101, ds_do(nullptr));
     ctx.fd = -1;
     EXPECT_EQ(-1, run(ds_do, R"({"alpha":{"record":1}})"));
@@ -185,39 +170,5 @@ TEST_F(MethodDo, BadContextsAndRequests)
     root = nullptr;
     EXPECT_EQ(-1, run(ds_do, R"({"alpha":{"record":1}})"));
     EXPECT_EQ(-40101, ctx.error_code);
-    EXPECT_TRUE(traced("Get model root node failed."));
     root = model_init(); // for TearDown
-}
-
-class MethodForward : public MethodDo {
-protected:
-    bus_harness bus{test_root()};
-    void TearDown() override
-    {
-        bus.stop();
-        unlink(bus.log_path().c_str());
-        MethodDo::TearDown();
-    }
-};
-
-// Absent, broken and hung peers are held by the end-to-end forward tests.
-TEST_F(MethodForward, BusFailuresAndTheContextBuffer)
-{
-    EXPECT_EQ(-1, run(ds_forward, R"({"destination":"ipc","channel":1,"content":{}})"));
-    EXPECT_EQ(-40108, ctx.error_code);
-    EXPECT_EQ("null", response());
-    EXPECT_TRUE(traced("connect ubus error.")) << log;
-
-    ASSERT_TRUE(bus.start(R"({"objects":{"chm_slp":{"default":{"status":7}}}})"));
-    EXPECT_EQ(-1, run(ds_forward, R"({"destination":"ipc","channel":1,"content":{}})"));
-    EXPECT_EQ(-40108, ctx.error_code);
-    EXPECT_TRUE(traced("ubus call error."));
-
-    // The message must fit the context's buffer.
-    bus.set_scenario("{}");
-    ctx.buf_size = 16;
-    EXPECT_EQ(-1, run(ds_forward, R"({"destination":"ipc","channel":1,"content":{}})"));
-    EXPECT_EQ(-70102, ctx.error_code);
-    EXPECT_TRUE(traced("jso_to_string error."));
-    EXPECT_EQ(1u, bus.calls().size()); // only the call answered with a status
 }

@@ -179,17 +179,6 @@ protected:
     }
 };
 
-TEST_F(Dispatch, AnswersOnceAndReleasesTheContext)
-{
-    int rc = -2;
-    EXPECT_EQ(serve(info(1, 3) + info(2, 8), &rc),
-              R"({"error_code": -40105})");
-    EXPECT_EQ(rc, 0);
-    EXPECT_EQ(serve(info(1, 3) + tlv(2, R"({"method":"GET"})"), &rc), R"({"error_code": -40209})");
-    EXPECT_EQ(serve("", &rc), R"({"error_code": -40101})");
-    EXPECT_EQ(context_free_count(), DS_CONTEXT_COUNT);
-}
-
 TEST_F(Dispatch, NoFreeContextIsAnsweredAtOnce)
 {
     ds_context *held[DS_CONTEXT_COUNT];

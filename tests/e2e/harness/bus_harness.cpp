@@ -123,17 +123,9 @@ constexpr bool kRealBus = false;
 
 bus_harness::bus_harness(const std::string &root_dir) : root(root_dir) {}
 
-bus_harness::bus_harness() : own_root(true)
-{
-    char tmpl[] = "/tmp/dsd-bus-XXXXXX";
-    root = mkdtemp(tmpl);
-}
-
 bus_harness::~bus_harness()
 {
     stop();
-    if (own_root && !getenv("DSD_KEEP_ROOT"))
-        std::system(("rm -rf " + root).c_str());
 }
 
 std::string bus_harness::socket_path() const { return root + "/var/run/ubus.sock"; }
@@ -238,29 +230,4 @@ int bus_harness::wait_calls(const std::string &object, const std::string &method
 void bus_harness::touch(const std::string &rel) const
 {
     std::ofstream(root + "/" + rel) << "";
-}
-
-std::string bus_harness::install_cli() const
-{
-    std::string dir = root + "/hostbus-bin";
-    std::system(("mkdir -p " + dir).c_str());
-    std::string link = dir + "/ubus";
-    unlink(link.c_str());
-#ifdef DSD_REAL_BUS
-    // The device's command line, pointed at this root's ubusd.
-    std::ofstream(link) << "#!/bin/sh\nexec '" << DSD_UBUS_CLI_BIN << "' -s '" << socket_path()
-                        << "' \"$@\"\n";
-    return chmod(link.c_str(), 0755) == 0 ? dir : "";
-#else
-    std::string bin = std::string(DSD_TOOLS_DIR) + "/hostbus";
-    const char *wrapper = getenv("DSD_EXEC_WRAPPER");
-    if (wrapper && *wrapper) {
-        // An emulated binary cannot be exec'd by name: a script runs it.
-        std::ofstream(link) << "#!/bin/sh\nexec " << tool_command("hostbus") << " \"$@\"\n";
-        return chmod(link.c_str(), 0755) == 0 ? dir : "";
-    }
-    if (symlink(bin.c_str(), link.c_str()) != 0)
-        return "";
-    return dir;
-#endif
 }

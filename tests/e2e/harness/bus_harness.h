@@ -25,13 +25,10 @@ struct bus_harness {
     std::string root; // device root; the socket is <root>/var/run/ubus.sock
     pid_t pid = -1;        // hostbus
     pid_t ubusd_pid = -1;  // the device's ubusd (real bus only)
-    bool own_root = false;
 
     // Uses an existing root (for example dsd_harness::root).
     explicit bus_harness(const std::string &root_dir);
-    // Makes and later removes a temporary root of its own.
-    bus_harness();
-    // Stops hostbus; removes the root when it made it.
+    // Stops hostbus.
     ~bus_harness();
     bus_harness(const bus_harness &) = delete;
     bus_harness &operator=(const bus_harness &) = delete;
@@ -60,9 +57,4 @@ struct bus_harness {
                    int timeout_ms = 10000) const;
     // Creates <root>/<rel> (releases a step held with "wait_file").
     void touch(const std::string &rel) const;
-    // Makes <root>/hostbus-bin/ubus, a "ubus call" command line on this
-    // root's bus (hostbus's own, or the device's `ubus` on a real bus), and
-    // returns that directory; put it first in PATH (before starting dsd) so
-    // fire-and-forget shell calls reach the peers and the call log.
-    std::string install_cli() const;
 };
