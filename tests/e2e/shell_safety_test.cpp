@@ -24,20 +24,6 @@ std::vector<std::string> payloads(const std::string &canary)
     };
 }
 
-std::string json_string(const std::string &s)
-{
-    std::string out = "\"";
-    for (unsigned char c : s) {
-        if (c == '"' || c == '\\')
-            out += std::string("\\") + static_cast<char>(c);
-        else if (c == '\n')
-            out += "\\n";
-        else
-            out += static_cast<char>(c);
-    }
-    return out + "\"";
-}
-
 // One section per option table: the options of channel 2 and channel 3 rows
 // run the same code.
 struct target {
@@ -97,13 +83,13 @@ TEST(ShellSafety, NoPayloadReachesAShell)
     for (const target &t : option_targets(root)) {
         for (const std::string &p : bad) {
             answered("{\"method\": \"set\", \"" + t.module + "\": {\"" + t.section + "\": {\"" +
-                         t.option + "\": " + json_string(p) + "}}}",
+                         t.option + "\": " + json_quote(p) + "}}}",
                      t.module + "." + t.section + "." + t.option);
         }
     }
     for (const action_target &a : action_targets(root)) {
         for (const std::string &p : bad) {
-            std::string v = json_string(p);
+            std::string v = json_quote(p);
             std::string arg = "{\"channel\": " + v + ", \"name\": " + v + ", \"url\": " + v +
                               ", \"path\": " + v + ", \"ip\": " + v + ", \"user\": " + v +
                               ", \"password\": " + v + ", \"content\": " + v + "}";
