@@ -1,8 +1,6 @@
 // Camera keywords against the real daemon and a simulated device manager.
 #include <gtest/gtest.h>
-#include <json-c/json.h>
 
-#include <memory>
 #include <string>
 
 #include "harness/bus_harness.h"

@@ -1,6 +1,5 @@
 // The detection modules against the real daemon and the host bus.
 #include <gtest/gtest.h>
-#include <json-c/json.h>
 
 #include <cstdio>
 

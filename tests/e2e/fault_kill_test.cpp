@@ -2,13 +2,10 @@
 // restarted: every package still parses, and every change that was answered
 // with success is still there (or was overtaken by the one in flight).
 #include <gtest/gtest.h>
-#include <json-c/json.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <uci.h>
 
 #include <atomic>
-#include <cstring>
 #include <dirent.h>
 #include <fstream>
 #include <random>

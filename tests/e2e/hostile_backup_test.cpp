@@ -8,10 +8,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <map>
 
 #include "harness/dsd_harness.h"
 

@@ -10,7 +10,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <fstream>
 #include <sstream>
 #include <thread>
 #include <vector>

@@ -2,14 +2,11 @@
 // every fixed work path and at destinations, secrets that must not reach the
 // trace (parallel guessing is held by the hostile login tests).
 #include <gtest/gtest.h>
-#include <json-c/json.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <vector>
 
 #include "harness/bus_harness.h"
 #include "harness/dsd_harness.h"

@@ -2,13 +2,11 @@
 // mixed in parallel with check_user; sessions after a password change; the
 // login directories' modes.
 #include <gtest/gtest.h>
-#include <json-c/json.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <thread>
 #include <vector>
 
@@ -99,6 +97,14 @@ TEST_F(HostileLogin, EveryPasswordCheckCountsTowardTheOneLock)
     EXPECT_EQ(gesture("view", "0000"), -70312);
     EXPECT_EQ(check_user("view", "wrong-3"), -40404);
     EXPECT_EQ(change("view", "pw-view"), -40404);
+    // Each of the ten locks answered was reported to the recorder and left
+    // one security record.
+    EXPECT_EQ(bus.calls_to("record", "login_error").size(), 10u);
+    std::string records = slurp(d.path("/var/log/msglog/records"));
+    size_t logged = 0;
+    for (size_t at = 0; (at = records.find(R"("main_type":2,"sub_type":1,"text":"用户名: )", at)) != std::string::npos; at++)
+        logged++;
+    EXPECT_EQ(logged, 10u) << records;
 }
 
 TEST_F(HostileLogin, ParallelMixesCountEveryFailureOnce)

@@ -4,11 +4,8 @@
 // `dsdc get MODULE` reads a whole module of the sample root.
 #include <gtest/gtest.h>
 #include <json-c/json.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <memory>
 #include <string>
 #include <vector>
 

@@ -2,7 +2,6 @@
 // daemon's back sees it (agreement with a fresh parse is held by the store's
 // view tests).
 #include <gtest/gtest.h>
-#include <json-c/json.h>
 #include <fcntl.h>
 #include <unistd.h>
 

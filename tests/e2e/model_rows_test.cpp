@@ -7,9 +7,7 @@
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 
-#include <memory>
 #include <string>
-#include <vector>
 
 #include "harness/bus_harness.h"
 #include "harness/dsd_harness.h"

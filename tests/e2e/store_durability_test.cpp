@@ -2,9 +2,7 @@
 // on file after the daemon ends, nothing is applied twice, and two adds of
 // one name cannot both succeed. The host libraries behave like the device's
 // here, so only the daemon's own serialisation and flush keep these true.
-#include <dirent.h>
 #include <gtest/gtest.h>
-#include <json-c/json.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>

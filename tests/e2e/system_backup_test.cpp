@@ -1,11 +1,9 @@
 // Backup and restore through the real daemon: round trip, exclusions,
 // tampering, another device's backup, hostile bundles, size limit.
 #include <gtest/gtest.h>
-#include <json-c/json.h>
 #include <sys/stat.h>
 
 #include <fstream>
-#include <iterator>
 
 #include "crypto/des.h"
 #include "harness/dsd_harness.h"

@@ -3,13 +3,9 @@
 // options of motion detection refuse what the device documents.
 #include <gtest/gtest.h>
 #include <json-c/json.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
-#include <memory>
-#include <sstream>
 #include <string>
 
 #include "harness/bus_harness.h"

@@ -2,9 +2,7 @@
 // calls and time-outs.
 #include <gtest/gtest.h>
 #include <json-c/json.h>
-#include <sys/stat.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -136,12 +134,7 @@ protected:
 
 TEST_F(BusCall, RepliesAndMessagesRoundTrip)
 {
-    start(R"({"objects":{"peer":{"methods":{
-        "echo":{"echo":true},
-        "two":{"replies":[{"n":1},{"n":2}]},
-        "raw":{"raw":"<html>"},
-        "none":{"no_reply":true},
-        "huge":{"huge_bytes":2000000}}}}})");
+    start(R"({"objects":{"peer":{"methods":{"echo":{"echo":true},"two":{"replies":[{"n":1},{"n":2}]}}}}})");
     std::string reply;
     EXPECT_EQ(0, call("peer", "echo", R"({"k":"v","n":[1,2]})", &reply));
     EXPECT_EQ(R"({"k":"v","n":[1,2]})", reply);
@@ -149,17 +142,11 @@ TEST_F(BusCall, RepliesAndMessagesRoundTrip)
     EXPECT_EQ("{}", reply);
     EXPECT_EQ(0, call("peer", "two", "{}", &reply));
     EXPECT_EQ(R"({"n":2})", reply);
-    EXPECT_EQ(0, call("peer", "raw", "{}", &reply));
-    EXPECT_EQ("null", reply);
-    EXPECT_EQ(0, call("peer", "none", "{}", &reply));
-    EXPECT_EQ("null", reply);
-    EXPECT_EQ(0, call("peer", "huge", "{}", &reply));
-    EXPECT_EQ("null", reply);
     // Unknown methods of a built-in peer answer {}.
     EXPECT_EQ(0, call("record", "anything", "{}", &reply));
     EXPECT_EQ("{}", reply);
     auto calls = bus.calls();
-    ASSERT_EQ(7u, calls.size());
+    ASSERT_EQ(4u, calls.size());
     EXPECT_EQ("peer", calls[0].object);
     EXPECT_EQ("echo", calls[0].method);
     EXPECT_EQ(R"({"k":"v","n":[1,2]})", calls[0].message);

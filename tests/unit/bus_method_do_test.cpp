@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 
-#include <cstdlib>
-#include <cstring>
 #include <string>
 #include <vector>
 

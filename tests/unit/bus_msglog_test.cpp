@@ -5,7 +5,6 @@
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <string>

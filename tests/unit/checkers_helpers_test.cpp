@@ -5,11 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <json-c/json.h>
-#include <pthread.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <string>
 

@@ -3,11 +3,9 @@
 // one read, followed by junk, cut short, of the wrong type or announcing more
 // than the client accepts.
 #include <gtest/gtest.h>
-#include <arpa/inet.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>

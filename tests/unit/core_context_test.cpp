@@ -180,18 +180,6 @@ struct PoolTest : testing::Test {
     }
 };
 
-TEST_F(PoolTest, RefusesBadArguments)
-{
-    EXPECT_EQ(thd_pool_init(0), nullptr);
-    EXPECT_EQ(thd_pool_add_task(nullptr, record_task, 1), -1);
-    EXPECT_EQ(thd_pool_destroy(nullptr), -1);
-    thd_pool *pool = thd_pool_init(1);
-    ASSERT_NE(pool, nullptr);
-    EXPECT_EQ(thd_pool_add_task(pool, nullptr, 1), -1);
-    EXPECT_EQ(thd_pool_add_task(pool, record_task, 0), -1);  // descriptor 0 is never queued
-    EXPECT_EQ(thd_pool_destroy(pool), 0);
-}
-
 TEST_F(PoolTest, FullRingRefusesTheEleventhTask)
 {
     thd_pool *pool = thd_pool_init(6);

@@ -2,7 +2,6 @@
 // the context, which record decides the outcome, the buffer growth, and
 // answers that go out whole through short writes or fail on a closed peer.
 #include <gtest/gtest.h>
-#include <json-c/json.h>
 #include <sys/socket.h>
 #include <unistd.h>
 

@@ -4,8 +4,6 @@
 #include <json-c/json.h>
 #include <uci.h>
 
-#include <cstring>
-#include <memory>
 #include <string>
 
 #include "core/context.h"

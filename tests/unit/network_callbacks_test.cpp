@@ -15,7 +15,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
-#include <sstream>
 #include <set>
 #include <string>
 

@@ -194,16 +194,4 @@ TEST_F(UciAccess, FailedSaveLeavesNoTornChange)
     EXPECT_STREQ(store_read_opt(reader.get(), "pkg", "full", "a").text, "second");
 }
 
-TEST_F(UciAccess, NullArgumentsFailQuietly)
-{
-    EXPECT_EQ(get_uci_section(nullptr, "pkg", "full"), nullptr);
-    EXPECT_EQ(get_uci_package(ctx.get(), nullptr), nullptr);
-    EXPECT_EQ(set_uci_section(t(), "pkg", nullptr, nullptr), -1);
-    EXPECT_EQ(section_exist(ctx.get(), nullptr, "x"), 0);
-    EXPECT_EQ(get_sec_type_num(nullptr, "pkg", "T"), -1);
-    EXPECT_EQ(set_opt_value(t(), "pkg", "full", "a", nullptr), -1);
-    EXPECT_EQ(get_opt_value_dup(nullptr, "s", "o"), nullptr);
-    EXPECT_EQ(store_txn_commit(nullptr, "pkg", false), -1);
-}
-
 } // namespace

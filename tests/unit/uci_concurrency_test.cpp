@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <memory>
 #include <random>
 #include <thread>
 #include <vector>

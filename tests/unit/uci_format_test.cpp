@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <uci.h>
 
-#include <memory>
 
 #include "store/store.h"
 #include "uci_test_util.h"
@@ -156,31 +155,6 @@ TEST(UciFormat, NamedSectionWithAGeneratedNameOfAnotherTypeIsAParseError)
     std::string one = "merged." + generated;
     EXPECT_STREQ(opt(ctx.get(), (one + ".x").c_str()), "1");
     EXPECT_STREQ(opt(ctx.get(), (one + ".y").c_str()), "2");
-}
-
-TEST(UciFormat, BigChannelPackageRoundTrips)
-{
-    std::string text;
-    for (int ch = 1; ch <= 128; ch++) {
-        for (const char *kind : {"motion", "alarm", "notif", "plan"}) {
-            text += "config " + std::string(kind) + " 'chn" + std::to_string(ch) + "_" + kind + "'\n";
-            text += "\toption enable '1'\n\toption sensitivity '" + std::to_string(ch % 10) + "'\n";
-            text += "\tlist period '0000-2359'\n\tlist period '0800-1200:1'\n";
-        }
-    }
-    uci_dirs d;
-    d.write("big", text);
-    ctx_ptr ctx(d.context());
-    uci_package *p = nullptr;
-    ASSERT_EQ(uci_load(ctx.get(), "big", &p), UCI_OK);
-    EXPECT_EQ(p->n_section, 512);
-    EXPECT_STREQ(opt(ctx.get(), "big.chn128_plan.sensitivity"), "8");
-    std::string out = export_of(ctx.get(), p);
-    d.write("big2", out);
-    ctx_ptr ctx2(d.context());
-    uci_package *q = nullptr;
-    ASSERT_EQ(uci_load(ctx2.get(), "big2", &q), UCI_OK);
-    EXPECT_EQ(export_of(ctx2.get(), q), out);
 }
 
 TEST(UciFormat, RejectsMalformedFiles)

@@ -11,7 +11,6 @@
 #include <sys/resource.h>
 
 #include <atomic>
-#include <memory>
 #include <string>
 #include <thread>
 

@@ -1,6 +1,5 @@
 #include "harness/dsd_harness.h"
 
-#include <arpa/inet.h>
 #include <dirent.h>
 #include <fcntl.h>
 #include <json-c/json.h>
@@ -16,7 +15,6 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
