@@ -97,14 +97,14 @@ TEST_F(BusMethods, ForwardToAbsentBrokenOrHungPeer)
     peer(R"({"wait_file":"never","wait_max_ms":60000})");
     auto hung = std::async(std::launch::async, [&] { return d.request(kForward, dsd_identity(), kHungMs); });
     ASSERT_EQ(2, bus.wait_calls("chm_slp", "chm_slp_passthrough", 2)); // absent: no call
-    EXPECT_EQ(-40106, error_code_of(d.request(R"({"method":"do","nosuch":{"a":1}})")));
+    EXPECT_EQ(-40106, d.code(R"({"method":"do","nosuch":{"a":1}})"));
     std::string late = hung.get();
     EXPECT_EQ(-40108, error_code_of(late)) << late;
     bus.touch("never");
     // Every context came back: six requests in a row all get served.
     peer(R"({"reply":{"result":[{"command":"{}"}]}})");
     for (int i = 0; i < 7; i++)
-        EXPECT_EQ(0, error_code_of(d.request(kForward))) << i;
+        EXPECT_EQ(0, d.code(kForward)) << i;
 }
 
 TEST_F(BusMethods, ForwardRequestShapes)
@@ -123,7 +123,7 @@ TEST_F(BusMethods, ForwardRequestShapes)
         {R"({"method":"forward","destination":"ipc","channel":1})", -40209},
     };
     for (const auto &c : cases)
-        EXPECT_EQ(c.code, error_code_of(d.request(c.request))) << c.request;
+        EXPECT_EQ(c.code, d.code(c.request)) << c.request;
     EXPECT_TRUE(bus.calls().empty());
 }
 

@@ -100,7 +100,6 @@ protected:
         }
         return events();
     }
-    int code(const std::string &req) const { return error_code_of(d.request(req)); }
     dsd_harness d;
     bus_harness bus{d.root};
     pid_t watch_pid = -1;
@@ -132,10 +131,10 @@ TEST_F(ChangeEvents, EachCommittedChangeGivesOneEvent)
     size_t expected = 0;
     int sentinel = 0;
     for (const auto &c : cases) {
-        ASSERT_EQ(code(c.request), c.code) << c.request << "\n" << d.log();
+        ASSERT_EQ(d.code(c.request), c.code) << c.request << "\n" << d.log();
         // A change answered later shows whether this one sent anything: the
         // sender keeps their order.
-        ASSERT_EQ(code(R"({"method":"set","system":{"sys":{"dsd_trace":")" + std::string(sentinel++ % 2 ? "0" : "1") + R"("}}})"), 0);
+        ASSERT_EQ(d.code(R"({"method":"set","system":{"sys":{"dsd_trace":")" + std::string(sentinel++ % 2 ? "0" : "1") + R"("}}})"), 0);
         expected += (c.module ? 1 : 0) + 1;
         std::vector<dsd_json> ev = wait_events(expected);
         ASSERT_EQ(ev.size(), expected) << c.request;
@@ -179,7 +178,7 @@ TEST_F(ChangeEvents, RestoreAnnouncesEachPackageOnce)
     std::string file = d.path("/tmp/backup.bin");
     ASSERT_EQ(d.backup_to(file), 0) << d.log();
     ASSERT_EQ(d.restore_from(file), 0) << d.log();
-    ASSERT_EQ(code(R"({"method":"set","system":{"sys":{"dsd_trace":"1"}}})"), 0);
+    ASSERT_EQ(d.code(R"({"method":"set","system":{"sys":{"dsd_trace":"1"}}})"), 0);
     std::vector<dsd_json> ev;
     for (int waited = 0; waited < 10000 * harness_slowdown(); waited += 10) {
         ev = events();
@@ -201,13 +200,13 @@ TEST_F(ChangeEvents, RestoreAnnouncesEachPackageOnce)
 
 TEST_F(ChangeEvents, EventsKeepFlowingAfterTheBusRestarts)
 {
-    ASSERT_EQ(code(R"({"method":"set","video":{"chn1_main":{"main_bitrate":"3000"}}})"), 0);
+    ASSERT_EQ(d.code(R"({"method":"set","video":{"chn1_main":{"main_bitrate":"3000"}}})"), 0);
     ASSERT_EQ(wait_events(1).size(), 1u);
     ASSERT_GE(bus.stop(), 0);
-    ASSERT_EQ(code(R"({"method":"set","video":{"chn1_main":{"main_bitrate":"3001"}}})"), 0); // nobody hears it
+    ASSERT_EQ(d.code(R"({"method":"set","video":{"chn1_main":{"main_bitrate":"3001"}}})"), 0); // nobody hears it
     ASSERT_TRUE(bus.start());
     ASSERT_TRUE(listening(2)) << slurp(d.path("/watch.err"));
-    ASSERT_EQ(code(R"({"method":"set","video":{"chn1_main":{"main_bitrate":"3002"}}})"), 0);
+    ASSERT_EQ(d.code(R"({"method":"set","video":{"chn1_main":{"main_bitrate":"3002"}}})"), 0);
     std::vector<dsd_json> ev = wait_events(2);
     ASSERT_EQ(ev.size(), 2u) << d.log();
     json_object *n = nullptr;
@@ -221,8 +220,8 @@ TEST_F(ChangeEvents, WatchFiltersModulesAndPrintsOneLineEach)
     std::string cmd = "DSD_ROOT='" + d.root + "' timeout -s INT 3 " + tool_command("dsdc") +
                       " watch video >'" + out + "' 2>/dev/null & sleep 1; ";
     ASSERT_EQ(system((cmd + "true").c_str()), 0);
-    ASSERT_EQ(code(R"({"method":"set","system":{"sys":{"dsd_trace":"1"}}})"), 0);
-    ASSERT_EQ(code(R"({"method":"set","video":{"chn2_main":{"main_bitrate":"777"}}})"), 0);
+    ASSERT_EQ(d.code(R"({"method":"set","system":{"sys":{"dsd_trace":"1"}}})"), 0);
+    ASSERT_EQ(d.code(R"({"method":"set","video":{"chn2_main":{"main_bitrate":"777"}}})"), 0);
     ASSERT_EQ(wait_events(2).size(), 2u);
     std::string text;
     for (int waited = 0; waited < 5000 * harness_slowdown() && text.empty(); waited += 10) {

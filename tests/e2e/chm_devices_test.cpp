@@ -65,7 +65,7 @@ TEST_F(Chm, FieldChecksComeBeforeAnyBusTraffic)
 
 TEST_F(Chm, DeleteSendsTheMaskAndReleasesTheChannels)
 {
-    EXPECT_EQ(error_code_of(d.request(R"({"method":"do","chm":{"chm_del_dev":{"ids":["2","5"]}}})")), 0);
+    EXPECT_EQ(d.code(R"({"method":"do","chm":{"chm_del_dev":{"ids":["2","5"]}}})"), 0);
     auto calls = bus.calls_to("chm_dev_manager", "chm_ubus_delete_device");
     ASSERT_EQ(calls.size(), 1u);
     EXPECT_TRUE(has_string(dsd_answer(calls[0].message), {"channel"}, "01001" + std::string(123, '0')));
@@ -76,8 +76,8 @@ TEST_F(Chm, DeleteSendsTheMaskAndReleasesTheChannels)
             order += c.method == "strategy_set" ? 'S' : 'E';
     }
     EXPECT_EQ("SSEEEE", order);
-    EXPECT_EQ(error_code_of(d.request(R"({"method":"do","chm":{"chm_del_dev":{"ids":["129"]}}})")), -71521);
-    EXPECT_EQ(error_code_of(d.request(R"({"method":"do","chm":{"chm_del_dev":{"ids":"2"}}})")), -71521);
+    EXPECT_EQ(d.code(R"({"method":"do","chm":{"chm_del_dev":{"ids":["129"]}}})"), -71521);
+    EXPECT_EQ(d.code(R"({"method":"do","chm":{"chm_del_dev":{"ids":"2"}}})"), -71521);
 }
 
 TEST_F(Chm, ForwardedKeywordsCheckFieldsAndTranslateTheAnswer)
@@ -111,7 +111,7 @@ TEST_F(Chm, ChannelTableByPage)
     EXPECT_EQ(all.len({"chm", "chn_info"}), 2);
     EXPECT_NE(all.at({"chm", "chn_info", "#1", "chn_info_3"}), nullptr) << all.text;
     EXPECT_TRUE(has_string(all, {"chm", "chn_info", "#1", "chn_info_3", "record"}, "off"));
-    EXPECT_EQ(error_code_of(d.request(R"({"method":"do","chm":{"get_chn_info_by_page":{"index":0,"count":2}}})")),
+    EXPECT_EQ(d.code(R"({"method":"do","chm":{"get_chn_info_by_page":{"index":0,"count":2}}})"),
               -70107);
 }
 
@@ -208,7 +208,7 @@ TEST(ChmPaging, ProbedDevicesAcrossPages)
     dsd_answer sent(adds[0].message);
     EXPECT_TRUE(has_string(sent, {"device_list", "#0", "rtsp_url_main"}, "rtsp://10.0.0.9:554/live"));
     EXPECT_TRUE(has_string(sent, {"device_list", "#0", "password"}, "pw"));
-    EXPECT_EQ(error_code_of(d.request(R"({"method":"do","chm":{"chm_add_dev_list_zuma":{"device_list":[{"rtsp_url_main":"x"}]}}})")),
+    EXPECT_EQ(d.code(R"({"method":"do","chm":{"chm_add_dev_list_zuma":{"device_list":[{"rtsp_url_main":"x"}]}}})"),
               -71522);
 }
 

@@ -124,7 +124,7 @@ TEST_F(Upgrade, FailedUploadSendsNoReboot)
     start({"--upload-fails"});
     EXPECT_EQ(upgrade(), -1);
     EXPECT_EQ(count("/stok=a1b2c3/ds"), 1);
-    EXPECT_EQ(error_code_of(d.request(R"({"method":"do","chm":{"ipc_disk_upgrade":{"channel_id":"1"}}})")), -70107);
+    EXPECT_EQ(d.code(R"({"method":"do","chm":{"ipc_disk_upgrade":{"channel_id":"1"}}})"), -70107);
 }
 
 // The keywords that ask the camera itself: each logs in once, posts one

@@ -168,12 +168,11 @@ TEST(FaultKill, RestoreKilledIsAllOrNothing)
     ASSERT_EQ(d.uci_get("video", "dsd_test", "state"), "a");
     EXPECT_EQ(stray_entries(d.path("/etc/config")), std::vector<std::string>());
     ASSERT_GE(stored_value(d, 1), 0) << "the precondition: a readable motion_detection";
-    auto code = [&](const std::string &req) { return error_code_of(d.request(req)); };
     auto backup = [&](const std::string &file) {
         return d.backup_to(d.path(file));
     };
     // State a: sensitivity 21, video marker 'a'; state b: 42 and 'b'.
-    ASSERT_EQ(code(set_request(1, 21)), 0);
+    ASSERT_EQ(d.code(set_request(1, 21)), 0);
     ASSERT_EQ(backup("/tmp/a.bin"), 0);
     ASSERT_EQ(d.stop(), 0);
     std::string video = slurp(d.path("/etc/config/video"));
@@ -181,7 +180,7 @@ TEST(FaultKill, RestoreKilledIsAllOrNothing)
     video.replace(video.find("option state 'a'"), 16, "option state 'b'");
     std::ofstream(d.path("/etc/config/video"), std::ios::trunc) << video;
     ASSERT_TRUE(d.start({}));
-    ASSERT_EQ(code(set_request(1, 42)), 0);
+    ASSERT_EQ(d.code(set_request(1, 42)), 0);
     ASSERT_EQ(backup("/tmp/b.bin"), 0);
 
     // Kills land across the whole length of a restore as this build runs it
@@ -191,11 +190,11 @@ TEST(FaultKill, RestoreKilledIsAllOrNothing)
     };
     const int slow = harness_slowdown();
     auto t0 = std::chrono::steady_clock::now();
-    ASSERT_EQ(code(restore("b")), 0);
+    ASSERT_EQ(d.code(restore("b")), 0);
     auto span = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - t0);
     const long span_us = std::max(1000L, static_cast<long>(span.count()) * 5 / 4);
     EXPECT_EQ(d.uci_get("motion_detection", "chn1_motion_det", "digital_sensitivity"), "42");
-    ASSERT_EQ(code(set_request(1, 43)), 0); // staged: a restore flushes it before installing
+    ASSERT_EQ(d.code(set_request(1, 43)), 0); // staged: a restore flushes it before installing
     const int rounds = slow > 1 ? 4 : 8;
     std::mt19937 rng(5);
     int interrupted = 0; // rounds whose restore got no answer

@@ -202,7 +202,7 @@ TEST(HostileDescriptors, AcceptBacksOffAndServesAgain)
     dsd_harness d;
     ASSERT_TRUE(d.make_config(2));
     ASSERT_TRUE(d.start({})) << d.log();
-    ASSERT_EQ(error_code_of(d.request(kGet)), 0);
+    ASSERT_EQ(d.code(kGet), 0);
     int open = d.open_fds();
     ASSERT_GT(open, 0);
     // A few descriptors to spare, then silent clients take them all and wait

@@ -35,7 +35,6 @@ protected:
     std::string victim() const { return d.path("/victim"); }
     // The victim directory outside /tmp, which no request may change.
     dsd_snapshot snap() const { return snapshot_dir(victim()); }
-    int code(const std::string &req) { return error_code_of(d.request(req)); }
     int download(const std::string &url) const { return d.backup_to(url); }
     int upload(const std::string &url) const { return d.restore_from(url); }
     // Links at the fixed work paths: symbolic ones, or hard ones to victim files.
@@ -115,11 +114,11 @@ TEST_F(HostileTmp, UciSaveDirectoryLinkIsReplacedAtStartAndWhileRunning)
     };
     plant();
     ASSERT_TRUE(d.start()) << d.log();
-    EXPECT_EQ(code(R"({"method":"set","system":{"sys":{"debug_mode":"2"}}})"), 0) << d.log();
+    EXPECT_EQ(d.code(R"({"method":"set","system":{"sys":{"debug_mode":"2"}}})"), 0) << d.log();
     replaced();
-    EXPECT_EQ(code(R"({"method":"get","system":{"name":"sys"}})"), 0);
+    EXPECT_EQ(d.code(R"({"method":"get","system":{"name":"sys"}})"), 0);
     plant();
-    EXPECT_EQ(code(R"({"method":"set","system":{"sys":{"debug_mode":"1"}}})"), 0) << d.log();
+    EXPECT_EQ(d.code(R"({"method":"set","system":{"sys":{"debug_mode":"1"}}})"), 0) << d.log();
     replaced();
 }
 
@@ -132,11 +131,11 @@ TEST_F(HostileTmp, LoginRecordAndSessionLinksAreNeverFollowed)
     ASSERT_EQ(symlink(victim().c_str(), d.path("/tmp/luci-sessions").c_str()), 0);
     // A record name planted inside a directory that is ours again.
     std::string check = R"({"method":"do","user_management":{"check_user":{"username":"admin","passwd":"x"}}})";
-    ASSERT_EQ(code(check), 0);
+    ASSERT_EQ(d.code(check), 0);
     unlink(d.path("/tmp/luci-pwderr/admin").c_str());
     ASSERT_EQ(symlink((victim() + "/b").c_str(), d.path("/tmp/luci-pwderr/admin").c_str()), 0);
-    ASSERT_EQ(code(check), 0);
-    EXPECT_EQ(code(R"({"method":"do","user_management":{"rm_pwd_err":{}}})"), 0);
+    ASSERT_EQ(d.code(check), 0);
+    EXPECT_EQ(d.code(R"({"method":"do","user_management":{"rm_pwd_err":{}}})"), 0);
     EXPECT_EQ(snap(), before);
     struct stat st;
     ASSERT_EQ(lstat(d.path("/tmp/luci-pwderr/admin").c_str(), &st), 0);

@@ -51,8 +51,8 @@ protected:
     }
     int change(const std::string &user, const std::string &pass, const std::string &fresh = "new-pw")
     {
-        return error_code_of(d.request(R"({"method":"do","user_management":{"change_user_info":{"username":")" +
-                                       user + R"(","passwd":")" + pass + R"(","new_passwd":")" + fresh + "\"}}}"));
+        return d.code(R"({"method":"do","user_management":{"change_user_info":{"username":")" +
+                                       user + R"(","passwd":")" + pass + R"(","new_passwd":")" + fresh + "\"}}}");
     }
     using checker = std::function<int(const std::string &, const std::string &)>;
     checker by(int which)
@@ -147,8 +147,8 @@ TEST_F(HostileLogin, ChangedPasswordEndsSessions)
     // Setting an administrator's or a guest's password ends them too.
     for (const char *section : {"admin_2", "guest_1"}) {
         std::ofstream(d.path("/tmp/luci-sessions/s2")) << "{}";
-        EXPECT_EQ(error_code_of(d.request(std::string(R"({"method":"set","user_management":{")") + section +
-                                          R"(":{"passwd":"set-pw"}}})")),
+        EXPECT_EQ(d.code(std::string(R"({"method":"set","user_management":{")") + section +
+                                          R"(":{"passwd":"set-pw"}}})"),
                   0)
             << section << d.log();
         EXPECT_FALSE(std::ifstream(d.path("/tmp/luci-sessions/s2")).good()) << section;
@@ -175,7 +175,7 @@ TEST(HostileLoginDirs, OwnerOnlyWhateverTheUmask)
     umask(old_mask);
     ASSERT_TRUE(started) << d.log();
     auto check = [&] {
-        return error_code_of(d.request(R"({"method":"do","user_management":{"check_user":{"username":"x","passwd":"y"}}})"));
+        return d.code(R"({"method":"do","user_management":{"check_user":{"username":"x","passwd":"y"}}})");
     };
     ASSERT_EQ(check(), 0);
     for (const char *dir : {"/tmp/luci-pwderr", "/tmp/luci-sessions"})

@@ -22,7 +22,6 @@ protected:
         ASSERT_TRUE(d.make_config(16));
         ASSERT_TRUE(d.start()) << d.log();
     }
-    int code(const std::string &request) const { return error_code_of(d.request(request)); }
     dsd_answer md(const std::string &what) const
     {
         return d.ask(R"({"method":"get","motion_detection":)" + what + "}");
@@ -47,9 +46,9 @@ TEST_F(ModelE2E, ConcurrentDeletesAcrossChannelsAllLand)
         clients.emplace_back([&, c] {
             for (int ch = c + 1; ch <= 12; ch += 6) {
                 std::string n = std::to_string(ch);
-                if (code(R"({"method":"delete","image":{"name":"chn)" + n + R"(_day"}})") != 0)
+                if (d.code(R"({"method":"delete","image":{"name":"chn)" + n + R"(_day"}})") != 0)
                     ++failures[c];
-                if (code(R"({"method":"delete","record_control":{"name":"chn)" + n +
+                if (d.code(R"({"method":"delete","record_control":{"name":"chn)" + n +
                          R"(_record"}})") != 0)
                     ++failures[c];
             }
@@ -62,8 +61,8 @@ TEST_F(ModelE2E, ConcurrentDeletesAcrossChannelsAllLand)
     for (int ch = 1; ch <= 16; ++ch) {
         std::string n = std::to_string(ch);
         int expect = ch <= 12 ? -40101 : 0;
-        EXPECT_EQ(code(R"({"method":"get","image":{"name":"chn)" + n + R"(_day"}})"), expect) << ch;
-        EXPECT_EQ(code(R"({"method":"get","record_control":{"name":"chn)" + n + R"(_record"}})"),
+        EXPECT_EQ(d.code(R"({"method":"get","image":{"name":"chn)" + n + R"(_day"}})"), expect) << ch;
+        EXPECT_EQ(d.code(R"({"method":"get","record_control":{"name":"chn)" + n + R"(_record"}})"),
                   expect)
             << ch;
     }
@@ -77,7 +76,7 @@ TEST_F(ModelE2E, AddUpToTheMaximumAndOneMore)
     ASSERT_EQ(have, 16u);
     // Names the "_%d" scan lets through but uci would never load.
     for (const char *bad : {"region_info_x", "region_info_-5", "region_info_ 7", "region_info_+3"}) {
-        EXPECT_EQ(code(std::string(R"({"method":"add","motion_detection":{"table":"region_info",)") +
+        EXPECT_EQ(d.code(std::string(R"({"method":"add","motion_detection":{"table":"region_info",)") +
                        R"("name":")" + bad + R"(","para":{}}})"),
                   -70204)
             << bad;
@@ -87,26 +86,26 @@ TEST_F(ModelE2E, AddUpToTheMaximumAndOneMore)
                R"(","para":{}}})";
     };
     for (size_t n = 1; have < 254; ++n, ++have)
-        ASSERT_EQ(code(add(std::to_string(n))), 0) << n;
+        ASSERT_EQ(d.code(add(std::to_string(n))), 0) << n;
     // Two adds of different names race for the last free slot: one wins.
     // Rounds free the slot again by deleting the winner; a race is caught
     // only when the two overlap, hence thirty of them.
     for (int round = 0; round < 30; round++) {
         const std::string names[2] = {std::to_string(500 + 2 * round), std::to_string(501 + 2 * round)};
         int codes[2] = {kNoErrorCode, kNoErrorCode};
-        std::thread a([&] { codes[0] = code(add(names[0])); });
-        std::thread b([&] { codes[1] = code(add(names[1])); });
+        std::thread a([&] { codes[0] = d.code(add(names[0])); });
+        std::thread b([&] { codes[1] = d.code(add(names[1])); });
         a.join();
         b.join();
         ASSERT_EQ(std::min(codes[0], codes[1]), -40207) << "round " << round;
         ASSERT_EQ(std::max(codes[0], codes[1]), 0) << "round " << round;
         ASSERT_EQ(count_type("region_info"), 255u) << "round " << round;
         const std::string &won = names[codes[0] == 0 ? 0 : 1];
-        ASSERT_EQ(code(R"({"method":"delete","motion_detection":{"name":"region_info_)" + won + "\"}}"), 0);
+        ASSERT_EQ(d.code(R"({"method":"delete","motion_detection":{"name":"region_info_)" + won + "\"}}"), 0);
     }
-    ASSERT_EQ(code(add("999")), 0);
-    EXPECT_EQ(code(add("997")), -40207);
-    EXPECT_EQ(code(R"({"method":"add","motion_detection":{"table":"region_info",)"
+    ASSERT_EQ(d.code(add("999")), 0);
+    EXPECT_EQ(d.code(add("997")), -40207);
+    EXPECT_EQ(d.code(R"({"method":"add","motion_detection":{"table":"region_info",)"
                    R"("name":"region_info_1","para":{}}})"),
               -40203);
     EXPECT_EQ(count_type("region_info"), 255u);
@@ -114,15 +113,15 @@ TEST_F(ModelE2E, AddUpToTheMaximumAndOneMore)
 
 TEST_F(ModelE2E, DeleteByTypeAndByName)
 {
-    EXPECT_EQ(code(R"({"method":"delete","motion_detection":{"name":"chn2_motion_det"}})"), 0);
+    EXPECT_EQ(d.code(R"({"method":"delete","motion_detection":{"name":"chn2_motion_det"}})"), 0);
     EXPECT_EQ(count_type("on_off"), 15u);
     EXPECT_EQ(d.uci_get("motion_detection", "chn2_motion_det", "enabled"), ""); // gone from the files too
     EXPECT_NE(d.uci_get("motion_detection", "chn3_motion_det", "enabled"), "");
     // Still a registered row, now absent from uci.
-    EXPECT_EQ(code(R"({"method":"get","motion_detection":{"name":"chn2_motion_det"}})"), -40101);
-    EXPECT_EQ(code(R"({"method":"delete","motion_detection":{"table":"region_info"}})"), 0);
+    EXPECT_EQ(d.code(R"({"method":"get","motion_detection":{"name":"chn2_motion_det"}})"), -40101);
+    EXPECT_EQ(d.code(R"({"method":"delete","motion_detection":{"table":"region_info"}})"), 0);
     EXPECT_EQ(count_type("region_info"), 0u);
-    EXPECT_EQ(code(R"({"method":"delete","motion_detection":{"table":"region_info"}})"), -40205);
+    EXPECT_EQ(d.code(R"({"method":"delete","motion_detection":{"table":"region_info"}})"), -40205);
     EXPECT_EQ(count_type("plan"), 16u);
 }
 

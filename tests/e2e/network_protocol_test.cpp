@@ -52,7 +52,7 @@ protected:
 
     int set(const std::string &modules) const
     {
-        return error_code_of(d.request(R"({"method":"set",)" + modules + "}"));
+        return d.code(R"({"method":"set",)" + modules + "}");
     }
     // The commands run, as a set of lines: their order and pauses ("sleep")
     // are the script's business, not the effect.

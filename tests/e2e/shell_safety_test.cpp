@@ -100,7 +100,7 @@ TEST(ShellSafety, NoPayloadReachesAShell)
     }
     usleep(scaled_ms(300) * 1000); // detached shell commands run after the answer
     // The daemon that answered all that still serves: a plain change lands.
-    EXPECT_EQ(error_code_of(d.request(R"({"method":"set","motion_detection":{"chn1_motion_det":{"digital_sensitivity":"55"}}})")), 0);
+    EXPECT_EQ(d.code(R"({"method":"set","motion_detection":{"chn1_motion_det":{"digital_sensitivity":"55"}}})"), 0);
     EXPECT_EQ(d.uci_get("motion_detection", "chn1_motion_det", "digital_sensitivity"), "55");
     EXPECT_TRUE(d.running());
     EXPECT_NE(access(canary.c_str(), F_OK), 0) << "an injected command ran";

@@ -52,7 +52,7 @@ void run_writers(const dsd_harness &d, const std::vector<writer> &writers, int c
     for (const writer &w : writers) {
         threads.emplace_back([&, w] {
             for (int i = 0; i < count; i++) {
-                if (error_code_of(d.request(set_req(w.sec, w.opt, w.values[i % w.values.size()]))) != 0)
+                if (d.code(set_req(w.sec, w.opt, w.values[i % w.values.size()])) != 0)
                     failed++;
             }
         });
@@ -114,8 +114,8 @@ TEST(StoreDurability, TwoAddsOfOneNameGiveOneSuccess)
         std::string req = R"({"method":"add","motion_detection":{"table":"region_info","name":"region_info_)" +
                           std::to_string(100 + r) + R"(","para":{}}})";
         int codes[2] = {kNoErrorCode, kNoErrorCode};
-        std::thread a([&] { codes[0] = error_code_of(d.request(req)); });
-        std::thread b([&] { codes[1] = error_code_of(d.request(req)); });
+        std::thread a([&] { codes[0] = d.code(req); });
+        std::thread b([&] { codes[1] = d.code(req); });
         a.join();
         b.join();
         EXPECT_EQ(std::min(codes[0], codes[1]), -40203) << "round " << r;
@@ -128,7 +128,7 @@ TEST(StoreDurability, SigtermAfterABusCallFlushesAndExitsZero)
     dsd_harness d;
     ASSERT_TRUE(d.make_config(2));
     ASSERT_TRUE(d.start({}));
-    ASSERT_EQ(error_code_of(d.request(set_req("chn2_motion_det", "sensitivity", "high"))), 0);
+    ASSERT_EQ(d.code(set_req("chn2_motion_det", "sensitivity", "high")), 0);
     // A forward connects to the bus (none runs here): the bus library takes
     // SIGTERM over, as uloop_init does on the device.
     d.request(R"({"method":"forward","destination":"ipc","channel":1,"content":{"cmd":"get"}})");
@@ -205,14 +205,14 @@ TEST(StoreDurability, RestoreDuringSetsLeavesOneWholeState)
     ASSERT_TRUE(d.make_config(2));
     ASSERT_TRUE(d.start({}));
     const std::string sec = "chn1_motion_det", backup = d.path("/tmp/backup.bin");
-    ASSERT_EQ(error_code_of(d.request(set_req(sec, "digital_sensitivity", "33"))), 0);
+    ASSERT_EQ(d.code(set_req(sec, "digital_sensitivity", "33")), 0);
     ASSERT_EQ(d.backup_to(backup), 0);
     std::atomic<bool> restoring{false}, done{false};
     std::vector<int> after; // values answered 0 once the restore was sent
     std::thread writer([&] {
         for (int v = 40; !done; v = v == 100 ? 40 : v + 1) {
             bool late = restoring;
-            if (error_code_of(d.request(set_req(sec, "digital_sensitivity", std::to_string(v)))) == 0 && late)
+            if (d.code(set_req(sec, "digital_sensitivity", std::to_string(v))) == 0 && late)
                 after.push_back(v);
         }
     });
@@ -229,7 +229,7 @@ TEST(StoreDurability, RestoreDuringSetsLeavesOneWholeState)
     EXPECT_TRUE(known) << "on file " << got << ": neither the backup's value nor a set answered after it";
     EXPECT_EQ(d.uci_get("motion_detection", sec, "digital_sensitivity"), got);
     EXPECT_NE(d.uci_get("motion_detection", "chn2_motion_det", "enabled"), "") << "the package lost its sections";
-    ASSERT_EQ(error_code_of(d.request(set_req(sec, "digital_sensitivity", "12"))), 0);
+    ASSERT_EQ(d.code(set_req(sec, "digital_sensitivity", "12")), 0);
     EXPECT_EQ(d.uci_get("motion_detection", sec, "digital_sensitivity"), "12");
 }
 
@@ -306,7 +306,7 @@ TEST(StoreDurability, FullSaveAreaAnswersAnErrorAndKeepsTheLogWhole)
     for (int i = 0; i < 1000 && failed_code == 0; i++) {
         sec = "chn" + std::to_string(i % 4 + 1) + "_motion_det";
         value = 10 + i % 80;
-        failed_code = error_code_of(d.request(set_req(sec, "digital_sensitivity", std::to_string(value))));
+        failed_code = d.code(set_req(sec, "digital_sensitivity", std::to_string(value)));
         if (failed_code == 0)
             acked[sec] = std::to_string(value);
     }
@@ -318,7 +318,7 @@ TEST(StoreDurability, FullSaveAreaAnswersAnErrorAndKeepsTheLogWhole)
         EXPECT_EQ(stored(d, s, "digital_sensitivity"), v) << s;
 
     ASSERT_EQ(unlink(junk.c_str()), 0);
-    ASSERT_EQ(error_code_of(d.request(set_req(sec, "digital_sensitivity", "99"))), 0);
+    ASSERT_EQ(d.code(set_req(sec, "digital_sensitivity", "99")), 0);
     EXPECT_EQ(stored(d, sec, "digital_sensitivity"), "99");
     expect_whole_delta_lines(slurp(d.path("/tmp/.uci/motion_detection")));
 }

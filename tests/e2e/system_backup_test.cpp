@@ -19,7 +19,6 @@ protected:
         ASSERT_TRUE(d.make_config(2));
         ASSERT_TRUE(d.start()) << d.log();
     }
-    int code(const std::string &req) { return error_code_of(d.request(req)); }
     int upload(const std::string &url) const { return d.restore_from(url); }
     dsd_harness d;
 };
@@ -44,10 +43,10 @@ TEST_F(Backup, RoundTripOverRealPackageTextKeepsEveryValue)
         }
     }
     const std::string set = R"({"method":"set","motion_detection":{"chn1_motion_det":{"digital_sensitivity":")";
-    ASSERT_EQ(code(set + "33\"}}}"), 0);
+    ASSERT_EQ(d.code(set + "33\"}}}"), 0);
     std::string file = d.path("/tmp/backup.bin");
     ASSERT_EQ(d.backup_to(file), 0);
-    ASSERT_EQ(code(set + "77\"}}}"), 0);
+    ASSERT_EQ(d.code(set + "77\"}}}"), 0);
     d.write_package("osd", "\nconfig osd 'chn1_osd'\n\toption title 'changed'\n");
     ASSERT_EQ(upload(file), 0);
     for (const auto &k : kept)
@@ -103,7 +102,7 @@ TEST_F(Backup, DirectoryDestinationReceivesTheNamedFile)
 {
     std::string dir = d.path("/tmp/web");
     ASSERT_EQ(mkdir(dir.c_str(), 0700), 0);
-    ASSERT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + dir + R"(","name":"NVR1"}}})"), 0)
+    ASSERT_EQ(d.code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + dir + R"(","name":"NVR1"}}})"), 0)
         << d.log();
     dsd_snapshot listing = snapshot_dir(dir);
     ASSERT_EQ(listing.size(), 1u) << snapshot_changes(listing, {});
@@ -121,8 +120,8 @@ TEST_F(Backup, RequestChecks)
     EXPECT_EQ(upload(big), -40102);
     EXPECT_EQ(upload(d.path("/tmp/missing.bin")), -40102);
     EXPECT_EQ(upload("/etc/passwd"), -40209);
-    EXPECT_EQ(code(R"({"method":"do","system":{"upload_conf_gui":"x"}})"), -40209);
-    EXPECT_EQ(code(R"({"method":"do","system":{"download_conf_gui":{"url":"/nonexistent/dir/x"}}})"), -40102);
+    EXPECT_EQ(d.code(R"({"method":"do","system":{"upload_conf_gui":"x"}})"), -40209);
+    EXPECT_EQ(d.code(R"({"method":"do","system":{"download_conf_gui":{"url":"/nonexistent/dir/x"}}})"), -40102);
     EXPECT_EQ(d.backup_to(d.path("/tmp/$(reboot)")),
               -40209);
     dsd_answer down = d.ask(R"({"method":"do","system":{"download_conf":{}}})");

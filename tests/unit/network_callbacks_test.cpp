@@ -276,15 +276,4 @@ TEST_F(Protocol, OneApplyPerRequestAndBondInterface)
     EXPECT_EQ(stored("network", "wan", "dns"), "9.9.9.9");
 }
 
-TEST(ProtocolCallbacks, MissingContext)
-{
-    EXPECT_EQ(before_save_dhcp_service(nullptr), -40101);
-    EXPECT_EQ(before_save_dhcp_lan_service(nullptr), -40101);
-    EXPECT_EQ(before_save_wan_service(nullptr), -40101);
-    EXPECT_EQ(before_save_bond_service(nullptr), -40101);
-    EXPECT_EQ(manual_dns_changed_cb(nullptr), -40101);
-    EXPECT_EQ(apply_multi_lans(nullptr), -40101);
-    EXPECT_EQ(apply_bond_network(nullptr), -40101);
-}
-
 } // namespace

@@ -453,3 +453,8 @@ dsd_answer dsd_harness::ask(const std::string &json, const dsd_identity &who, in
 {
     return dsd_answer(request(json, who, timeout_ms));
 }
+
+int dsd_harness::code(const std::string &json) const
+{
+    return error_code_of(request(json));
+}

@@ -79,6 +79,8 @@ struct dsd_harness {
     // A request as a given client; the response text ("" on failure).
     std::string request(const std::string &json, const dsd_identity &who = dsd_identity(),
                         int timeout_ms = 30000) const;
+    // The integer "error_code" of a request's answer (see error_code_of).
+    int code(const std::string &json) const;
     // A request whose answer the test needs: parsed, with failures recorded
     // when it is missing or not a JSON object (see struct dsd_answer).
     struct dsd_answer ask(const std::string &json, const dsd_identity &who = dsd_identity(),
