@@ -134,7 +134,8 @@ protected:
 
 TEST_F(BusCall, RepliesAndMessagesRoundTrip)
 {
-    start(R"({"objects":{"peer":{"methods":{"echo":{"echo":true},"two":{"replies":[{"n":1},{"n":2}]}}}}})");
+    start(R"({"objects":{"peer":{"methods":{"echo":{"echo":true},"two":{"replies":[{"n":1},{"n":2}]},)"
+          R"("raw":{"raw":"<html>"},"none":{"no_reply":true},"huge":{"huge_bytes":2000000}}}}})");
     std::string reply;
     EXPECT_EQ(0, call("peer", "echo", R"({"k":"v","n":[1,2]})", &reply));
     EXPECT_EQ(R"({"k":"v","n":[1,2]})", reply);
@@ -142,11 +143,16 @@ TEST_F(BusCall, RepliesAndMessagesRoundTrip)
     EXPECT_EQ("{}", reply);
     EXPECT_EQ(0, call("peer", "two", "{}", &reply));
     EXPECT_EQ(R"({"n":2})", reply);
+    // Text that is not JSON, no reply and a reply too large are no reply.
+    for (const char *method : {"raw", "none", "huge"}) {
+        EXPECT_EQ(0, call("peer", method, "{}", &reply)) << method;
+        EXPECT_EQ("null", reply) << method;
+    }
     // Unknown methods of a built-in peer answer {}.
     EXPECT_EQ(0, call("record", "anything", "{}", &reply));
     EXPECT_EQ("{}", reply);
     auto calls = bus.calls();
-    ASSERT_EQ(4u, calls.size());
+    ASSERT_EQ(7u, calls.size());
     EXPECT_EQ("peer", calls[0].object);
     EXPECT_EQ("echo", calls[0].method);
     EXPECT_EQ(R"({"k":"v","n":[1,2]})", calls[0].message);
