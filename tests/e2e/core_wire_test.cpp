@@ -1,6 +1,7 @@
 // The socket protocol against the real daemon: framing, length rules, order
-// rules, URL coding, the queue limit, a flood of malformed input, trace
-// names, and start-up over a stale socket or failing.
+// rules, URL coding, a flood of malformed input, trace names, and start-up
+// over a stale socket or failing (the queue limit is held by the statistics
+// tests, which count its refusals).
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -77,31 +78,6 @@ TEST_F(CoreWire, RequestUrlDecodingFollowsClientKind)
     EXPECT_EQ(error_code_of(d.request(R"({"method": "g%zzt"})", dsd_identity{"admin", 1, 3})), -40102);
 }
 
-TEST_F(CoreWire, FullQueueIsAnsweredMinus40109)
-{
-    // Six silent clients keep every worker in its read retries.
-    std::vector<int> held;
-    for (int i = 0; i < 6; i++)
-        held.push_back(dsd_connect(d.socket_path()));
-    ASSERT_EQ(d.wait_log("##dsd_parse thread_id", 7), 7) << d.log(); // + the start-up probe
-    // Ten more fill the queue; the eleventh is refused at once.
-    for (int i = 0; i < 10; i++)
-        held.push_back(dsd_connect(d.socket_path()));
-    int extra = dsd_connect(d.socket_path());
-    uint32_t type = 0;
-    std::string response;
-    ASSERT_TRUE(dsd_read_record(extra, &type, &response, 10000 * harness_slowdown()));
-    EXPECT_EQ(type, 3u);
-    EXPECT_EQ(response, R"({"error_code": -40109})");
-    close(extra);
-    for (int fd : held)
-        close(fd); // end of stream frees each worker at once
-    // Until the sixteen held connections are answered the ring may still be
-    // full: wait for their answers (and the probe's) before a new request.
-    ASSERT_GE(d.wait_log("##Time cost", 17, 10000 * harness_slowdown()), 17) << d.log();
-    EXPECT_EQ(d.code(kUnknownModule), -40106);
-}
-
 std::string garbage(std::mt19937 &rng, size_t n)
 {
     std::string s(n, '\0');
@@ -165,7 +141,6 @@ TEST_F(CoreWire, MalformedFloodLeavesDaemonServing)
         EXPECT_EQ(error_code_of(response), -40209);
         close(fd);
     }
-    EXPECT_EQ(d.log().find("Failed to alloc a free context."), std::string::npos);
 }
 
 TEST(CoreTrace, DebugModeAndOptionSetTheThreshold)
@@ -235,8 +210,6 @@ TEST(CoreStart, StaleSocketFileIsReplaced)
     }
     ASSERT_TRUE(h.start()) << h.log();
     EXPECT_EQ(error_code_of(h.request(kUnknownModule)), -40106);
-    EXPECT_GE(h.wait_log("SIGPIPE ignore."), 1);
-    EXPECT_GE(h.wait_log("SIGCHLD capture."), 1);
 }
 
 // A start-up step that fails ends the process, reported under its entry's name.
