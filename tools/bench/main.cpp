@@ -183,12 +183,33 @@ struct rss_reading {
     long total, anon;
 };
 
+// BENCH_PROBE, when set, is a command run with the daemon's pid and the
+// reading's name at each memory reading (e.g. one printing the allocator's
+// figures through a debugger), and the daemon's cache figures are printed
+// beside it, on stderr: where the memory of a reading went.
+void probe(pid_t pid, const std::string &socket, const char *when)
+{
+    const char *cmd = getenv("BENCH_PROBE");
+    if (!cmd || !*cmd)
+        return;
+    fprintf(stderr, "probe %s:\n", when);
+    fflush(stderr);
+    std::string line = std::string(cmd) + " " + std::to_string(pid) + " '" + when + "' >&2";
+    if (system(line.c_str()) != 0)
+        fprintf(stderr, "probe: %s failed\n", cmd);
+    std::string res = dsd_request(socket, dsd_identity(), R"({"method":"do","statistics":{"get_stats":{}}})", 10000);
+    size_t at = res.find("\"cache\"");
+    fprintf(stderr, "%s\n", at == std::string::npos ? "no cache figures" : res.substr(at, 160).c_str());
+}
+
 // Resident memory once the daemon has settled after the last answer (the
 // last worker trims the heap after it has answered).
-rss_reading settled_rss(pid_t pid)
+rss_reading settled_rss(pid_t pid, const std::string &socket, const char *when)
 {
     usleep(300000);
-    return {bench_rss_kib(pid), bench_status_kib(pid, "RssAnon")};
+    rss_reading r{bench_rss_kib(pid), bench_status_kib(pid, "RssAnon")};
+    probe(pid, socket, when);
+    return r;
 }
 
 struct figures {
@@ -306,7 +327,7 @@ bool measure_requests(const std::string &root, const std::string &echo_path, con
                       figures *f)
 {
     bool ok[10] = {};
-    f->rss_start = settled_rss(d.pid);
+    f->rss_start = settled_rss(d.pid, d.socket_path, "start-up");
     f->cold = bench_time_prepared(300, [&] { touch_record_control(root); },
                                   [&] { return answered_ok(d.socket_path, kGetOne); }, &ok[0]);
     // A file changed in the last 30 ms is read but not kept: let the last
@@ -342,11 +363,11 @@ bool measure_requests(const std::string &root, const std::string &echo_path, con
     bool ok_tp[3] = {true, true, true};
     throughputs(d.socket_path, f, ok_tp);
     ok[5] = mixed_requests(d.socket_path, 2000, pkg_req);
-    f->rss_mix = settled_rss(d.pid);
+    f->rss_mix = settled_rss(d.pid, d.socket_path, "after the mix");
     ok[6] = mixed_requests(d.socket_path, f->mixed, pkg_req);
-    f->rss_more = settled_rss(d.pid);
+    f->rss_more = settled_rss(d.pid, d.socket_path, "after more mixed");
     ok[7] = worst_case_burst(d.socket_path);
-    f->rss_worst = settled_rss(d.pid);
+    f->rss_worst = settled_rss(d.pid, d.socket_path, "after six large");
     bool all = ok_tp[0] && ok_tp[1] && ok_tp[2];
     for (bool b : ok)
         all = all && b;
