@@ -2,6 +2,7 @@
 
 #include <json-c/json.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -92,12 +93,57 @@ void describe_add_delete(json_object *ev, json_object *req_mod)
         append_texts(array_member(ev, "types"), val);
 }
 
+bool told_already(const change_told *t, const std::string &package)
+{
+    return std::find(t->told.begin(), t->told.end(), package) != t->told.end();
+}
+
+// One event for a package a callback of `mod` committed: no sections are
+// known, only the package.
+void announce_noted(change_told *t, const ds_module *mod, const std::string &package)
+{
+    if (told_already(t, package))
+        return;
+    t->told.push_back(package);
+    if (json_object *ev = event_base(t->ctx, mod->name, package.c_str()))
+        config_event_post(package.c_str(), ev);
+}
+
 } // namespace
 
-void change_event_commit(const ds_context *ctx, const ds_module *mod, json_object *req_mod)
+change_told::change_told(const ds_context *c) : ctx(c)
 {
-    if (!ctx || !mod || !mod->package || !json_object_is_type(req_mod, json_type_object))
+    config_commits_take();
+}
+
+change_told::~change_told()
+{
+    for (const auto &[package, mod] : pending)
+        announce_noted(this, mod, package);
+}
+
+void change_event_noted(change_told *t, const ds_module *mod, bool now)
+{
+    if (!t || !t->ctx || !mod)
         return;
+    for (std::string &package : config_commits_take()) {
+        if (now)
+            announce_noted(t, mod, package);
+        else
+            t->pending.emplace_back(std::move(package), mod);
+    }
+}
+
+void change_event_commit(change_told *t, const ds_module *mod, json_object *req_mod)
+{
+    if (!t || !t->ctx || !mod || !mod->package || !json_object_is_type(req_mod, json_type_object))
+        return;
+    // The request's own commit of the package is noted too; its event is this one.
+    config_commits_take();
+    if (told_already(t, mod->package))
+        return;
+    t->told.emplace_back(mod->package);
+    const ds_context *ctx = t->ctx;
     json_object *ev = event_base(ctx, mod->name, mod->package);
     if (!ev)
         return;
