@@ -3,7 +3,9 @@
 // given, e.g. /dev/shm to take the disk's fsync out of the commit), one
 // connection per request as real clients make them, and prints a Markdown
 // table. BENCH_MIXED sets how many mixed requests the memory check sends
-// between its two readings (10,000 unless set). See docs/benchmarks.md.
+// between its two readings (10,000 unless set), BENCH_SWITCH_PAIRS how many
+// pairs of rounds compare statistics and events on and off (10), and
+// BENCH_SWITCHES_ONLY=1 runs that comparison alone. See docs/benchmarks.md.
 #include <dirent.h>
 #include <sched.h>
 #include <fcntl.h>
@@ -14,6 +16,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -419,16 +422,20 @@ void print_figures(const figures &f)
     row("VmRSS (RssAnon) after six 229 KB requests", buf, "<= 8 MB");
 }
 
-// Rows of the statistics/events comparison: on, off, and on against off.
+// Rows of the statistics/events comparison: the medians with them on and
+// off, and the median (and range) of the per-pair ratios.
 void print_switches(const switch_figures &s)
 {
-    char buf[96];
-    snprintf(buf, sizeof buf, "%.0f / %.0f us, %+.1f%%", s.get_on.median_us, s.get_off.median_us,
-             100 * (s.get_on.median_us / s.get_off.median_us - 1));
-    row("warm get, statistics+events on / off", buf, "within 3%");
-    snprintf(buf, sizeof buf, "%.0f / %.0f us, %+.1f%%", s.set_on.median_us, s.set_off.median_us,
-             100 * (s.set_on.median_us / s.set_off.median_us - 1));
-    row("set + commit, statistics+events on / off", buf, "within 3%");
+    printf("\nStatistics and change events on / off, %d pairs of rounds:\n\n", s.pairs);
+    printf("| %-44s | %-9s | %-9s | %-14s | %-18s |\n", "Measure", "on", "off", "on/off, median", "range of pairs");
+    printf("|%s|%s|%s|%s|%s|\n", std::string(46, '-').c_str(), std::string(11, '-').c_str(),
+           std::string(11, '-').c_str(), std::string(16, '-').c_str(), std::string(20, '-').c_str());
+    for (const switch_row &r : s.rows) {
+        char range[48];
+        snprintf(range, sizeof range, "%+.1f%% to %+.1f%%", 100 * (r.ratio_min - 1), 100 * (r.ratio_max - 1));
+        printf("| %-44s | %6.0f us | %6.0f us | %+13.1f%% | %-18s |\n", r.what, r.on_us, r.off_us,
+               100 * (r.ratio_median - 1), range);
+    }
 }
 
 int run(const std::string &dsd, const std::string &mkconfig, const std::string &root)
@@ -436,6 +443,13 @@ int run(const std::string &dsd, const std::string &mkconfig, const std::string &
     if (system((mkconfig + " " + root + "/etc/config 128 >/dev/null").c_str()) != 0) {
         fprintf(stderr, "bench: mkconfig failed\n");
         return 1;
+    }
+    const char *pairs = getenv("BENCH_SWITCH_PAIRS");
+    switch_figures sw{};
+    if (const char *only = getenv("BENCH_SWITCHES_ONLY"); only && strcmp(only, "1") == 0) {
+        bool ok_sw = bench_switches(dsd, root, pairs ? atoi(pairs) : 10, &sw);
+        print_switches(sw);
+        return ok_sw ? 0 : 1;
     }
     figures f{};
     const char *mixed = getenv("BENCH_MIXED");
@@ -455,8 +469,7 @@ int run(const std::string &dsd, const std::string &mkconfig, const std::string &
     bool ok = echo && measure_requests(root, echo_path, d, &f) && ok_load;
     bench_echo_stop(echo);
     bench_daemon_stop(&d);
-    switch_figures sw{};
-    bool ok_sw = bench_switches(dsd, root, &sw);
+    bool ok_sw = bench_switches(dsd, root, pairs ? atoi(pairs) : 10, &sw);
     print_figures(f);
     print_switches(sw);
     if (!ok_sw)
