@@ -386,6 +386,16 @@ bool usable(const ds_context *ctx)
     return true;
 }
 
+// The first step of every changing method: the plan's packages locked in
+// name order for the transaction's lifetime; an empty request is refused
+// only then, as it always was.
+int32_t lock_plan(ds_context *ctx, const ds_plan &plan, change_txn *open)
+{
+    if (store_txn_lock(&open->txn, plan_packages(plan)) != 0)
+        return DS_ERR_REQUEST;
+    return request_empty(ctx) ? illegal_request() : DS_OK;
+}
+
 // The steps after the plan is cut to its changes (set) or checked (add,
 // delete): before-save callbacks, staging by `stage`, commit; then, with
 // the packages released, the service callbacks.
@@ -429,10 +439,8 @@ int32_t ds_set(ds_context *ctx)
         return DS_ERR_REQUEST;
     ds_plan plan = plan_bind(ctx, DS_METHOD_SET);
     change_txn open(ctx);
-    if (store_txn_lock(&open.txn, plan_packages(plan)) != 0)
-        return DS_ERR_REQUEST;
-    if (request_empty(ctx))
-        return illegal_request();
+    if (int32_t rc = lock_plan(ctx, plan, &open))
+        return rc;
     int changed = 0;
     std::vector<plan_module> kept;
     for (plan_module &pm : plan.modules) {
@@ -477,10 +485,8 @@ int32_t ds_add(ds_context *ctx)
         return DS_ERR_REQUEST;
     ds_plan plan = plan_bind(ctx, DS_METHOD_ADD);
     change_txn open(ctx);
-    if (store_txn_lock(&open.txn, plan_packages(plan)) != 0)
-        return DS_ERR_REQUEST;
-    if (request_empty(ctx))
-        return illegal_request();
+    if (int32_t rc = lock_plan(ctx, plan, &open))
+        return rc;
     for (const plan_module &pm : plan.modules) {
         DS_INFO("Request in module [%s]", pm.name);
         if (pm.bad) {
@@ -521,10 +527,8 @@ int32_t ds_delete(ds_context *ctx)
         return DS_ERR_REQUEST;
     ds_plan plan = plan_bind(ctx, DS_METHOD_DELETE);
     change_txn open(ctx);
-    if (store_txn_lock(&open.txn, plan_packages(plan)) != 0)
-        return DS_ERR_REQUEST;
-    if (request_empty(ctx))
-        return illegal_request();
+    if (int32_t rc = lock_plan(ctx, plan, &open))
+        return rc;
     for (const plan_module &pm : plan.modules) {
         if (!pm.mod)
             return unknown_module(pm);

@@ -1,6 +1,5 @@
-// The module registry: a doubly linked list of static module descriptors
-// under one head, built by the constructors at start-up and read without
-// locks afterwards.
+// The module registry: arrays of static module descriptors built by the
+// constructors at start-up and read without locks afterwards.
 #include "model/registry.h"
 
 #include <cstdio>
@@ -64,8 +63,8 @@ static int indexed_section(const ds_module *mod, const name_key &key, const ds_s
     return 1;
 }
 
-// Allocates the empty list head and makes it the process's model root.
-// The root, or null ("Malloc list head failed."). Main thread, start-up.
+// Allocates an empty root and makes it the process's model root. The root,
+// or null ("Malloc list head failed."). Main thread, start-up.
 ds_model_root *model_init(void)
 {
     auto *root = static_cast<ds_model_root *>(calloc(1, sizeof(ds_model_root)));
@@ -73,9 +72,6 @@ ds_model_root *model_init(void)
         DS_ERR("Malloc list head failed.");
         return nullptr;
     }
-    root->next = reinterpret_cast<ds_module *>(root);
-    root->prev = reinterpret_cast<ds_module *>(root);
-    root->count = 0;
     g_model_root = root;
     return root;
 }
@@ -84,12 +80,6 @@ ds_model_root *model_init(void)
 ds_model_root *get_model_root(void)
 {
     return g_model_root;
-}
-
-// The list head doubles as the end marker of the walk.
-static bool is_head(const ds_model_root *root, const ds_module *m)
-{
-    return m == reinterpret_cast<const ds_module *>(root);
 }
 
 // Position of `name` in the root's name-sorted array: the first entry not
@@ -122,7 +112,7 @@ ds_module *get_module_node(ds_model_root *root, const char *name)
     return nullptr;
 }
 
-// Appends `mod` (static storage, not owned) at the tail; -1 for null
+// Registers `mod` (static storage, not owned) after the others; -1 for null
 // arguments or a name already registered. Main thread, start-up.
 int model_add(ds_model_root *root, ds_module *mod)
 {
@@ -135,23 +125,18 @@ int model_add(ds_model_root *root, ds_module *mod)
         DS_ERR("Module node %s has existed.", mod->name);
         return -1;
     }
-    auto **grown = static_cast<ds_module **>(realloc(root->by_name, (root->count + 1) * sizeof(ds_module *)));
-    if (!grown)
+    size_t bytes = (root->count + 1) * sizeof(ds_module *);
+    auto **in_order = static_cast<ds_module **>(realloc(root->in_order, bytes));
+    if (!in_order)
         return -1;
-    root->by_name = grown;
-    memmove(&grown[pos + 1], &grown[pos], (root->count - pos) * sizeof(ds_module *));
-    grown[pos] = mod;
-    // Only real descriptors are written through; the head is updated by name
-    // so no descriptor field is ever stored into the smaller head record.
-    ds_module *head = reinterpret_cast<ds_module *>(root);
-    ds_module *tail = is_head(root, root->prev) ? nullptr : root->prev;
-    mod->next = head;
-    mod->prev = tail ? tail : head;
-    if (tail)
-        tail->next = mod;
-    else
-        root->next = mod;
-    root->prev = mod;
+    root->in_order = in_order;
+    auto **by_name = static_cast<ds_module **>(realloc(root->by_name, bytes));
+    if (!by_name)
+        return -1;
+    root->by_name = by_name;
+    in_order[root->count] = mod;
+    memmove(&by_name[pos + 1], &by_name[pos], (root->count - pos) * sizeof(ds_module *));
+    by_name[pos] = mod;
     root->count++;
     index_sections(mod);
     return 0;
@@ -169,7 +154,7 @@ int add_module_node(ds_module *mod)
     return model_add(root, mod);
 }
 
-// Unlinks every module (descriptors stay valid) and frees the head; 0, or
+// Forgets every module (descriptors stay valid) and frees the root; 0, or
 // -1 for null. Main thread, after the workers have stopped.
 int model_destory(ds_model_root *root)
 {
@@ -177,17 +162,11 @@ int model_destory(ds_model_root *root)
         DS_ERR("Invalid param.");
         return -1;
     }
-    ds_module *m = root->next;
-    while (m && !is_head(root, m)) {
-        ds_module *next = m->next;
-        g_sec_index.erase(m);
-        m->next = nullptr;
-        m->prev = nullptr;
-        root->count--;
-        m = next;
-    }
+    for (uint32_t i = 0; i < root->count; ++i)
+        g_sec_index.erase(root->in_order[i]);
     if (g_model_root == root)
         g_model_root = nullptr;
+    free(root->in_order);
     free(root->by_name);
     free(root);
     return 0;

@@ -75,7 +75,6 @@ struct ds_action {
 };
 
 struct ds_module {
-    ds_module *next, *prev;
     const char *name;
     const char *package;       // null for modules without configuration
     ds_sec *sections;          // by fixed name; rows may be filled at start-up
@@ -93,12 +92,13 @@ struct ds_module {
     ds_sec_cb_fn after_commit = nullptr;
 };
 
-// The registered modules: a list in registration order (the walks that
-// list them) and the same modules sorted by name (the look-ups).
+// The registered modules, twice: in registration order (the listings walk
+// it) and sorted by name (the look-ups search it). Both arrays hold `count`
+// borrowed descriptors.
 struct ds_model_root {
-    ds_module *next, *prev;
     uint32_t count;
-    ds_module **by_name;       // count entries, by strcmp of the name
+    ds_module **in_order;
+    ds_module **by_name;       // by strcmp of the name
 };
 
 enum { DS_NODE_SECTION = 0, DS_NODE_SEC_TYPE = 1, DS_NODE_ACTION = 2 };

@@ -313,8 +313,6 @@ const ds_action chm_actions[] = {
 };
 
 ds_module chm_module = {
-    .next = nullptr,
-    .prev = nullptr,
     .name = "chm",
     .package = "chm",
     .sections = nullptr,

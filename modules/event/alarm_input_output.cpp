@@ -160,8 +160,6 @@ const ds_sec types[] = {
 };
 
 ds_module alarm_input_output_module = {
-    .next = nullptr,
-    .prev = nullptr,
     .name = "alarm_input_output",
     .package = "alarm_input_output",
     .sections = nullptr,

@@ -13,8 +13,6 @@ const ds_sec types[] = {
 };
 
 ds_module capture_plan_module = {
-    .next = nullptr,
-    .prev = nullptr,
     .name = "capture_plan",
     .package = "capture_plan",
     .sections = nullptr,

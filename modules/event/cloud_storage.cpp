@@ -14,8 +14,6 @@ const ds_sec types[] = {
 };
 
 ds_module cloud_storage_module = {
-    .next = nullptr,
-    .prev = nullptr,
     .name = "cloud_storage",
     .package = "cloud_storage",
     .sections = nullptr,

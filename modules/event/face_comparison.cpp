@@ -53,8 +53,6 @@ const ds_sec types[] = {
 };
 
 ds_module face_comparison_module = {
-    .next = nullptr,
-    .prev = nullptr,
     .name = "face_comparison",
     .package = "face_comparison",
     .sections = nullptr,

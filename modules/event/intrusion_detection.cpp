@@ -64,8 +64,6 @@ const ds_sec types[] = {
 };
 
 ds_module intrusion_detection_module = {
-    .next = nullptr,
-    .prev = nullptr,
     .name = "intrusion_detection",
     .package = "intrusion_detection",
     .sections = nullptr,

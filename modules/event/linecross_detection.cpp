@@ -63,8 +63,6 @@ const ds_sec types[] = {
 };
 
 ds_module linecross_detection_module = {
-    .next = nullptr,
-    .prev = nullptr,
     .name = "linecross_detection",
     .package = "linecross_detection",
     .sections = nullptr,

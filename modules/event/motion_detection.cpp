@@ -68,8 +68,6 @@ const ds_sec md_types[] = {
 };
 
 ds_module motion_detection_module = {
-    .next = nullptr,
-    .prev = nullptr,
     .name = "motion_detection",
     .package = "motion_detection",
     .sections = nullptr,

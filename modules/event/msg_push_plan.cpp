@@ -7,8 +7,6 @@
 namespace {
 
 ds_module msg_push_plan_module = {
-    .next = nullptr,
-    .prev = nullptr,
     .name = "msg_push_plan",
     .package = "msg_push_plan",
     .sections = nullptr,

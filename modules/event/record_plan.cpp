@@ -92,8 +92,6 @@ const ds_sec types[] = {
 };
 
 ds_module record_plan_module = {
-    .next = nullptr,
-    .prev = nullptr,
     .name = "record_plan",
     .package = "record_plan",
     .sections = nullptr,

@@ -58,8 +58,6 @@ const ds_sec types[] = {
 };
 
 ds_module tamper_detection_module = {
-    .next = nullptr,
-    .prev = nullptr,
     .name = "tamper_detection",
     .package = "tamper_detection",
     .sections = nullptr,

@@ -7,8 +7,6 @@
 namespace {
 
 ds_module zuma_msg_push_plan_module = {
-    .next = nullptr,
-    .prev = nullptr,
     .name = "zuma_msg_push_plan",
     .package = "zuma_msg_push_plan",
     .sections = nullptr,

@@ -121,8 +121,6 @@ static ds_sec protocol_sections[] = {
 };
 
 static ds_module protocol_module = {
-    .next = nullptr,
-    .prev = nullptr,
     .name = "protocol",
     .package = "protocol",
     .sections = protocol_sections,

@@ -116,8 +116,6 @@ const ds_action actions[] = {
 };
 
 ds_module statistics_module = {
-    .next = nullptr,
-    .prev = nullptr,
     .name = "statistics",
     .package = nullptr,
     .sections = nullptr,

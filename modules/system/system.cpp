@@ -30,8 +30,6 @@ const ds_action actions[] = {
 };
 
 ds_module system_module = {
-    .next = nullptr,
-    .prev = nullptr,
     .name = "system",
     .package = "system",
     .sections = sections,

@@ -278,8 +278,6 @@ const ds_sec types[] = {
 };
 
 ds_module user_management_module = {
-    .next = nullptr,
-    .prev = nullptr,
     .name = "user_management",
     .package = "user_management",
     .sections = sections,

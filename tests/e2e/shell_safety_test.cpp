@@ -48,7 +48,8 @@ std::vector<target> option_targets(ds_model_root *root)
 {
     std::vector<target> out;
     std::set<const ds_opt *> seen;
-    for (ds_module *m = root->next; m && m != reinterpret_cast<ds_module *>(root); m = m->next) {
+    for (uint32_t i = 0; i < root->count; ++i) {
+        const ds_module *m = root->in_order[i];
         for (const ds_sec *s = m->sections; s && s->name; s++) {
             if (!s->options || !seen.insert(s->options).second)
                 continue;
@@ -66,7 +67,8 @@ struct action_target {
 std::vector<action_target> action_targets(ds_model_root *root)
 {
     std::vector<action_target> out;
-    for (ds_module *m = root->next; m && m != reinterpret_cast<ds_module *>(root); m = m->next) {
+    for (uint32_t i = 0; i < root->count; ++i) {
+        const ds_module *m = root->in_order[i];
         for (const ds_action *a = m->actions; a && a->keyword; a++)
             out.push_back({m->name, a->keyword});
     }

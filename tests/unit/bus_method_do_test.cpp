@@ -47,11 +47,11 @@ const ds_action beta_actions[] = {
     {.keyword = nullptr, .fn = nullptr},
 };
 
-ds_module g_alpha = {.next = nullptr, .prev = nullptr, .name = "alpha", .package = nullptr,
+ds_module g_alpha = {.name = "alpha", .package = nullptr,
                      .sections = nullptr, .sec_types = nullptr, .actions = alpha_actions, .ch = 0, .lock_actions = 0};
-ds_module g_beta = {.next = nullptr, .prev = nullptr, .name = "beta", .package = nullptr,
+ds_module g_beta = {.name = "beta", .package = nullptr,
                     .sections = nullptr, .sec_types = nullptr, .actions = beta_actions, .ch = 0, .lock_actions = 0};
-ds_module g_bare = {.next = nullptr, .prev = nullptr, .name = "bare", .package = nullptr,
+ds_module g_bare = {.name = "bare", .package = nullptr,
                     .sections = nullptr, .sec_types = nullptr, .actions = nullptr, .ch = 0, .lock_actions = 0};
 
 class MethodDo : public ::testing::Test {

@@ -58,9 +58,9 @@ const ds_sec fx_types[] = {
      .beforesavecb = nullptr, .srvcb = nullptr, .dynamic = nullptr},
     {},
 };
-ds_module fixture = {.next = nullptr, .prev = nullptr, .name = "fixture", .package = "fixture",
+ds_module fixture = {.name = "fixture", .package = "fixture",
                      .sections = fx_sections, .sec_types = fx_types, .actions = nullptr, .ch = 0, .lock_actions = 0};
-ds_module chfix = {.next = nullptr, .prev = nullptr, .name = "chfix", .package = "chfix",
+ds_module chfix = {.name = "chfix", .package = "chfix",
                    .sections = fx_sections, .sec_types = fx_types, .actions = nullptr, .ch = 1, .lock_actions = 0,
                    .after_commit = hook_cb};
 

@@ -50,7 +50,7 @@ const ds_action demo_actions[] = {
 
 ds_module make(const char *name)
 {
-    return ds_module{.next = nullptr, .prev = nullptr, .name = name, .package = name,
+    return ds_module{.name = name, .package = name,
                      .sections = demo_secs, .sec_types = demo_types,
                      .actions = nullptr, .ch = 0, .lock_actions = 0};
 }
@@ -66,15 +66,13 @@ TEST(Registry, AddKeepsOrderAndRefusesDuplicates)
     EXPECT_EQ(model_add(root, &a2), -1);
     EXPECT_EQ(model_add(root, nullptr), -1);
     EXPECT_EQ(root->count, 2u);
-    EXPECT_EQ(root->next, &a);
-    EXPECT_EQ(a.next, &b);
-    EXPECT_EQ(b.prev, &a);
+    EXPECT_EQ(root->in_order[0], &a);
+    EXPECT_EQ(root->in_order[1], &b);
     EXPECT_EQ(get_module_node(root, "b"), &b);
     EXPECT_EQ(get_module_node(root, "c"), nullptr);
     EXPECT_EQ(get_module_node(root, nullptr), nullptr);
     EXPECT_EQ(model_destory(root), 0);
     EXPECT_EQ(get_model_root(), nullptr);
-    EXPECT_EQ(a.next, nullptr);
     EXPECT_EQ(add_module_node(&a), -1);  // no root any more
     EXPECT_EQ(model_destory(nullptr), -1);
 }
@@ -188,8 +186,8 @@ TEST(Mkconfig, EveryRegisteredNamedSectionIsStored)
     uci_context *uci = dsd_uci_alloc();
     ASSERT_NE(uci, nullptr);
     int checked = 0;
-    const ds_module *head = reinterpret_cast<const ds_module *>(root);
-    for (const ds_module *m = root->next; m != head; m = m->next) {
+    for (uint32_t i = 0; i < root->count; ++i) {
+        const ds_module *m = root->in_order[i];
         if (!m->package)
             continue;
         EXPECT_EQ(get_sec_type_num(uci, m->package, "no_such_type"), 0) << m->package;

@@ -166,7 +166,8 @@ dsdc_json describe_model(const char *module)
     json_object_object_add(out.get(), "channels", json_object_new_int(model_channel_amount()));
     json_object *mods = json_object_new_array();
     json_object_object_add(out.get(), "modules", mods);
-    for (ds_module *m = root->next; m && m != reinterpret_cast<ds_module *>(root); m = m->next) {
+    for (uint32_t i = 0; i < root->count; ++i) {
+        const ds_module *m = root->in_order[i];
         if (!module || (m->name && std::string(m->name) == module))
             json_object_array_add(mods, describe_module(m));
     }

@@ -90,8 +90,8 @@ int mkconfig_write_generic(const char *confdir, const ds_model_root *root)
 {
     if (!confdir || !root)
         return -1;
-    const ds_module *head = reinterpret_cast<const ds_module *>(root);
-    for (const ds_module *m = root->next; m && m != head; m = m->next) {
+    for (uint32_t i = 0; i < root->count; ++i) {
+        const ds_module *m = root->in_order[i];
         if (!m->package || mkconfig_package_exists(confdir, m->package))
             continue;
         if (mkconfig_write_package(confdir, m->package, module_text(m)) != 0) {
