@@ -4,7 +4,7 @@
 // connection per request as real clients make them, and prints a Markdown
 // table. BENCH_MIXED sets how many mixed requests the memory check sends
 // between its two readings (10,000 unless set), BENCH_SWITCH_PAIRS how many
-// pairs of rounds compare statistics and events on and off (10), and
+// pairs of rounds compare statistics and events on and off (50), and
 // BENCH_SWITCHES_ONLY=1 runs that comparison alone. See docs/benchmarks.md.
 #include <dirent.h>
 #include <sched.h>
@@ -447,7 +447,7 @@ int run(const std::string &dsd, const std::string &mkconfig, const std::string &
     const char *pairs = getenv("BENCH_SWITCH_PAIRS");
     switch_figures sw{};
     if (const char *only = getenv("BENCH_SWITCHES_ONLY"); only && strcmp(only, "1") == 0) {
-        bool ok_sw = bench_switches(dsd, root, pairs ? atoi(pairs) : 10, &sw);
+        bool ok_sw = bench_switches(dsd, root, pairs ? atoi(pairs) : 50, &sw);
         print_switches(sw);
         return ok_sw ? 0 : 1;
     }
@@ -469,7 +469,7 @@ int run(const std::string &dsd, const std::string &mkconfig, const std::string &
     bool ok = echo && measure_requests(root, echo_path, d, &f) && ok_load;
     bench_echo_stop(echo);
     bench_daemon_stop(&d);
-    bool ok_sw = bench_switches(dsd, root, pairs ? atoi(pairs) : 10, &sw);
+    bool ok_sw = bench_switches(dsd, root, pairs ? atoi(pairs) : 50, &sw);
     print_figures(f);
     print_switches(sw);
     if (!ok_sw)
