@@ -32,19 +32,18 @@ const char *method_name(int method)
 void put_text(std::string *out, const char *text)
 {
     out->push_back('"');
-    for (const unsigned char *c = reinterpret_cast<const unsigned char *>(text); *c; ++c) {
-        if (*c == '"' || *c == '\\') {
-            out->push_back('\\');
-            out->push_back(static_cast<char>(*c));
-        } else if (*c < 0x20) {
-            char esc[8];
-            snprintf(esc, sizeof esc, "\\u%04x", *c);
-            out->append(esc);
-        } else {
-            out->push_back(static_cast<char>(*c));
-        }
+    const char *run = text;
+    for (const char *c = text; *c; ++c) {
+        unsigned char u = static_cast<unsigned char>(*c);
+        if (u != '"' && u != '\\' && u >= 0x20)
+            continue;
+        out->append(run, static_cast<size_t>(c - run));
+        char esc[8];
+        snprintf(esc, sizeof esc, u < 0x20 ? "\\u%04x" : "\\%c", u);
+        out->append(esc);
+        run = c + 1;
     }
-    out->push_back('"');
+    out->append(run).push_back('"');
 }
 
 // ,"key":
