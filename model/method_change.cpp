@@ -317,19 +317,24 @@ int32_t run_section_cb(ds_context *ctx, plan_module *pm, plan_section &ps, cb_ki
 }
 
 // Every section's callback of one kind, in plan order; then, after the
-// service callbacks, each module's after-commit hook once when due.
-int32_t run_callbacks(ds_context *ctx, ds_plan *plan, cb_kind kind)
+// service callbacks, each module's after-commit hook once when due. What a
+// callback commits itself is announced as its module's change.
+int32_t run_callbacks(ds_context *ctx, ds_plan *plan, cb_kind kind, change_told *told)
 {
     for (plan_module &pm : plan->modules) {
         for (plan_section &ps : pm.sections) {
-            if (int32_t rc = run_section_cb(ctx, &pm, ps, kind))
+            int32_t rc = run_section_cb(ctx, &pm, ps, kind);
+            change_event_noted(told, pm.mod, kind == CB_SERVICE);
+            if (rc)
                 return rc;
         }
     }
     for (plan_module &pm : plan->modules) {
         if (kind != CB_SERVICE || !pm.hook_due || !pm.mod->after_commit)
             continue;
-        if (int32_t rc = pm.mod->after_commit(ctx)) {
+        int32_t rc = pm.mod->after_commit(ctx);
+        change_event_noted(told, pm.mod, true);
+        if (rc) {
             DS_INFO("Run after_commit of %s failed.", pm.name);
             return rc;
         }
@@ -339,7 +344,7 @@ int32_t run_callbacks(ds_context *ctx, ds_plan *plan, cb_kind kind)
 
 // Commits every module's package; the camera-channel modules use the light
 // commit because they change far more often than the flash should be written.
-int32_t commit_plan(ds_context *ctx, const ds_plan &plan, store_txn *txn)
+int32_t commit_plan(const ds_plan &plan, store_txn *txn, change_told *told)
 {
     for (const plan_module &pm : plan.modules) {
         DS_INFO("Run commit_uci in module [%s]", pm.name);
@@ -348,7 +353,7 @@ int32_t commit_plan(ds_context *ctx, const ds_plan &plan, store_txn *txn)
                    pm.mod->package ? pm.mod->package : "");
             return DS_ERR_REQUEST;
         }
-        change_event_commit(ctx, pm.mod, pm.req); // tell the bus
+        change_event_commit(told, pm.mod, pm.req); // tell the bus
     }
     return 0;
 }
@@ -397,7 +402,8 @@ int32_t lock_plan(ds_context *ctx, const ds_plan &plan, change_txn *open)
 template <typename Stage>
 int32_t finish_change(ds_context *ctx, ds_plan *plan, change_txn *open, Stage stage)
 {
-    if (int32_t rc = run_callbacks(ctx, plan, CB_BEFORE_SAVE)) {
+    change_told told(ctx);
+    if (int32_t rc = run_callbacks(ctx, plan, CB_BEFORE_SAVE, &told)) {
         DS_ERR("Run do_beforesavecb failed.");
         return rc;
     }
@@ -409,12 +415,12 @@ int32_t finish_change(ds_context *ctx, ds_plan *plan, change_txn *open, Stage st
             }
         }
     }
-    if (int32_t rc = commit_plan(ctx, *plan, &open->txn)) {
+    if (int32_t rc = commit_plan(*plan, &open->txn, &told)) {
         DS_ERR("Run commit_uci failed.");
         return rc;
     }
     open->end();
-    if (int32_t rc = run_callbacks(ctx, plan, CB_SERVICE)) {
+    if (int32_t rc = run_callbacks(ctx, plan, CB_SERVICE, &told)) {
         DS_ERR("Run do_srvcb failed.");
         return rc;
     }

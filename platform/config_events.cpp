@@ -1,7 +1,5 @@
 #include "platform/config_events.h"
 
-#include <json-c/json.h>
-
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
@@ -10,6 +8,7 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <string_view>
 #include <thread>
 
 extern "C" {
@@ -31,7 +30,7 @@ enum : int64_t {
     // Woken by the first event of a burst, the sender waits this long and
     // then sends everything queued: one wake-up per burst, not per change,
     // keeps it off the cores the requests run on.
-    GATHER_NS = 5 * 1000000LL,
+    GATHER_NS = 20 * 1000000LL,
 };
 
 bool read_enabled(void)
@@ -48,7 +47,7 @@ struct event_queue {
     std::mutex lock;
     std::condition_variable wake;
     std::deque<std::string> texts;
-    std::map<std::string, int64_t> changes;
+    std::map<std::string, int64_t, std::less<>> changes;
     bool started = false;
 };
 
@@ -130,12 +129,10 @@ bool config_events_enabled(void)
     return g_enabled;
 }
 
-void config_event_post(const char *package, json_object *event)
+void config_event_post(const char *package, std::string text)
 {
-    if (!g_enabled || !event || !package) {
-        json_object_put(event);
+    if (!g_enabled || !package || text.empty())
         return;
-    }
     event_queue &q = queue();
     std::unique_lock<std::mutex> hold(q.lock);
     if (!q.started) {
@@ -146,17 +143,18 @@ void config_event_post(const char *package, json_object *event)
             DS_ERR("Start %s sender failed.", CONFIG_EVENT_NAME);
         }
     }
-    int64_t change = ++q.changes[package];
+    auto counter = q.changes.find(std::string_view(package));
+    if (counter == q.changes.end())
+        counter = q.changes.emplace(package, 0).first;
+    int64_t change = ++counter->second;
     if (!q.started || q.texts.size() >= static_cast<size_t>(QUEUE_MAX)) {
         hold.unlock();
-        json_object_put(event);
         stats_count(STATS_EVENTS_DROPPED);
         return;
     }
-    json_object_object_add(event, "change", json_object_new_int64(change));
-    q.texts.emplace_back(json_object_to_json_string_ext(event, JSON_C_TO_STRING_PLAIN));
+    text.append(",\"change\":").append(std::to_string(change)).push_back('}');
+    q.texts.push_back(std::move(text));
     hold.unlock();
-    json_object_put(event);
     q.wake.notify_one();
 }
 

@@ -10,18 +10,17 @@
 #include <string>
 #include <vector>
 
-struct json_object;
-
 // The bus event's name.
 #define CONFIG_EVENT_NAME "dsd.config"
 
 // Whether events are on (DSD_EVENTS is not "0"). Any thread.
 bool config_events_enabled(void);
 
-// Queues `event` (taken, freed in every case) for the sender after adding
-// "change": the number of changes of `package` announced since start,
-// this one included. Starts the sender at the first call. Any thread.
-void config_event_post(const char *package, json_object *event);
+// Queues an event for the sender: `text` is the JSON text of an object
+// without its closing brace; the queue adds "change", the number of
+// changes of `package` announced since start (this one included), and the
+// brace. Starts the sender at the first call. Any thread.
+void config_event_post(const char *package, std::string text);
 
 // Notes a commit of `package` by this thread, for the actions whose
 // commits are announced after they return (config_commits_take). Any thread.

@@ -114,6 +114,8 @@ TEST_F(ChangeEvents, EachCommittedChangeGivesOneEvent)
         int code;
         // The event expected, or module null for none.
         const char *module, *method, *sections, *extra_key, *extra;
+        // A package a callback of the module committed itself: one more event after it.
+        const char *also = nullptr;
     } cases[] = {
         {R"({"method":"set","video":{"chn1_main":{"main_bitrate":"2000","main_frame_rate":"65550"},"chn2_main":{"main_bitrate":"1000"}}})",
          0, "video", "set", "chn1_main,chn2_main", "options", R"({"chn1_main":["main_bitrate","main_frame_rate"],"chn2_main":["main_bitrate"]})"},
@@ -127,6 +129,12 @@ TEST_F(ChangeEvents, EachCommittedChangeGivesOneEvent)
          -70312, nullptr, nullptr, nullptr, nullptr, nullptr},
         {R"({"method":"do","user_management":{"change_user_info":{"username":"admin","passwd":"admin","new_passwd":"Very-Secret-42"}}})",
          0, "user_management", "do", "", "keyword", "change_user_info"},
+        // The before-save callback commits "protocol" ahead of the request (one
+        // event still); the after-commit hook commits "network".
+        {R"({"method":"set","protocol":{"wan":{"mtu":"1400"}}})", 0, "protocol", "set", "wan", "options",
+         R"({"wan":["mtu"]})", "network"},
+        {R"({"method":"set","protocol":{"wan":{"macaddr":"01-00-5E-00-00-01"}}})", -40311, nullptr, nullptr,
+         nullptr, nullptr, nullptr},
     };
     size_t expected = 0;
     int sentinel = 0;
@@ -135,13 +143,22 @@ TEST_F(ChangeEvents, EachCommittedChangeGivesOneEvent)
         // A change answered later shows whether this one sent anything: the
         // sender keeps their order.
         ASSERT_EQ(d.code(R"({"method":"set","system":{"sys":{"dsd_trace":")" + std::string(sentinel++ % 2 ? "0" : "1") + R"("}}})"), 0);
-        expected += (c.module ? 1 : 0) + 1;
+        size_t at = expected + (c.module ? 1 : 0) + (c.also ? 1 : 0);
+        expected = at + 1;
         std::vector<dsd_json> ev = wait_events(expected);
         ASSERT_EQ(ev.size(), expected) << c.request;
         EXPECT_EQ(text_at(ev.back().get(), "module"), "system");
         if (!c.module)
             continue;
-        json_object *e = ev[expected - 2].get();
+        if (c.also) {
+            json_object *cb = ev[at - 1].get();
+            ASSERT_TRUE(cb) << c.request;
+            EXPECT_EQ(text_at(cb, "package"), c.also) << c.request;
+            EXPECT_EQ(text_at(cb, "module"), c.module) << c.request;
+            EXPECT_EQ(text_at(cb, "method"), c.method) << c.request;
+            EXPECT_EQ(text_at(cb, "user"), "admin") << c.request;
+        }
+        json_object *e = ev[at - 1 - (c.also ? 1 : 0)].get();
         ASSERT_TRUE(e) << c.request;
         EXPECT_EQ(text_at(e, "module"), c.module) << c.request;
         EXPECT_EQ(text_at(e, "package"), c.module) << c.request;
@@ -170,6 +187,8 @@ TEST_F(ChangeEvents, EachCommittedChangeGivesOneEvent)
     }
     EXPECT_EQ(last["video"], 1);
     EXPECT_EQ(last["user_management"], 3);
+    EXPECT_EQ(last["protocol"], 1);
+    EXPECT_EQ(last["network"], 1);
     EXPECT_EQ(slurp(d.path("/events.out")).find(kSecret), std::string::npos);
 }
 

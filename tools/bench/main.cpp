@@ -3,7 +3,9 @@
 // given, e.g. /dev/shm to take the disk's fsync out of the commit), one
 // connection per request as real clients make them, and prints a Markdown
 // table. BENCH_MIXED sets how many mixed requests the memory check sends
-// between its two readings (10,000 unless set). See docs/benchmarks.md.
+// between its two readings (10,000 unless set), BENCH_SWITCH_PAIRS how many
+// pairs of rounds compare statistics and events on and off (50), and
+// BENCH_SWITCHES_ONLY=1 runs that comparison alone. See docs/benchmarks.md.
 #include <dirent.h>
 #include <sched.h>
 #include <fcntl.h>
@@ -14,6 +16,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -183,12 +186,33 @@ struct rss_reading {
     long total, anon;
 };
 
+// BENCH_PROBE, when set, is a command run with the daemon's pid and the
+// reading's name at each memory reading (e.g. one printing the allocator's
+// figures through a debugger), and the daemon's cache figures are printed
+// beside it, on stderr: where the memory of a reading went.
+void probe(pid_t pid, const std::string &socket, const char *when)
+{
+    const char *cmd = getenv("BENCH_PROBE");
+    if (!cmd || !*cmd)
+        return;
+    fprintf(stderr, "probe %s:\n", when);
+    fflush(stderr);
+    std::string line = std::string(cmd) + " " + std::to_string(pid) + " '" + when + "' >&2";
+    if (system(line.c_str()) != 0)
+        fprintf(stderr, "probe: %s failed\n", cmd);
+    std::string res = dsd_request(socket, dsd_identity(), R"({"method":"do","statistics":{"get_stats":{}}})", 10000);
+    size_t at = res.find("\"cache\"");
+    fprintf(stderr, "%s\n", at == std::string::npos ? "no cache figures" : res.substr(at, 160).c_str());
+}
+
 // Resident memory once the daemon has settled after the last answer (the
 // last worker trims the heap after it has answered).
-rss_reading settled_rss(pid_t pid)
+rss_reading settled_rss(pid_t pid, const std::string &socket, const char *when)
 {
     usleep(300000);
-    return {bench_rss_kib(pid), bench_status_kib(pid, "RssAnon")};
+    rss_reading r{bench_rss_kib(pid), bench_status_kib(pid, "RssAnon")};
+    probe(pid, socket, when);
+    return r;
 }
 
 struct figures {
@@ -306,7 +330,7 @@ bool measure_requests(const std::string &root, const std::string &echo_path, con
                       figures *f)
 {
     bool ok[10] = {};
-    f->rss_start = settled_rss(d.pid);
+    f->rss_start = settled_rss(d.pid, d.socket_path, "start-up");
     f->cold = bench_time_prepared(300, [&] { touch_record_control(root); },
                                   [&] { return answered_ok(d.socket_path, kGetOne); }, &ok[0]);
     // A file changed in the last 30 ms is read but not kept: let the last
@@ -342,11 +366,11 @@ bool measure_requests(const std::string &root, const std::string &echo_path, con
     bool ok_tp[3] = {true, true, true};
     throughputs(d.socket_path, f, ok_tp);
     ok[5] = mixed_requests(d.socket_path, 2000, pkg_req);
-    f->rss_mix = settled_rss(d.pid);
+    f->rss_mix = settled_rss(d.pid, d.socket_path, "after the mix");
     ok[6] = mixed_requests(d.socket_path, f->mixed, pkg_req);
-    f->rss_more = settled_rss(d.pid);
+    f->rss_more = settled_rss(d.pid, d.socket_path, "after more mixed");
     ok[7] = worst_case_burst(d.socket_path);
-    f->rss_worst = settled_rss(d.pid);
+    f->rss_worst = settled_rss(d.pid, d.socket_path, "after six large");
     bool all = ok_tp[0] && ok_tp[1] && ok_tp[2];
     for (bool b : ok)
         all = all && b;
@@ -398,16 +422,20 @@ void print_figures(const figures &f)
     row("VmRSS (RssAnon) after six 229 KB requests", buf, "<= 8 MB");
 }
 
-// Rows of the statistics/events comparison: on, off, and on against off.
+// Rows of the statistics/events comparison: the medians with them on and
+// off, and the median (and range) of the per-pair ratios.
 void print_switches(const switch_figures &s)
 {
-    char buf[96];
-    snprintf(buf, sizeof buf, "%.0f / %.0f us, %+.1f%%", s.get_on.median_us, s.get_off.median_us,
-             100 * (s.get_on.median_us / s.get_off.median_us - 1));
-    row("warm get, statistics+events on / off", buf, "within 3%");
-    snprintf(buf, sizeof buf, "%.0f / %.0f us, %+.1f%%", s.set_on.median_us, s.set_off.median_us,
-             100 * (s.set_on.median_us / s.set_off.median_us - 1));
-    row("set + commit, statistics+events on / off", buf, "within 3%");
+    printf("\nStatistics and change events on / off, %d pairs of rounds:\n\n", s.pairs);
+    printf("| %-44s | %-9s | %-9s | %-14s | %-18s |\n", "Measure", "on", "off", "on/off, median", "range of pairs");
+    printf("|%s|%s|%s|%s|%s|\n", std::string(46, '-').c_str(), std::string(11, '-').c_str(),
+           std::string(11, '-').c_str(), std::string(16, '-').c_str(), std::string(20, '-').c_str());
+    for (const switch_row &r : s.rows) {
+        char range[48];
+        snprintf(range, sizeof range, "%+.1f%% to %+.1f%%", 100 * (r.ratio_min - 1), 100 * (r.ratio_max - 1));
+        printf("| %-44s | %6.0f us | %6.0f us | %+13.1f%% | %-18s |\n", r.what, r.on_us, r.off_us,
+               100 * (r.ratio_median - 1), range);
+    }
 }
 
 int run(const std::string &dsd, const std::string &mkconfig, const std::string &root)
@@ -415,6 +443,13 @@ int run(const std::string &dsd, const std::string &mkconfig, const std::string &
     if (system((mkconfig + " " + root + "/etc/config 128 >/dev/null").c_str()) != 0) {
         fprintf(stderr, "bench: mkconfig failed\n");
         return 1;
+    }
+    const char *pairs = getenv("BENCH_SWITCH_PAIRS");
+    switch_figures sw{};
+    if (const char *only = getenv("BENCH_SWITCHES_ONLY"); only && strcmp(only, "1") == 0) {
+        bool ok_sw = bench_switches(dsd, root, pairs ? atoi(pairs) : 50, &sw);
+        print_switches(sw);
+        return ok_sw ? 0 : 1;
     }
     figures f{};
     const char *mixed = getenv("BENCH_MIXED");
@@ -434,8 +469,7 @@ int run(const std::string &dsd, const std::string &mkconfig, const std::string &
     bool ok = echo && measure_requests(root, echo_path, d, &f) && ok_load;
     bench_echo_stop(echo);
     bench_daemon_stop(&d);
-    switch_figures sw{};
-    bool ok_sw = bench_switches(dsd, root, &sw);
+    bool ok_sw = bench_switches(dsd, root, pairs ? atoi(pairs) : 50, &sw);
     print_figures(f);
     print_switches(sw);
     if (!ok_sw)

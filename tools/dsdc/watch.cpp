@@ -86,6 +86,10 @@ void print_line(json_object *ev)
     }
     if (json_object_object_get_ex(ev, "keyword", &keyword))
         line += std::string(" (") + json_object_get_string(keyword) + ")";
+    // A package a callback or hook committed has no sections of the
+    // request's own to name.
+    else if (!sections || json_object_array_length(sections) == 0)
+        line += " (whole package)";
     printf("%s\n", line.c_str());
 }
 
