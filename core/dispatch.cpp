@@ -86,6 +86,7 @@ int ds_signal_handle(int fd)
     clock_gettime(CLOCK_MONOTONIC, &end);
     DS_INFO("##Time cost: %ld ms##", monotonic_ms(end) - monotonic_ms(start));
     context_free(ctx);
+    heap_note_request();
     heap_trim_if_idle();
     return 0;
 }

@@ -30,6 +30,14 @@ enum {
     // kept is resident (freed pages that are never touched again cost
     // nothing), so the resident figure rises far less than this.
     HEAP_SLACK_BYTES = 1536 * 1024,
+    // How long the accept loop waits for a connection before it looks at
+    // the heap: the moment a burst of requests has settled.
+    HEAP_SETTLE_MS = 100,
+    // Free bytes the heap may keep once requests have settled. Requests
+    // free blocks all over the heap (the read cache's patched snapshots,
+    // change-log lines, parse trees, answers) that the top-of-heap trim
+    // never reaches; with nobody asking, no next request reuses them soon.
+    HEAP_SETTLED_SLACK_BYTES = 256 * 1024,
 };
 
 // Sets the allocator's arena count and thresholds (fixed values, so the
@@ -40,6 +48,20 @@ void heap_init(void);
 // Notes a request or response text of `bytes`; a large one marks the heap
 // for a check. Any thread.
 void heap_note_size(size_t bytes);
+
+// Notes that a request finished: the heap is looked at once requests
+// settle (heap_settled). Any thread.
+void heap_note_request(void);
+
+// How long the accept loop may block in accept before it calls
+// heap_settled: HEAP_SETTLE_MS, or 0 (never) where the C library returns
+// freed memory by itself. Main thread, start-up.
+int heap_settle_ms(void);
+
+// The accept loop waited HEAP_SETTLE_MS for a connection and none came:
+// once after each burst of requests, when none is in progress, hands freed
+// memory back if more than HEAP_SETTLED_SLACK_BYTES lie free. Main thread.
+void heap_settled(void);
 
 // When a large request was served since the last check and no request is in
 // progress now, hands freed memory back to the system if the heap holds

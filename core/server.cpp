@@ -12,6 +12,7 @@ extern "C" {
 #include <cerrno>
 
 #include "core/dispatch.h"
+#include "core/heap.h"
 #include "core/pool.h"
 #include "core/wire.h"
 #include "platform/error_codes.h"
@@ -98,6 +99,13 @@ void socket_accept_loop(int listen_fd, thd_pool *pool)
         DS_ERR("Invalid params.");
         return;
     }
+    // accept gives up (EAGAIN) after this long without a connection: the
+    // quiet moment the heap is looked at.
+    if (int settle_ms = heap_settle_ms(); settle_ms > 0) {
+        timeval tv{.tv_sec = 0, .tv_usec = settle_ms * 1000};
+        if (setsockopt(listen_fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv) != 0)
+            DS_ERR("Failed to set the accept timeout.");
+    }
     int pause_ms = 0;
     for (;;) {
         sockaddr addr{};
@@ -105,6 +113,10 @@ void socket_accept_loop(int listen_fd, thd_pool *pool)
         // close-on-exec from the start: a shell command forked by another
         // worker in between must not inherit the client's connection
         int fd = accept4(listen_fd, &addr, &len, SOCK_CLOEXEC);
+        if (fd < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            heap_settled();
+            continue;
+        }
         if (fd < 0) {
             pause_ms = accept_pause(errno, pause_ms);
             if (pause_ms > 0)
