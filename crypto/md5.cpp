@@ -114,6 +114,16 @@ void md5_hex(const uint8_t digest[16], char hex[33])
         snprintf(hex + 2 * i, 3, "%02x", digest[i]);
 }
 
+void md5_data_hex(const void *data, size_t len, char hex[33])
+{
+    md5_ctx m;
+    md5_init(&m);
+    md5_update(&m, data, len);
+    uint8_t digest[16];
+    md5_final(&m, digest);
+    md5_hex(digest, hex);
+}
+
 int md5_file_hex(const char *path, char hex[33])
 {
     FILE *f = path ? fopen(path, "rb") : nullptr;

@@ -18,3 +18,5 @@ void md5_final(md5_ctx *ctx, uint8_t digest[16]);
 // 0, or -1 when the file cannot be read. Any thread.
 int md5_file_hex(const char *path, char hex[33]);
 void md5_hex(const uint8_t digest[16], char hex[33]);
+// The 32 lower-case hex digits of `len` bytes' digest. Any thread.
+void md5_data_hex(const void *data, size_t len, char hex[33]);

@@ -134,13 +134,8 @@ std::string device_name(ds_context *ctx)
 
 std::string md5_of(const std::string &data)
 {
-    md5_ctx m;
-    md5_init(&m);
-    md5_update(&m, data.data(), data.size());
-    uint8_t digest[16];
-    md5_final(&m, digest);
     char hex[33];
-    md5_hex(digest, hex);
+    md5_data_hex(data.data(), data.size(), hex);
     return hex;
 }
 

@@ -17,13 +17,8 @@ namespace {
 
 std::string md5_of(const std::string &s)
 {
-    md5_ctx ctx;
-    md5_init(&ctx);
-    md5_update(&ctx, s.data(), s.size());
-    uint8_t d[16];
-    md5_final(&ctx, d);
     char hex[33];
-    md5_hex(d, hex);
+    md5_data_hex(s.data(), s.size(), hex);
     return hex;
 }
 

@@ -244,13 +244,8 @@ int dsd_harness::restore_from(const std::string &url) const
 std::string dsd_harness::forge_backup(const std::string &bundle, const std::string &name,
                                       const std::string &device) const
 {
-    md5_ctx m;
-    md5_init(&m);
-    md5_update(&m, bundle.data(), bundle.size());
-    uint8_t dg[16];
-    md5_final(&m, dg);
     char hex[33];
-    md5_hex(dg, hex);
+    md5_data_hex(bundle.data(), bundle.size(), hex);
     std::string plain = path("/tmp/forge.plain"), out = path("/tmp/") + name;
     std::ofstream(plain, std::ios::binary) << std::string(hex) + "," + device + "\n" + bundle;
     EXPECT_EQ(des_encrypt_file(plain.c_str(), out.c_str(), "mqwer#!^$KLPZ392"), 0);
