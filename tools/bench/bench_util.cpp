@@ -206,3 +206,13 @@ long bench_rss_kib(pid_t pid)
 {
     return bench_status_kib(pid, "VmRSS");
 }
+
+bool bench_answered(const std::string &socket, const std::string &request, int other)
+{
+    std::string res = dsd_request(socket, dsd_identity(), request, 10000);
+    size_t at = res.find("\"error_code\": ");
+    if (at == std::string::npos)
+        return false;
+    int code = atoi(res.c_str() + at + 14);
+    return code == 0 || code == other;
+}

@@ -29,24 +29,6 @@ namespace {
 
 const char kGetOne[] = R"({"method":"get","record_control":{"name":"chn3_record"}})";
 
-bool answered_ok(const std::string &socket, const std::string &request)
-{
-    std::string res = dsd_request(socket, dsd_identity(), request, 10000);
-    return res.find("\"error_code\": 0") != std::string::npos;
-}
-
-// The answer's error code is 0 or `other` (a code the request may carry
-// by design); false without an answer.
-bool answered_with(const std::string &socket, const std::string &request, int other)
-{
-    std::string res = dsd_request(socket, dsd_identity(), request, 10000);
-    size_t at = res.find("\"error_code\": ");
-    if (at == std::string::npos)
-        return false;
-    int code = atoi(res.c_str() + at + 14);
-    return code == 0 || code == other;
-}
-
 bool make_root(const std::string &parent, std::string *root)
 {
     std::string tmpl = parent + "/dsd-bench-XXXXXX";
@@ -94,7 +76,7 @@ double throughput(const std::string &socket, int clients, int total, bool *ok)
     for (int c = 0; c < clients; ++c) {
         threads.emplace_back([&] {
             while (left.fetch_sub(1) > 0) {
-                if (!answered_ok(socket, kGetOne))
+                if (!bench_answered(socket, kGetOne))
                     failed.store(true);
             }
         });
@@ -242,7 +224,7 @@ bool floor_and_warm(const std::string &echo_path, const std::string &socket, ben
 {
     std::vector<double> floor_t, warm_t;
     auto echo_get = [&] { return !dsd_request(echo_path, dsd_identity(), kGetOne, 10000).empty(); };
-    auto dsd_get = [&] { return answered_ok(socket, kGetOne); };
+    auto dsd_get = [&] { return bench_answered(socket, kGetOne); };
     for (int round = 0; round < 40; ++round) {
         if (!bench_sample(50, [] {}, echo_get, &floor_t) || !bench_sample(50, [] {}, dsd_get, &warm_t))
             return false;
@@ -320,7 +302,7 @@ bool mixed_requests(const std::string &socket, int n, const std::string &pkg_req
         else if (i % 10 == 7)
             req = R"({"method":"set","record_control":{"chn5_record":{"bench":")" +
                   std::to_string(i) + "\"}}}";
-        if (!answered_ok(socket, req))
+        if (!bench_answered(socket, req))
             return false;
     }
     return true;
@@ -332,34 +314,34 @@ bool measure_requests(const std::string &root, const std::string &echo_path, con
     bool ok[10] = {};
     f->rss_start = settled_rss(d.pid, d.socket_path, "start-up");
     f->cold = bench_time_prepared(300, [&] { touch_record_control(root); },
-                                  [&] { return answered_ok(d.socket_path, kGetOne); }, &ok[0]);
+                                  [&] { return bench_answered(d.socket_path, kGetOne); }, &ok[0]);
     // A file changed in the last 30 ms is read but not kept: let the last
     // touch settle, or the first warm reads are cold ones.
     usleep(100000);
     ok[1] = floor_and_warm(echo_path, d.socket_path, &f->floor, &f->warm) &&
             floor_and_warm_one_cpu(root, d, f);
     std::string pkg_req = whole_package_request(128);
-    f->pkg = bench_time(200, [&] { return answered_ok(d.socket_path, pkg_req); }, &ok[2]);
+    f->pkg = bench_time(200, [&] { return bench_answered(d.socket_path, pkg_req); }, &ok[2]);
     int n = 0;
     f->set = bench_time(300, [&] {
-        return answered_ok(d.socket_path, R"({"method":"set","record_control":{"chn3_record":{"bench":")" +
+        return bench_answered(d.socket_path, R"({"method":"set","record_control":{"chn3_record":{"bench":")" +
                                               std::to_string(++n) + "\"}}}");
     }, &ok[3]);
     f->light = bench_time(300, [&] {
-        return answered_ok(d.socket_path, R"({"method":"set","image":{"chn3_day":{"bench":")" +
+        return bench_answered(d.socket_path, R"({"method":"set","image":{"chn3_day":{"bench":")" +
                                               std::to_string(++n) + "\"}}}");
     }, &ok[4]);
     // The image package's options have no model rows, so the set above is
     // answered after its diff without writing; this one writes a change line.
     f->light_write = bench_time(300, [&] {
-        return answered_ok(d.socket_path, R"({"method":"set","motion_detection":{"chn3_motion_det":)"
+        return bench_answered(d.socket_path, R"({"method":"set","motion_detection":{"chn3_motion_det":)"
                                           R"({"digital_sensitivity":")" + std::to_string(1 + ++n % 100) + "\"}}}");
     }, &ok[8]);
     // The same package, a section whose service callback reads the switches
     // back and tells the event daemon. The bench runs no bus, so that call
     // fails at once and the answer carries -10000 after the commit.
     f->callback = bench_time(300, [&] {
-        return answered_with(d.socket_path, R"({"method":"set","motion_detection":{"chn3_motion_notif_list":)"
+        return bench_answered(d.socket_path, R"({"method":"set","motion_detection":{"chn3_motion_notif_list":)"
                                             R"({"light_alarm_enabled":")" + std::string(++n % 2 ? "on" : "off") +
                                             "\"}}}", -10000);
     }, &ok[9]);

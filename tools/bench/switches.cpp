@@ -9,18 +9,6 @@
 
 namespace {
 
-// The answer carries 0, or `other` (a code the request carries by design:
-// the callback set's bus call fails when no bus runs); false without one.
-bool answered(const std::string &socket, const std::string &request, int other = 0)
-{
-    std::string res = dsd_request(socket, dsd_identity(), request, 10000);
-    size_t at = res.find("\"error_code\": ");
-    if (at == std::string::npos)
-        return false;
-    int code = atoi(res.c_str() + at + 14);
-    return code == 0 || code == other;
-}
-
 std::string names_of_image(void)
 {
     std::string names;
@@ -47,19 +35,19 @@ std::vector<row_def> row_defs(void)
     static const std::string pkg = names_of_image();
     return {
         {"warm get", 40, [](const std::string &s, int) {
-             return answered(s, R"({"method":"get","record_control":{"name":"chn3_record"}})");
+             return bench_answered(s, R"({"method":"get","record_control":{"name":"chn3_record"}})");
          }},
-        {"get whole 128-channel package", 6, [](const std::string &s, int) { return answered(s, pkg); }},
+        {"get whole 128-channel package", 6, [](const std::string &s, int) { return bench_answered(s, pkg); }},
         {"set one option + commit", 30, [](const std::string &s, int n) {
-             return answered(s, R"({"method":"set","record_control":{"chn3_record":{"bench":")" +
+             return bench_answered(s, R"({"method":"set","record_control":{"chn3_record":{"bench":")" +
                                     std::to_string(n) + "\"}}}");
          }},
         {"set writing in 512-section package + light", 20, [](const std::string &s, int n) {
-             return answered(s, R"({"method":"set","motion_detection":{"chn3_motion_det":)"
+             return bench_answered(s, R"({"method":"set","motion_detection":{"chn3_motion_det":)"
                                 R"({"digital_sensitivity":")" + std::to_string(1 + n % 100) + "\"}}}");
          }},
         {"the same with a service callback (switches)", 20, [](const std::string &s, int n) {
-             return answered(s, R"({"method":"set","motion_detection":{"chn3_motion_notif_list":)"
+             return bench_answered(s, R"({"method":"set","motion_detection":{"chn3_motion_notif_list":)"
                                 R"({"light_alarm_enabled":")" + std::string(n % 2 ? "on" : "off") + "\"}}}",
                              -10000);
          }},
