@@ -1,6 +1,7 @@
 #include "core/context.h"
 
 #include <json-c/json.h>
+#include <pthread.h>
 #include <uci.h>
 #include <unistd.h>
 
@@ -14,7 +15,7 @@
 
 namespace {
 
-ds_context g_contexts[DS_CONTEXT_COUNT];
+ds_conn g_contexts[DS_CONTEXT_COUNT];
 // Guards every context's `free` flag and the (re)allocation of its buffer and
 // uci context; taken only in alloc, release and destroy, never while a
 // request runs.
@@ -22,20 +23,8 @@ pthread_mutex_t g_pool_lock = PTHREAD_MUTEX_INITIALIZER;
 // Records are made safe to tear down (fd -1) only by context_init.
 bool g_pool_ready = false;
 
-void wait_not_busy(ds_context *ctx)
-{
-    for (;;) {
-        pthread_mutex_lock(&ctx->lock);
-        bool busy = ctx->busy != 0;
-        pthread_mutex_unlock(&ctx->lock);
-        if (!busy)
-            return;
-        usleep(100000);
-    }
-}
-
 // Frees what a request left in the context; the buffer is handled by the caller.
-void clear_request(ds_context *ctx)
+void clear_request(ds_conn *ctx)
 {
     if (ctx->fd >= 0) {
         close(ctx->fd);
@@ -57,7 +46,7 @@ void clear_request(ds_context *ctx)
 }
 
 // `caller` names the pool operation in the trace.
-bool give_buffer(ds_context *ctx, const char *caller)
+bool give_buffer(ds_conn *ctx, const char *caller)
 {
     ctx->buf = static_cast<uint8_t *>(calloc(1, DS_BUF_SIZE));
     if (!ctx->buf) {
@@ -68,7 +57,7 @@ bool give_buffer(ds_context *ctx, const char *caller)
     return true;
 }
 
-bool give_uci(ds_context *ctx, const char *caller)
+bool give_uci(ds_conn *ctx, const char *caller)
 {
     ctx->uci_ctx = dsd_uci_alloc();
     if (!ctx->uci_ctx) {
@@ -84,28 +73,26 @@ int context_init(void)
 {
     // Every record is made safe to tear down before anything is allocated,
     // so a failure half-way can release the whole pool the same way.
-    for (ds_context &ctx : g_contexts) {
+    for (ds_conn &ctx : g_contexts) {
         memset(&ctx, 0, sizeof ctx);
-        pthread_mutex_init(&ctx.lock, nullptr);
         ctx.fd = -1;
     }
     g_pool_ready = true;
-    for (ds_context &ctx : g_contexts) {
+    for (ds_conn &ctx : g_contexts) {
         if (!give_buffer(&ctx, __func__) || !give_uci(&ctx, __func__)) {
             context_destroy();
             return 0;
         }
         ctx.free = 1;
-        ctx.busy = 0;
     }
     return 1;
 }
 
-ds_context *context_alloc(void)
+ds_conn *context_alloc(void)
 {
     pthread_mutex_lock(&g_pool_lock);
-    ds_context *found = nullptr;
-    for (ds_context &ctx : g_contexts) {
+    ds_conn *found = nullptr;
+    for (ds_conn &ctx : g_contexts) {
         if (ctx.free == 1) {
             found = &ctx;
             break;
@@ -120,11 +107,10 @@ ds_context *context_alloc(void)
     return found;
 }
 
-void context_free(ds_context *ctx)
+void context_free(ds_conn *ctx)
 {
     if (!ctx)
         return;
-    wait_not_busy(ctx);
     pthread_mutex_lock(&g_pool_lock);
     if (ctx->buf_size != DS_BUF_SIZE) {
         // a grown buffer goes back to the heap; the next request gets a fresh one
@@ -139,9 +125,6 @@ void context_free(ds_context *ctx)
     }
     ctx->buf_used = 0;
     clear_request(ctx);
-    pthread_mutex_lock(&ctx->lock);
-    ctx->busy = 0;
-    pthread_mutex_unlock(&ctx->lock);
     ctx->free = 1;
     pthread_mutex_unlock(&g_pool_lock);
 }
@@ -151,16 +134,13 @@ void context_destroy(void)
     if (!g_pool_ready)
         return;
     pthread_mutex_lock(&g_pool_lock);
-    for (ds_context &ctx : g_contexts) {
-        wait_not_busy(&ctx);
+    for (ds_conn &ctx : g_contexts) {
         clear_request(&ctx);
         free(ctx.buf);
         ctx.buf = nullptr;
         ctx.buf_size = 0;
         ctx.buf_used = 0;
-        ctx.busy = 0;
         ctx.free = 1;
-        pthread_mutex_destroy(&ctx.lock);
     }
     g_pool_ready = false;
     pthread_mutex_unlock(&g_pool_lock);
@@ -170,13 +150,13 @@ int context_free_count(void)
 {
     pthread_mutex_lock(&g_pool_lock);
     int n = 0;
-    for (const ds_context &ctx : g_contexts)
+    for (const ds_conn &ctx : g_contexts)
         n += ctx.free == 1;
     pthread_mutex_unlock(&g_pool_lock);
     return n;
 }
 
-void context_note_buf_used(ds_context *ctx, size_t n)
+void context_note_buf_used(ds_conn *ctx, size_t n)
 {
     if (ctx && n > ctx->buf_used)
         ctx->buf_used = static_cast<uint32_t>(std::min<size_t>(n, UINT32_MAX));

@@ -34,6 +34,19 @@ const ds_method_row ds_methods[] = {
 // Written once by start-up before the workers run; read by them only.
 ds_serve_fn g_serve = nullptr;
 
+// Hands the parsed request to the serve function and keeps its answer.
+int32_t serve(ds_conn *ctx)
+{
+    if (!g_serve)
+        return DS_ERR_METHOD;
+    ds_call call = {.user = ctx->user, .group = ctx->group, .client = ctx->client, .method = ctx->method,
+                    .req_obj = ctx->req_obj, .uci_ctx = ctx->uci_ctx, .text_limit = ctx->buf_size,
+                    .res_obj = nullptr};
+    int32_t code = g_serve(&call);
+    ctx->res_obj = call.res_obj;
+    return code;
+}
+
 long monotonic_ms(const timespec &ts)
 {
     return ts.tv_sec * 1000L + ts.tv_nsec / 1000000L;
@@ -62,7 +75,7 @@ int ds_signal_handle(int fd)
     clock_gettime(CLOCK_MONOTONIC, &start);
     int64_t start_ns = start.tv_sec * 1000000000L + start.tv_nsec;
 
-    ds_context *ctx = context_alloc();
+    ds_conn *ctx = context_alloc();
     if (!ctx) {
         DS_ERR("Failed to alloc a free context.");
         make_error_response(fd, DS_ERR_REQUEST);
@@ -75,7 +88,7 @@ int ds_signal_handle(int fd)
     if (ds_signal_parse(ctx) != 0)
         DS_ERR("Failed to parse signal.");
     else
-        ctx->error_code = g_serve ? g_serve(ctx) : DS_ERR_METHOD;
+        ctx->error_code = serve(ctx);
     // Nothing a request locked may outlive it, whatever path it took.
     store_release_thread();
     // Counted before the answer leaves, so a client that reads the figures

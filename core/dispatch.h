@@ -3,13 +3,12 @@
 // request to the serve function start-up wired in.
 #pragma once
 
-struct ds_context;
-
 #include <cstdint>
 
-// What answers a parsed request: runs its method, leaves the answer in
-// res_obj and returns the error code. Start-up wires the model's in.
-using ds_serve_fn = int32_t (*)(ds_context *ctx);
+#include "platform/serve_call.h"
+
+struct ds_conn;
+
 // Sets the serve function; main thread, before the workers start.
 void dispatch_set_serve(ds_serve_fn serve);
 
@@ -23,6 +22,6 @@ int ds_signal_handle(int fd);
 
 // Parses the info and request records into ctx (code starts at -40101).
 // 0 when the second record was good, -1 otherwise. Worker thread.
-int ds_signal_parse(ds_context *ctx);
+int ds_signal_parse(ds_conn *ctx);
 // Sends the response record for ctx's res_obj / error_code. Worker thread.
-void ds_make_response(ds_context *ctx);
+void ds_make_response(ds_conn *ctx);

@@ -94,7 +94,7 @@ void serve(ds_model_root **root, thd_pool **pool)
         return;
     }
     // core reaches the model only through this one function.
-    dispatch_set_serve(ds_serve);
+    dispatch_set_serve(ds_serve_call);
     // Before any request: finish what a crash cut short, then keep the
     // light commit's changes flowing to the files and flush them on SIGTERM.
     uci_store_recover();

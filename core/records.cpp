@@ -18,7 +18,7 @@ namespace {
 
 enum { URL_ENCODE = 0, URL_DECODE = 1 };
 
-int fail(ds_context *ctx, int32_t code)
+int fail(ds_conn *ctx, int32_t code)
 {
     ctx->error_code = code;
     return -1;
@@ -34,7 +34,7 @@ bool int_member(json_object *obj, const char *key, int32_t *out)
     return true;
 }
 
-int store_identity(ds_context *ctx, json_object *info)
+int store_identity(ds_conn *ctx, json_object *info)
 {
     const char *user = jso_obj_get_string_origin(info, "user");
     if (!user) {
@@ -65,7 +65,7 @@ int store_identity(ds_context *ctx, json_object *info)
     return 0;
 }
 
-int jinf_tlv_data_handle(ds_context *ctx, sock_reader *rd, int32_t len)
+int jinf_tlv_data_handle(ds_conn *ctx, sock_reader *rd, int32_t len)
 {
     if (len < 1 || len > TLV_INFO_MAX) {
         DS_ERR("Invalid params.");
@@ -92,7 +92,7 @@ int jinf_tlv_data_handle(ds_context *ctx, sock_reader *rd, int32_t len)
     return rc;
 }
 
-bool grow_buffer(ds_context *ctx, int32_t len)
+bool grow_buffer(ds_conn *ctx, int32_t len)
 {
     if (static_cast<uint32_t>(len) < ctx->buf_size)
         return true;
@@ -106,7 +106,7 @@ bool grow_buffer(ds_context *ctx, int32_t len)
 }
 
 // Reads exactly len bytes (short reads continue at the next offset).
-int read_value(ds_context *ctx, sock_reader *rd, int32_t len)
+int read_value(ds_conn *ctx, sock_reader *rd, int32_t len)
 {
     size_t off = 0, remaining = static_cast<size_t>(len);
     context_note_buf_used(ctx, remaining + 1);
@@ -132,7 +132,7 @@ bool request_is_encoded(uint8_t client)
     return client != 2 && client != 8 && client != 9;
 }
 
-int jreq_tlv_data_handle(ds_context *ctx, sock_reader *rd, int32_t len)
+int jreq_tlv_data_handle(ds_conn *ctx, sock_reader *rd, int32_t len)
 {
     if (len < 1) {
         DS_ERR("Invalid params.");
@@ -174,7 +174,7 @@ int jreq_tlv_data_handle(ds_context *ctx, sock_reader *rd, int32_t len)
 }
 
 // One record: header, then its value. The record's own result.
-int parse_record(ds_context *ctx, sock_reader *rd, bool *fatal)
+int parse_record(ds_conn *ctx, sock_reader *rd, bool *fatal)
 {
     context_note_buf_used(ctx, TLV_HEADER_LEN + 1);
     ssize_t n = sock_reader_read(rd, ctx->buf, TLV_HEADER_LEN);
@@ -204,7 +204,7 @@ int parse_record(ds_context *ctx, sock_reader *rd, bool *fatal)
 
 } // namespace
 
-int ds_signal_parse(ds_context *ctx)
+int ds_signal_parse(ds_conn *ctx)
 {
     if (!ctx || ctx->fd < 0 || !ctx->buf) {
         DS_ERR("Invalid params.");
@@ -225,7 +225,7 @@ int ds_signal_parse(ds_context *ctx)
     return rc;
 }
 
-void ds_make_response(ds_context *ctx)
+void ds_make_response(ds_conn *ctx)
 {
     if (!ctx || ctx->fd < 0 || !ctx->buf || ctx->buf_size == 0) {
         DS_ERR("Invalid params.");

@@ -379,7 +379,7 @@ struct change_txn {
 
 bool usable(const ds_context *ctx)
 {
-    if (!ctx || ctx->fd < 0 || !ctx->req_obj) {
+    if (!ctx || !ctx->req_obj) {
         DS_ERR("Invalid params.");
         return false;
     }

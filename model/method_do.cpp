@@ -100,7 +100,7 @@ static int32_t do_module(ds_context *ctx, ds_model_root *root, const char *name,
 // Worker thread owning ctx.
 int32_t ds_do(ds_context *ctx)
 {
-    if (!ctx || ctx->fd < 0 || !ctx->req_obj) {
+    if (!ctx || !ctx->req_obj) {
         DS_ERR("Invalid params.");
         return DS_ERR_REQUEST;
     }
@@ -176,7 +176,7 @@ static json_object *forward_answer(json_object *reply, bool *answered)
 static const char *forward_text(const ds_context *ctx, json_object *msg)
 {
     const char *text = msg ? jso_to_string(msg) : nullptr;
-    if (!text || !ctx->buf || strlen(text) + 1 > ctx->buf_size)
+    if (!text || strlen(text) + 1 > ctx->text_limit)
         return nullptr;
     return text;
 }
@@ -220,7 +220,7 @@ static int32_t forward_call(ds_context *ctx, int32_t channel, json_object *conte
 // ctx.
 int32_t ds_forward(ds_context *ctx)
 {
-    if (!ctx || ctx->fd < 0 || !ctx->req_obj) {
+    if (!ctx || !ctx->req_obj) {
         DS_ERR("Invalid params.");
         return DS_ERR_REQUEST;
     }

@@ -281,7 +281,7 @@ static void set_response(ds_context *ctx, json_object *res)
 // Worker thread of `ctx`.
 int32_t ds_get(ds_context *ctx)
 {
-    if (!ctx || ctx->fd < 0 || !ctx->req_obj) {
+    if (!ctx || !ctx->req_obj) {
         DS_ERR("Invalid params.");
         return DS_ERR_REQUEST;
     }

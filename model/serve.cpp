@@ -1,7 +1,9 @@
-// The model's entry for one request: the method code chosen to its
-// function. Start-up hands ds_serve to core, which reaches the model only
-// through it.
+// The model's entry for one request: the request object made from what
+// core parsed, the method code chosen to its function. Start-up hands
+// ds_serve_call to core, which reaches the model only through it.
 #include "model/methods.h"
+
+#include <cstddef>
 
 #include "model/request.h"
 #include "platform/error_codes.h"
@@ -35,5 +37,15 @@ int32_t ds_serve(ds_context *ctx)
     int32_t code = fn(ctx);
     if (code != DS_OK)
         DS_TRACE_AS("ds_signal_handle", TRACE_ERROR, "Signal handle failed.");
+    return code;
+}
+
+int32_t ds_serve_call(ds_call *call)
+{
+    ds_context ctx = {.user = call->user, .group = call->group, .client = call->client, .method = call->method,
+                      .error_code = 0, .req_obj = call->req_obj, .res_obj = nullptr, .uci_ctx = call->uci_ctx,
+                      .txn = nullptr, .text_limit = call->text_limit};
+    int32_t code = ds_serve(&ctx);
+    call->res_obj = ctx.res_obj;
     return code;
 }

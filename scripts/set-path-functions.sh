@@ -28,8 +28,10 @@ callgrind_control -z "$VG" >/dev/null 2>&1
 "$D" set "$opt=on" >/dev/null
 callgrind_control -d "$VG" >/dev/null 2>&1
 stop # the dump is complete once the daemon has exited
+# Only functions that ran (a thread's entry idle on its stack costs "."),
+# and a recursive call ("name'2") is the same function.
 callgrind_annotate --inclusive=yes --threshold=100 "$R/cg.out.1" 2>/dev/null |
-  grep -E '\]$' | sed -E 's/^ *[0-9,]+ \([^)]*\) +//; s/ \[[^]]*\]$//' |
+  grep -E '^ *[0-9][0-9,]* .*\]$' | sed -E 's/^ *[0-9,]+ \([^)]*\) +//; s/ \[[^]]*\]$//; s/'"'"'[0-9]+$//' |
   grep -E '^([^:]*/)?(core|model|modules/[a-z]+|store|platform|crypto)/[^/:]+:' | grep -v '/compat/' |
   sed -E 's#^([^:]*/)?((core|model|modules/[a-z]+|store|platform|crypto)/[^/:]+:)#\2#' |
   sort -u >"$R/functions.txt"

@@ -35,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         off += static_cast<size_t>(n);
     }
     shutdown(sv[1], SHUT_WR);
-    ds_context *ctx = context_alloc();
+    ds_conn *ctx = context_alloc();
     if (!ctx)
         abort(); // a context leaked by an earlier input
     ctx->fd = sv[0];

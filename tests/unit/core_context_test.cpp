@@ -31,7 +31,7 @@ protected:
 TEST_F(ContextPool, SixContextsThenNone)
 {
     EXPECT_EQ(context_free_count(), DS_CONTEXT_COUNT);
-    ds_context *taken[DS_CONTEXT_COUNT];
+    ds_conn *taken[DS_CONTEXT_COUNT];
     for (auto &c : taken) {
         c = context_alloc();
         ASSERT_NE(c, nullptr);
@@ -50,7 +50,7 @@ std::string response_for(int client, const char *res_json, int code)
 {
     int sv[2];
     EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sv), 0);
-    ds_context *ctx = context_alloc();
+    ds_conn *ctx = context_alloc();
     ctx->fd = sv[0];
     ctx->client = static_cast<uint8_t>(client);
     ctx->error_code = code;

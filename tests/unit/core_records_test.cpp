@@ -57,7 +57,7 @@ protected:
         return rc;
     }
 
-    ds_context *ctx = nullptr;
+    ds_conn *ctx = nullptr;
 };
 
 TEST_F(Records, IdentityAndMethodAreStored)
@@ -134,7 +134,7 @@ TEST_F(Records, LongRequestGrowsTheBufferAndItIsGivenBack)
     ASSERT_EQ(parse(info(1, 3) + tlv(2, req)), 0);
     EXPECT_EQ(ctx->buf_size, 262145u);
     EXPECT_EQ(ctx->method, DS_METHOD_GET);
-    ds_context *grown = ctx;
+    ds_conn *grown = ctx;
     context_free(ctx);
     EXPECT_EQ(grown->buf, nullptr);
     ctx = context_alloc();
@@ -180,7 +180,7 @@ protected:
 
 TEST_F(Dispatch, NoFreeContextIsAnsweredAtOnce)
 {
-    ds_context *held[DS_CONTEXT_COUNT];
+    ds_conn *held[DS_CONTEXT_COUNT];
     for (auto &c : held)
         c = context_alloc();
     int rc = 0;

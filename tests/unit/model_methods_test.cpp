@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "model/checkers.h"
 #include "model/methods.h"
 #include "model/registry.h"
@@ -90,7 +90,6 @@ struct Methods : testing::Test {
         scratch.write("fixture", base_pkg);
         scratch.write("chfix", base_pkg);
         srv_calls = before_calls = before_result = hook_calls = 0;
-        ctx.fd = 0;
         ctx.error_code = -40101;
         ctx.uci_ctx = dsd_uci_alloc();
     }
@@ -175,8 +174,6 @@ TEST_F(Methods, GetRefusals)
     EXPECT_EQ(run(DS_METHOD_GET, R"({"fixture":{"name":"status"},"nomod":{"name":"a"}})"), -1);
     EXPECT_EQ(ctx.error_code, -40106);
     EXPECT_EQ(res(), R"({"fixture":{"status":"up"},"nomod":{}})");
-    ctx.fd = -1;
-    EXPECT_EQ(run(DS_METHOD_GET, R"({"fixture":{"name":"status"}})"), -1);
 }
 
 TEST_F(Methods, SetWritesOnlyChangesAndRunsCallbacks)

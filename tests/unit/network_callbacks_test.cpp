@@ -18,7 +18,7 @@
 #include <set>
 #include <string>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "model/methods.h"
 #include "model/registry.h"
 #include "model_test_util.h"
@@ -110,7 +110,6 @@ struct Protocol : testing::Test {
         unlink((scratch.root + "/var/run/udhcpc-eth0.pid").c_str());
         unlink((scratch.root + "/var/run/udhcpc-br-wan.pid").c_str());
         std::ofstream(scratch.root + "/tmp/ip_conflict") << "1\n";
-        ctx.fd = 0;
     }
     void TearDown() override
     {

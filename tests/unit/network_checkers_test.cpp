@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "model/checkers.h"
 #include "model_test_util.h"
 #include "modules/network/net_checkers.h"
@@ -123,7 +123,6 @@ struct NetCheck : testing::Test {
                       "config interface 'static_lan'\n\toption netmask '255.255.255.0'\n\n"
                       "config interface 'dhcp'\n\toption dns_mode 'dynamic'\n");
         scratch.write("network", "config interface 'lan'\n\toption ipaddr '192.168.1.1'\n");
-        ctx.fd = 0;
         ctx.uci_ctx = dsd_uci_alloc();
     }
     void TearDown() override

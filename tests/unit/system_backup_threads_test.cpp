@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "../e2e/harness/scratch_dir.h"
-#include "core/context.h"
+#include "model/request.h"
 #include "modules/system/backup.h"
 #include "platform/paths.h"
 #include "store/store.h"

@@ -10,7 +10,7 @@
 #include <iterator>
 #include <string>
 
-#include "core/context.h"
+#include "model/request.h"
 #include "modules/system/login.h"
 #include "platform/paths.h"
 #include "store/store.h"
