@@ -31,6 +31,7 @@
 #include <string>
 #include <vector>
 
+#include "frame.h"
 #include "libubus.h"
 #include <libubox/uloop.h>
 
@@ -62,7 +63,6 @@ struct free_del {
     void operator()(void *p) const { free(p); }
 };
 
-constexpr uint32_t kMaxFrame = 16u << 20;
 constexpr int kLookupTimeoutMs = 30000;
 
 } // namespace
@@ -89,50 +89,6 @@ static int64_t monotonic_ms(void)
     return (int64_t)ts.tv_sec * 1000 + ts.tv_nsec / 1000000;
 }
 
-// Writes all of buf. 0 or -1.
-static int write_all(int fd, const void *buf, size_t len)
-{
-    const char *p = (const char *)buf;
-    while (len > 0) {
-        ssize_t n = send(fd, p, len, MSG_NOSIGNAL);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return -1;
-        p += n;
-        len -= (size_t)n;
-    }
-    return 0;
-}
-
-// Reads exactly len bytes. 0, or -1 on error or end of stream.
-static int read_all(int fd, void *buf, size_t len)
-{
-    char *p = (char *)buf;
-    while (len > 0) {
-        ssize_t n = recv(fd, p, len, 0);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return -1;
-        p += n;
-        len -= (size_t)n;
-    }
-    return 0;
-}
-
-static int send_frame(int fd, json_object *obj)
-{
-    size_t len = 0;
-    const char *text = json_object_to_json_string_length(obj, JSON_C_TO_STRING_PLAIN, &len);
-    if (!text || len > kMaxFrame)
-        return -1;
-    uint32_t be = htonl((uint32_t)len);
-    if (write_all(fd, &be, sizeof be) != 0)
-        return -1;
-    return write_all(fd, text, len);
-}
-
 // Waits (until deadline_ms, or for ever when 0) for the frame answering seq.
 // UBUS_STATUS_OK and *out, UBUS_STATUS_TIMEOUT, or UBUS_STATUS_CONNECTION_FAILED.
 static int await_frame(struct ubus_context *ctx, uint16_t seq, int64_t deadline_ms,
@@ -154,16 +110,10 @@ static int await_frame(struct ubus_context *ctx, uint16_t seq, int64_t deadline_
             return UBUS_STATUS_CONNECTION_FAILED;
         if (pr == 0)
             return UBUS_STATUS_TIMEOUT;
-        uint32_t be = 0;
-        if (read_all(H(ctx)->fd, &be, sizeof be) != 0)
+        json_object *raw = nullptr;
+        if (ubus_frame_recv(H(ctx)->fd, &raw) != 0)
             return UBUS_STATUS_CONNECTION_FAILED;
-        uint32_t len = ntohl(be);
-        if (len > kMaxFrame)
-            return UBUS_STATUS_CONNECTION_FAILED;
-        std::string body(len, '\0');
-        if (read_all(H(ctx)->fd, body.data(), len) != 0)
-            return UBUS_STATUS_CONNECTION_FAILED;
-        json_ptr frame(json_tokener_parse(body.c_str()));
+        json_ptr frame(raw);
         json_object *s = nullptr;
         if (frame && !json_object_object_get_ex(frame.get(), "seq", &s)) {
             H(ctx)->events.push_back(std::move(frame)); // unasked: an event
@@ -275,7 +225,7 @@ extern "C" int ubus_lookup_id(struct ubus_context *ctx, const char *path, uint32
     json_object_object_add(req.get(), "op", json_object_new_string("lookup"));
     json_object_object_add(req.get(), "seq", json_object_new_int(seq));
     json_object_object_add(req.get(), "path", json_object_new_string(path));
-    if (send_frame(H(ctx)->fd, req.get()) != 0)
+    if (ubus_frame_send(H(ctx)->fd, req.get()) != 0)
         return UBUS_STATUS_CONNECTION_FAILED;
     json_ptr ans;
     int rc = await_frame(ctx, seq, monotonic_ms() + kLookupTimeoutMs, &ans);
@@ -358,7 +308,7 @@ extern "C" int ubus_invoke(struct ubus_context *ctx, uint32_t obj, const char *m
     json_object_object_add(call.get(), "id", json_object_new_int64(obj));
     json_object_object_add(call.get(), "method", json_object_new_string(method));
     json_object_object_add(call.get(), "msg", message_object(msg));
-    if (send_frame(H(ctx)->fd, call.get()) != 0)
+    if (ubus_frame_send(H(ctx)->fd, call.get()) != 0)
         return UBUS_STATUS_CONNECTION_FAILED;
     json_ptr ans;
     timeout = capped_timeout(timeout);
@@ -395,7 +345,7 @@ static int simple_request(struct ubus_context *ctx, const char *op, const char *
     json_object_object_add(req.get(), key, json_object_new_string(value));
     if (owned)
         json_object_object_add(req.get(), "msg", owned.release());
-    if (send_frame(H(ctx)->fd, req.get()) != 0)
+    if (ubus_frame_send(H(ctx)->fd, req.get()) != 0)
         return UBUS_STATUS_CONNECTION_FAILED;
     json_ptr ans;
     int rc = await_frame(ctx, seq, monotonic_ms() + kLookupTimeoutMs, &ans);

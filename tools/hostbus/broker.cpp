@@ -19,6 +19,7 @@
 #include <thread>
 #include <vector>
 
+#include "compat/ubus/frame.h"
 #include "hostbus.h"
 
 namespace {
@@ -28,7 +29,6 @@ struct json_put {
 };
 using json_ptr = std::unique_ptr<json_object, json_put>;
 
-constexpr uint32_t kMaxFrame = 16u << 20;
 
 // One connection's writes, whichever thread makes them: its own answers and
 // the events other connections send to it.
@@ -79,59 +79,14 @@ static void invoke(hb_state *st, uint32_t id, const char *method, json_object *m
     hb_step_answer(step.get(), msg, out);
 }
 
-static int write_all(int fd, const void *buf, size_t len)
-{
-    const char *p = (const char *)buf;
-    while (len > 0) {
-        ssize_t n = send(fd, p, len, MSG_NOSIGNAL);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return -1;
-        p += n;
-        len -= (size_t)n;
-    }
-    return 0;
-}
-
-static int read_all(int fd, void *buf, size_t len)
-{
-    char *p = (char *)buf;
-    while (len > 0) {
-        ssize_t n = recv(fd, p, len, 0);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return -1;
-        p += n;
-        len -= (size_t)n;
-    }
-    return 0;
-}
-
-// One frame: 4-byte big-endian length, JSON text. Null at end of stream.
+// One frame; an empty object for a text that is not JSON. Null at end of
+// stream.
 static json_object *read_frame(int fd)
 {
-    uint32_t be = 0;
-    if (read_all(fd, &be, sizeof be) != 0)
+    json_object *obj = nullptr;
+    if (ubus_frame_recv(fd, &obj) != 0)
         return nullptr;
-    uint32_t len = ntohl(be);
-    if (len > kMaxFrame)
-        return nullptr;
-    std::string body(len, '\0');
-    if (read_all(fd, body.data(), len) != 0)
-        return nullptr;
-    json_object *obj = json_tokener_parse(body.c_str());
     return obj ? obj : json_object_new_object();
-}
-
-static int write_frame(int fd, json_object *obj)
-{
-    std::string text = json_object_to_json_string_ext(obj, JSON_C_TO_STRING_PLAIN);
-    uint32_t be = htonl((uint32_t)text.size());
-    if (write_all(fd, &be, sizeof be) != 0)
-        return -1;
-    return write_all(fd, text.data(), text.size());
 }
 
 static json_object *get(json_object *obj, const char *key)
@@ -167,7 +122,7 @@ static void route_event(const char *type, json_object *msg)
     for (const auto &out : to) {
         std::lock_guard<std::mutex> lock(out->mu);
         if (out->fd >= 0)
-            write_frame(out->fd, ev.get()); // a listener gone is dropped when its thread ends
+            ubus_frame_send(out->fd, ev.get()); // a listener gone is dropped when its thread ends
     }
 }
 
@@ -222,7 +177,7 @@ static int serve_frame(hb_state *st, const std::shared_ptr<conn_out> &conn, json
         json_object_object_add(ans.get(), "status", json_object_new_int(1));
     }
     std::lock_guard<std::mutex> lock(conn->mu);
-    return write_frame(fd, ans.get());
+    return ubus_frame_send(fd, ans.get());
 }
 
 // Connection thread: requests are answered one at a time, in order.
