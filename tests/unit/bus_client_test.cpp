@@ -3,98 +3,21 @@
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 
-#include <cmath>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include "platform/trace.h"
 #include "platform/ubus_client.h"
 
-extern "C" {
-#include <libubox/blobmsg_json.h>
-#include <libubus.h>
-}
-
 #include "bus_test_root.h"
 
 namespace {
-
-struct reply_holder {
-    json_object *obj = nullptr;
-    ~reply_holder() { json_object_put(obj); }
-};
 
 std::string text_of(json_object *o)
 {
     return o ? json_object_to_json_string_ext(o, JSON_C_TO_STRING_PLAIN) : "null";
 }
 
-#ifdef DSD_REAL_BUS
-// A reply as the device's library hands it over: a blobmsg table. A peer on
-// that bus cannot send text that is not an object; what comes closest is a
-// member the JSON formatter prints as "inf", which json-c refuses.
-blob_attr *make_attr(const std::string &text)
-{
-    blob_buf b;
-    memset(&b, 0, sizeof b);
-    blob_buf_init(&b, 0);
-    if (!blobmsg_add_json_from_string(&b, text.c_str()))
-        blobmsg_add_double(&b, "raw", INFINITY);
-    auto *a = static_cast<blob_attr *>(malloc(blob_pad_len(b.head)));
-    memcpy(a, b.head, blob_pad_len(b.head));
-    blob_buf_free(&b);
-    return a;
-}
-#else
-// A blob attribute carrying text, as the host library hands replies over.
-blob_attr *make_attr(const std::string &text)
-{
-    size_t total = sizeof(blob_attr) + text.size() + 1;
-    auto *a = static_cast<blob_attr *>(malloc(total));
-    a->id_len = static_cast<uint32_t>(total);
-    memcpy(a->data, text.c_str(), text.size() + 1);
-    return a;
-}
-#endif
-
 } // namespace
-
-// Several replies and refused request messages through a broker are held
-// by the call tests below.
-TEST(BusReplyParse, CallbackKeepsLastParsedReplyAndNullsBadOnes)
-{
-    reply_holder out;
-    ubus_request req{};
-    req.priv = &out.obj;
-    blob_attr *good = make_attr(R"({"b":2})");
-    ubus_call_cb(&req, UBUS_MSG_DATA, good);
-    EXPECT_EQ(R"({"b":2})", text_of(out.obj));
-    free(good);
-
-    blob_attr *bad = make_attr("not json {");
-    ubus_call_cb(&req, UBUS_MSG_DATA, bad); // releases the earlier reply
-    EXPECT_EQ(nullptr, out.obj);
-    free(bad);
-
-#ifdef DSD_REAL_BUS
-    // The device's formatter makes text of every table (it fails only out of
-    // memory), so an empty reply exists only on the host library.
-    const std::initializer_list<const char *> replies = {nullptr, R"({"c":3})"};
-#else
-    const std::initializer_list<const char *> replies = {nullptr, "", R"({"c":3})"};
-#endif
-    for (const char *text : replies) {
-        blob_attr *a = text ? make_attr(text) : nullptr;
-        ubus_call_cb(&req, UBUS_MSG_DATA, a);
-        free(a);
-        if (text && *text) {
-            EXPECT_EQ(text, text_of(out.obj));
-        } else {
-            EXPECT_EQ(nullptr, out.obj) << (text ? "empty" : "null");
-        }
-    }
-}
 
 TEST(BusNoBroker, ConnectionFailuresAreReported)
 {

@@ -1,5 +1,5 @@
 // The record parser and writer on a socket pair: what each record leaves in
-// the context, which record decides the outcome, the buffer growth, and
+// the context, which record decides the outcome, and
 // answers that go out whole through short writes or fail on a closed peer.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -127,29 +127,6 @@ TEST_F(Records, ValueFailures)
     }
 }
 
-TEST_F(Records, LongRequestGrowsTheBufferAndItIsGivenBack)
-{
-    std::string req = R"({"method":"get"})";
-    req.append(262144 - req.size(), ' ');
-    ASSERT_EQ(parse(info(1, 3) + tlv(2, req)), 0);
-    EXPECT_EQ(ctx->buf_size, 262145u);
-    EXPECT_EQ(ctx->method, DS_METHOD_GET);
-    ds_context *grown = ctx;
-    context_free(ctx);
-    EXPECT_EQ(grown->buf, nullptr);
-    ctx = context_alloc();
-    ASSERT_EQ(ctx, grown); // first free in array order
-    EXPECT_EQ(ctx->buf_size, static_cast<uint32_t>(DS_BUF_SIZE));
-    // At 32768 bytes the preallocated buffer is used as it is.
-    std::string mid = R"({"method":"get"})";
-    mid.append(32768 - mid.size(), ' ');
-    ASSERT_EQ(parse(info(1, 3) + tlv(2, mid)), 0);
-    EXPECT_EQ(ctx->buf_size, static_cast<uint32_t>(DS_BUF_SIZE));
-}
-
-} // namespace
-
-namespace {
 
 class Dispatch : public ::testing::Test {
 protected:
@@ -192,9 +169,6 @@ TEST_F(Dispatch, NoFreeContextIsAnsweredAtOnce)
     EXPECT_EQ(context_free_count(), DS_CONTEXT_COUNT);
 }
 
-} // namespace
-
-namespace {
 
 struct Pair {
     int fd[2] = {-1, -1};

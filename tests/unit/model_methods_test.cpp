@@ -258,27 +258,24 @@ TEST_F(Methods, AddChecksNameRoomAndOptions)
     EXPECT_EQ(stored("fixture", "rule_7", "x"), "<none>");
     EXPECT_EQ(before_calls, 1);
     EXPECT_EQ(srv_calls, 1);
-    // Three rules now: the type is full.
-    EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"rule","name":"rule_3","para":{}}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40207);
-    EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"rule","name":"rule_1","para":{}}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40203);  // before the count
-    for (const char *bad : {"zone_1x", "zone1", "zone_", "rule_4", "zone_%d"}) {
-        std::string req = std::string(R"({"fixture":{"table":"zone","name":")") + bad +
-                          R"(","para":{}}})";
-        EXPECT_EQ(run(DS_METHOD_ADD, req.c_str()), -1) << bad;
-        EXPECT_EQ(ctx.error_code, -70204) << bad;
+    // Three rules now: the type is full; a taken name is refused before the count.
+    static const struct { const char *request; int32_t code; } rows[] = {
+        {.request = R"({"fixture":{"table":"rule","name":"rule_3","para":{}}})", .code = -40207},
+        {.request = R"({"fixture":{"table":"rule","name":"rule_1","para":{}}})", .code = -40203},
+        {.request = R"({"fixture":{"table":"zone","name":"zone_1x","para":{}}})", .code = -70204},
+        {.request = R"({"fixture":{"table":"zone","name":"zone_","para":{}}})", .code = -70204},
+        {.request = R"({"fixture":{"table":"zone","name":"rule_4","para":{}}})", .code = -70204},
+        {.request = R"({"fixture":{"table":"zone","name":"zone_%d","para":{}}})", .code = -70204},
+        {.request = R"({"fixture":{"table":"cam","name":"cam_1","para":{}}})", .code = -40106},
+        {.request = R"({"fixture":{"table":"zone","name":"zone_1"}})", .code = -40210},
+        {.request = R"({"fixture":{"table":"zone","name":1,"para":{}}})", .code = -40210},
+        {.request = R"({"fixture":{"table":"zone","name":"zone_1","para":"x"}})", .code = -40210},
+        {.request = R"({"nomod":{"table":"t","name":"t_1","para":{}}})", .code = -40101},
+    };
+    for (const auto &r : rows) {
+        EXPECT_EQ(run(DS_METHOD_ADD, r.request), -1) << r.request;
+        EXPECT_EQ(ctx.error_code, r.code) << r.request;
     }
-    EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"cam","name":"cam_1","para":{}}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40106);
-    EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"zone","name":"zone_1"}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40210);
-    EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"zone","name":1,"para":{}}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40210);
-    EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"zone","name":"zone_1","para":"x"}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40210);
-    EXPECT_EQ(run(DS_METHOD_ADD, R"({"nomod":{"table":"t","name":"t_1","para":{}}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40101);
     EXPECT_EQ(run(DS_METHOD_ADD, R"({"method":"add"})"), 0); // no module: nothing to do
     EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"zone","name":"zone_2","para":{}}})"), 0);
     EXPECT_EQ(section_exist(ctx.uci_ctx, "fixture", "zone_2"), 1);

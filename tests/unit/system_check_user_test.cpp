@@ -1,6 +1,6 @@
-// The "check_user" keyword on a clock the test moves. No bus runs here, so a
-// lock is answered with the reporting error -70101 and "time" 0: the lock
-// itself and the failed report are both visible.
+// The "check_user" keyword and the lock records under it, on a clock the test
+// moves. No bus runs here, so a lock is answered with the reporting error
+// -70101 and "time" 0: the lock itself and the failed report are both visible.
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 #include <uci.h>
@@ -158,6 +158,33 @@ TEST_F(CheckUser, UnknownUsersGroupsAndDisabledLocking)
     std::string cmd = "rm -f " + root + "/etc/config/user_management";
     ASSERT_EQ(system(cmd.c_str()), 0);
     EXPECT_FALSE(check("ops", "pw").members);
+}
+
+TEST_F(CheckUser, MalformedRecordsCountAsNone)
+{
+    int count = 0, code = 0;
+    ASSERT_EQ(system(("mkdir -p " + root + "/tmp/luci-pwderr").c_str()), 0);
+    std::ofstream(root + "/tmp/luci-pwderr/u2") << "garbage";
+    EXPECT_EQ(is_locked("u2", 3, &code), 0);
+    ASSERT_EQ(log_errinfo("u2", &count, 3), 0);
+    EXPECT_EQ(count, 1);
+    std::ofstream(root + "/tmp/luci-pwderr/u3") << "";
+    EXPECT_EQ(is_locked("u3", 0, &code), 0);
+}
+
+TEST_F(CheckUser, NamesThatCouldClimbStayInTheDirectory)
+{
+    int count = 0, code = 0;
+    ASSERT_EQ(system(("mkdir -p " + root + "/tmp/luci-pwderr").c_str()), 0);
+    for (const char *user : {"../../escape", ".", "..", "a/b"}) {
+        for (int i = 0; i < 2; i++)
+            ASSERT_EQ(log_errinfo(user, &count, 2), 0) << user;
+        EXPECT_EQ(count, 2);
+        EXPECT_NE(is_locked(user, 2, &code), 0) << user;
+    }
+    EXPECT_FALSE(std::ifstream(root + "/escape").good());
+    EXPECT_FALSE(std::ifstream(root + "/tmp/escape").good());
+    EXPECT_TRUE(std::ifstream(root + "/tmp/luci-pwderr/hex-2e2e2f2e2e2f657363617065").good());
 }
 
 } // namespace

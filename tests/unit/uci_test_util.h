@@ -8,6 +8,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "store/store.h"
 
@@ -63,4 +64,17 @@ inline int commit_in(uci_context *ctx, const char *pkg, bool light = false)
 {
     store_txn t(ctx);
     return store_txn_commit(&t, pkg, light);
+}
+
+// The items of the list option at tuple ("pkg.sec.opt"); none when it is
+// missing or not a list.
+inline std::vector<std::string> uci_list(uci_context *ctx, std::string tuple)
+{
+    uci_ptr ptr{};
+    std::vector<std::string> out;
+    if (uci_lookup_ptr(ctx, &ptr, tuple.data(), true) != UCI_OK || !ptr.o || ptr.o->type != UCI_TYPE_LIST)
+        return out;
+    uci_element *e;
+    uci_foreach_element(&ptr.o->v.list, e) out.emplace_back(e->name);
+    return out;
 }
