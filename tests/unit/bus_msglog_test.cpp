@@ -15,42 +15,22 @@
 #include "platform/trace.h"
 
 #include "bus_test_root.h"
+#include "harness/dsd_harness.h"
 
 namespace {
-
-struct record {
-    long main_type = -1, sub_type = -1;
-    bool null_text = false;
-    std::string text;
-};
 
 std::string records_path()
 {
     return test_root() + "/var/log/msglog/records";
 }
 
-std::vector<record> read_records()
+// Every record written so far (a line that is no JSON object is a failure).
+std::vector<dsd_answer> read_records()
 {
-    std::vector<record> out;
+    std::vector<dsd_answer> out;
     std::ifstream in(records_path());
-    std::string line;
-    while (std::getline(in, line)) {
-        json_object *o = json_tokener_parse(line.c_str());
-        if (!o)
-            continue;
-        json_object *m = nullptr, *s = nullptr, *t = nullptr;
-        json_object_object_get_ex(o, "main_type", &m);
-        json_object_object_get_ex(o, "sub_type", &s);
-        json_object_object_get_ex(o, "text", &t);
-        record r;
-        r.main_type = json_object_get_int64(m);
-        r.sub_type = json_object_get_int64(s);
-        r.null_text = t == nullptr;
-        if (t)
-            r.text = json_object_get_string(t);
-        out.push_back(r);
-        json_object_put(o);
-    }
+    for (std::string line; std::getline(in, line);)
+        out.emplace_back(line);
     return out;
 }
 
@@ -78,11 +58,11 @@ TEST_F(Msglog, TypeLimitsDifferBetweenEntryPoints)
     EXPECT_EQ(0, dsd_msglog_with_user(4, 0, nullptr, "admin"));
     auto recs = read_records();
     ASSERT_EQ(3u, recs.size());
-    EXPECT_EQ(5, recs[0].main_type);
-    EXPECT_EQ(28, recs[0].sub_type);
-    EXPECT_EQ("edge\r\n", recs[0].text);
-    EXPECT_EQ(3, recs[1].main_type);
-    EXPECT_EQ(33, recs[1].sub_type);
+    EXPECT_EQ(5, recs[0].num({"main_type"}));
+    EXPECT_EQ(28, recs[0].num({"sub_type"}));
+    EXPECT_EQ("edge\r\n", recs[0].str({"text"}));
+    EXPECT_EQ(3, recs[1].num({"main_type"}));
+    EXPECT_EQ(33, recs[1].num({"sub_type"}));
 }
 
 TEST_F(Msglog, NullTextWritesTwoRecords)
@@ -90,8 +70,8 @@ TEST_F(Msglog, NullTextWritesTwoRecords)
     EXPECT_EQ(0, dsd_msglog(3, 1, nullptr));
     auto recs = read_records();
     ASSERT_EQ(2u, recs.size());
-    EXPECT_TRUE(recs[0].null_text);
-    EXPECT_EQ("(null)\r\n", recs[1].text);
+    EXPECT_EQ(nullptr, recs[0].at({"text"}));
+    EXPECT_EQ("(null)\r\n", recs[1].str({"text"}));
 }
 
 TEST_F(Msglog, LongDetailIsCutTo1023Bytes)
@@ -102,9 +82,9 @@ TEST_F(Msglog, LongDetailIsCutTo1023Bytes)
     EXPECT_EQ(0, dsd_msglog(3, 1, text.c_str()));
     auto recs = read_records();
     ASSERT_EQ(2u, recs.size());
-    EXPECT_EQ(1023u, recs[0].text.size());
-    EXPECT_EQ(0u, recs[0].text.rfind("用户名: admin\r\nIP地址: ", 0));
-    EXPECT_EQ(1023u, recs[1].text.size());
+    EXPECT_EQ(1023u, recs[0].str({"text"}).size());
+    EXPECT_EQ(0u, recs[0].str({"text"}).rfind("用户名: admin\r\nIP地址: ", 0));
+    EXPECT_EQ(1023u, recs[1].str({"text"}).size());
 }
 
 TEST_F(Msglog, UserTemplatesCarryClientAddressFromSharedMemory)
@@ -124,8 +104,8 @@ TEST_F(Msglog, UserTemplatesCarryClientAddressFromSharedMemory)
     EXPECT_EQ(0, dsd_msglog_with_user(2, 1, nullptr, "guest"));
     auto recs = read_records();
     ASSERT_EQ(2u, recs.size());
-    EXPECT_EQ("用户名: admin\r\nIP地址: 192.168.1.23\r\n创建阵列\r\n", recs[0].text);
-    EXPECT_EQ("用户名: guest\r\nIP地址: 192.168.1.23\r\n", recs[1].text);
+    EXPECT_EQ("用户名: admin\r\nIP地址: 192.168.1.23\r\n创建阵列\r\n", recs[0].str({"text"}));
+    EXPECT_EQ("用户名: guest\r\nIP地址: 192.168.1.23\r\n", recs[1].str({"text"}));
 
     shmdt(block);
     shmctl(id, IPC_RMID, nullptr);

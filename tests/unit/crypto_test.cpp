@@ -5,13 +5,13 @@
 #include <cstdio>
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 
 #include "crypto/des.h"
 #include "crypto/md5.h"
-#include "../e2e/harness/scratch_dir.h"
+#include "harness/dsd_harness.h"
+#include "harness/scratch_dir.h"
 
 namespace {
 
@@ -76,12 +76,6 @@ TEST(Des, PublishedVectors)
     const uint8_t k2[8] = {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF};
     des_set_key(k2, &ks);
     EXPECT_EQ(des_encrypt_block(0x4E6F772069732074ull, &ks), 0x3FA40E8A984D4815ull);
-}
-
-std::string slurp(const char *path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 std::string hex_of(const std::string &bytes)

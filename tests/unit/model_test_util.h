@@ -8,10 +8,10 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <string>
 
-#include "../e2e/harness/scratch_dir.h"
+#include "harness/dsd_harness.h"
+#include "harness/scratch_dir.h"
 
 struct model_scratch_root {
     scratch_dir dir{"dsd-model"};
@@ -31,13 +31,7 @@ struct model_scratch_root {
         if (system(rm.c_str()) != 0)
             abort();
     }
-    std::string read(const std::string &pkg) const
-    {
-        std::ifstream in(conf(pkg), std::ios::binary);
-        std::stringstream ss;
-        ss << in.rdbuf();
-        return ss.str();
-    }
+    std::string read(const std::string &pkg) const { return slurp(conf(pkg)); }
 };
 
 struct jso_del {

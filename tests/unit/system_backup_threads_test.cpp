@@ -7,12 +7,12 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "../e2e/harness/scratch_dir.h"
+#include "harness/dsd_harness.h"
+#include "harness/scratch_dir.h"
 #include "core/context.h"
 #include "modules/system/backup.h"
 #include "platform/paths.h"
@@ -21,12 +21,6 @@
 namespace {
 
 std::string g_root;
-
-std::string slurp(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 // One keyword call on a context of its own, as a worker would make it.
 int call(int (*fn)(ds_context *, json_object *), const std::string &url)

@@ -6,10 +6,10 @@
 #include <cstdlib>
 #include <fstream>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "harness/dsd_harness.h"
 #include "store/store.h"
 
 struct uci_dirs {
@@ -41,13 +41,6 @@ struct uci_dirs {
     void write(const std::string &name, const std::string &text) const
     {
         std::ofstream(conf + "/" + name, std::ios::binary) << text;
-    }
-    static std::string slurp(const std::string &path)
-    {
-        std::ifstream in(path, std::ios::binary);
-        std::stringstream ss;
-        ss << in.rdbuf();
-        return ss.str();
     }
     std::string read(const std::string &name) const { return slurp(conf + "/" + name); }
     std::string changes(const std::string &name) const { return slurp(save + "/" + name); }
