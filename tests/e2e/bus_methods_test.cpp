@@ -22,11 +22,8 @@ std::string member_of(const std::string &response, const char *key)
     return v ? json_object_to_json_string_ext(v, JSON_C_TO_STRING_PLAIN) : "";
 }
 
-class BusMethods : public ::testing::Test {
+class BusMethods : public dsd_device {
 protected:
-    dsd_harness d;
-    bus_harness bus{d.root};
-
     void SetUp() override
     {
         // A hung peer costs 2 s instead of the default 30 s (with the host

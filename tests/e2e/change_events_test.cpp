@@ -25,13 +25,11 @@ std::string json_at(const dsd_answer &e, const char *key)
     return v ? json_object_to_json_string_ext(v, JSON_C_TO_STRING_PLAIN) : "<absent>";
 }
 
-class ChangeEvents : public ::testing::Test {
+class ChangeEvents : public dsd_device {
 protected:
     void SetUp() override
     {
-        ASSERT_TRUE(d.make_config(2));
-        ASSERT_TRUE(bus.start());
-        ASSERT_TRUE(d.start()) << d.log();
+        boot(2, "{}");
         ASSERT_TRUE(start_watch());
     }
     void TearDown() override
@@ -88,8 +86,6 @@ protected:
         }
         return events();
     }
-    dsd_harness d;
-    bus_harness bus{d.root};
     pid_t watch_pid = -1;
 };
 

@@ -152,17 +152,15 @@ TEST_F(Upgrade, CameraKeywordsPassTheCamerasAnswerOn)
 
 // The keywords of the camera updater service go to its bus object with
 // their own fields.
-TEST(ChmUpdater, KeywordsReachTheUpdaterService)
+using ChmUpdater = dsd_device;
+
+TEST_F(ChmUpdater, KeywordsReachTheUpdaterService)
 {
-    dsd_harness d;
-    bus_harness bus{d.root};
-    ASSERT_TRUE(d.make_config(2));
-    ASSERT_TRUE(bus.start(R"({"objects":{"ipc_update":{"methods":{)"
+    boot(2, R"({"objects":{"ipc_update":{"methods":{)"
                           R"("online_update_ipc":{"reply":{"error_code":0}},)"
                           R"("local_update_ipc":{"reply":{"ok":1}},)"
                           R"("ipc_update_exit":{"reply":{"exit_flag":0}},)"
-                          R"("get_update_status":{"reply":{"progress":40}}}}}})"));
-    ASSERT_TRUE(d.start()) << d.log();
+         R"("get_update_status":{"reply":{"progress":40}}}}}})");
     auto code = [&](const std::string &k, const std::string &arg) {
         return d.ask(R"({"method":"do","chm":{")" + k + R"(":)" + arg + "}}").code();
     };

@@ -134,14 +134,8 @@ bool closed_by_daemon(int fd, int timeout_ms)
     return false;
 }
 
-class HostileClients : public ::testing::TestWithParam<std::tuple<hostile, int>> {
-protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(d.make_config(2));
-        ASSERT_TRUE(d.start({})) << d.log();
-    }
-    dsd_harness d;
+struct HostileClients : dsd_device, ::testing::WithParamInterface<std::tuple<hostile, int>> {
+    void SetUp() override { boot(2, nullptr, {}, {}); }
 };
 
 TEST_P(HostileClients, WellBehavedClientIsAnsweredInTime)
@@ -189,11 +183,11 @@ double cpu_seconds(pid_t pid)
     return static_cast<double>(utime + stime) / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
-TEST(HostileDescriptors, AcceptBacksOffAndServesAgain)
+using HostileDescriptors = dsd_device;
+
+TEST_F(HostileDescriptors, AcceptBacksOffAndServesAgain)
 {
-    dsd_harness d;
-    ASSERT_TRUE(d.make_config(2));
-    ASSERT_TRUE(d.start({})) << d.log();
+    boot(2, nullptr, {}, {});
     ASSERT_EQ(d.code(kGet), 0);
     int open = d.open_fds();
     ASSERT_GT(open, 0);

@@ -23,16 +23,13 @@ const char kAccounts[] = "\nconfig root 'root'\n\toption username 'admin'\n\topt
                          "\nconfig guest 'guest_1'\n\toption username 'view'\n\toption passwd 'pw-view'\n"
                          "\toption gesture_passwd '3690'\n";
 
-class HostileLogin : public ::testing::Test {
+class HostileLogin : public dsd_device {
 protected:
     void SetUp() override
     {
-        ASSERT_TRUE(d.make_config(2));
-        d.write_package("user_management", kAccounts);
-        d.write_package("unusual_detection", "\nconfig login_error 'login_error'\n\toption max_times '3'\n"
-                                             "\toption enabled 'on'\n");
-        ASSERT_TRUE(bus.start(R"({"objects":{"record":{"methods":{"login_error":{"reply":{"result":0}}}}}})"));
-        ASSERT_TRUE(d.start()) << d.log();
+        boot(2, R"({"objects":{"record":{"methods":{"login_error":{"reply":{"result":0}}}}}})",
+             {{"user_management", kAccounts},
+              {"unusual_detection", "\nconfig login_error 'login_error'\n\toption max_times '3'\n\toption enabled 'on'\n"}});
     }
     // The lock-relevant answer of each password-checking keyword: the
     // "real_error_code" member for check_user and the gesture check, the
@@ -66,8 +63,6 @@ protected:
             return [this](const std::string &u, const std::string &p) { return change(u, p); };
         }
     }
-    dsd_harness d;
-    bus_harness bus{d.root};
 };
 
 TEST_F(HostileLogin, EveryPasswordCheckCountsTowardTheOneLock)

@@ -15,13 +15,9 @@
 
 namespace {
 
-class ModelE2E : public ::testing::Test {
+class ModelE2E : public dsd_device {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(d.make_config(16));
-        ASSERT_TRUE(d.start()) << d.log();
-    }
+    void SetUp() override { boot(16); }
     dsd_answer md(const std::string &what) const
     {
         return d.ask(R"({"method":"get","motion_detection":)" + what + "}");
@@ -33,7 +29,6 @@ protected:
         json_object *arr = res.at({"motion_detection", type});
         return arr && json_object_is_type(arr, json_type_array) ? json_object_array_length(arr) : 0;
     }
-    dsd_harness d;
 };
 
 TEST_F(ModelE2E, ConcurrentDeletesAcrossChannelsAllLand)

@@ -34,13 +34,9 @@ std::string option(const dsd_harness &d, const std::string &module, const std::s
         .str({module.c_str(), section.c_str(), opt});
 }
 
-class ReadCache : public ::testing::Test {
+class ReadCache : public dsd_device {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(d.make_config(4));
-        ASSERT_TRUE(d.start()) << d.log();
-    }
+    void SetUp() override { boot(4); }
     std::string mtu() const { return option(d, "protocol", "wan", "mtu"); }
     std::string motion(const char *opt) const { return option(d, "motion_detection", "chn1_motion_det", opt); }
     std::string protocol_with_mtu(const std::string &value) const
@@ -51,7 +47,6 @@ protected:
         size_t end = text.find('\'', at + 12);
         return text.substr(0, at + 12) + value + text.substr(end);
     }
-    dsd_harness d;
 };
 
 TEST_F(ReadCache, OtherWritersAndRestoreAreSeenByTheNextGet)

@@ -68,14 +68,9 @@ const row kRows[] = {
     {"face_comparison", "chn2_group_info_black_2", "sound_alarm_enabled", ENUM, 0, 0, {"on", "off"}, -40209},
 };
 
-class ModelRows : public ::testing::Test {
+class ModelRows : public dsd_device {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(d.make_config(kChannels));
-        ASSERT_TRUE(bus.start("{}"));
-        ASSERT_TRUE(d.start()) << d.log();
-    }
+    void SetUp() override { boot(kChannels, "{}"); }
     // The set's error code; `value` is JSON text.
     int set(const row &r, const std::string &value) const
     {
@@ -104,8 +99,6 @@ protected:
         EXPECT_EQ(r.code, set(r, json_value)) << json_value;
         EXPECT_EQ(before, stored(r)) << json_value;
     }
-    dsd_harness d;
-    bus_harness bus{d.root};
 };
 
 std::string quoted(const std::string &s)

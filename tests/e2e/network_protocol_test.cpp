@@ -19,14 +19,12 @@ const char *const WAN_UP =
     R"({"up":true,"proto":"dhcp","ipv4-address":[{"address":"172.16.5.20","mask":24}],)"
     R"("route":[{"target":"0.0.0.0","mask":0,"nexthop":"172.16.5.1"}]}}}}}})";
 
-class NetworkE2E : public ::testing::Test {
+class NetworkE2E : public dsd_device {
 protected:
     void SetUp() override
     {
-        ASSERT_TRUE(d.make_config(4));
         write_network_stand_ins(d.root);
-        ASSERT_TRUE(bus.start(WAN_UP));
-        ASSERT_TRUE(d.start()) << d.log();
+        boot(4, WAN_UP);
     }
     int set(const std::string &modules) const
     {
@@ -35,8 +33,6 @@ protected:
     std::multiset<std::string> calls() const { return network_calls(d.root); }
     void clear_calls() const { unlink(d.path("/calls.log").c_str()); }
     std::string pkg(const char *name) const { return slurp(d.path("/etc/config/") + name); }
-    dsd_harness d;
-    bus_harness bus{d.root};
 };
 
 TEST_F(NetworkE2E, PppoeToDhcpDisconnects)

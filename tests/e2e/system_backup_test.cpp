@@ -12,15 +12,10 @@ namespace {
 
 const char kKey[] = "mqwer#!^$KLPZ392";
 
-class Backup : public ::testing::Test {
+class Backup : public dsd_device {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(d.make_config(2));
-        ASSERT_TRUE(d.start()) << d.log();
-    }
+    void SetUp() override { boot(2); }
     int upload(const std::string &url) const { return d.restore_from(url); }
-    dsd_harness d;
 };
 
 // A package as hands and tools leave it (comments, both quoting styles, an

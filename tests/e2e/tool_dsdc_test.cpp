@@ -12,22 +12,15 @@
 
 namespace {
 
-class ToolDsdc : public ::testing::Test {
+class ToolDsdc : public dsd_device {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(d.make_config(2));
-        ASSERT_TRUE(bus.start());
-        ASSERT_TRUE(d.start()) << d.log();
-    }
+    void SetUp() override { boot(2, "{}"); }
     dsd_run dsdc(const std::string &words) const { return d.dsdc(words); }
     // The request dsd logged (its -d trace), as sent.
     bool received(const std::string &request) const
     {
         return d.wait_log("Request: " + request + ".", 1, 5000 * harness_slowdown()) >= 1;
     }
-    dsd_harness d;
-    bus_harness bus{d.root};
 };
 
 TEST_F(ToolDsdc, CommandsSendTheirRequestAndExitByErrorCode)

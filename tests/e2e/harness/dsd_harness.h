@@ -18,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include "client/dsd_client.h"
+#include "harness/bus_harness.h"
 #include "harness/exec_wrapper.h"
 #include "harness/tlv.h"
 
@@ -196,3 +197,24 @@ struct dsd_answer {
 // The same without recording a failure, for answers that may legitimately
 // be missing (a daemon killed under the request): kNoErrorCode when absent.
 int error_code_or_none(const std::string &response);
+
+// The usual test device: `channels` channels written by mkconfig, then the
+// packages given (name, text) over them, hostbus running `scenario` (none
+// when null), dsd started with `args`.
+struct dsd_device : ::testing::Test {
+    dsd_harness d;
+    bus_harness bus{d.root};
+
+    void boot(int channels, const char *scenario = nullptr,
+              std::initializer_list<std::pair<const char *, std::string>> packages = {},
+              const std::vector<std::string> &args = {"-d"})
+    {
+        ASSERT_TRUE(d.make_config(channels));
+        for (const auto &[name, text] : packages)
+            d.write_package(name, text);
+        if (scenario) {
+            ASSERT_TRUE(bus.start(scenario));
+        }
+        ASSERT_TRUE(d.start(args)) << d.log();
+    }
+};
