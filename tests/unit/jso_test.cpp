@@ -63,20 +63,6 @@ TEST(UrlCoding, ObjectCodingTouchesEveryStringValueButNoKey)
     EXPECT_EQ(jso_obj_url_coding(bad.get(), 7), -1);
 }
 
-TEST(Accessors, TypesAreCheckedNotCoerced)
-{
-    Jso obj(jso_from_string(R"({"s": "12", "i": 12, "o": {}})"));
-    ASSERT_TRUE(obj);
-    int32_t v = 0;
-    EXPECT_EQ(jso_obj_get_int(obj.get(), "s", &v), -1);
-    EXPECT_EQ(jso_obj_get_int(obj.get(), "missing", &v), -1);
-    EXPECT_EQ(jso_obj_get_string_origin(obj.get(), "i"), nullptr);
-    EXPECT_EQ(jso_obj_get(jso_obj_get(obj.get(), "s"), "x"), nullptr);
-    EXPECT_TRUE(jso_is_obj(jso_obj_get(obj.get(), "o")));
-    EXPECT_EQ(jso_from_string("{\"a\":"), nullptr);
-    EXPECT_EQ(jso_from_string(nullptr), nullptr);
-}
-
 TEST(Accessors, IntsBecomeDecimalStringsAtAnyDepthAndWidth)
 {
     Jso obj(jso_from_string(R"({"a": -7, "b": "x", "c": [1, "2", 3], "w": 4294967297,)"

@@ -91,30 +91,13 @@ struct Methods : testing::Test {
         scratch.write("chfix", base_pkg);
         srv_calls = before_calls = before_result = hook_calls = 0;
         ctx.fd = 0;
-        ctx.error_code = -40101;
-        ctx.uci_ctx = dsd_uci_alloc();
     }
     void TearDown() override
     {
-        json_object_put(ctx.req_obj);
-        json_object_put(ctx.res_obj);
-        uci_free_context(ctx.uci_ctx);
+        release_context(&ctx);
         model_destory(root);
     }
-    int run(int method, const char *request)
-    {
-        json_object_put(ctx.req_obj);
-        json_object_put(ctx.res_obj);
-        ctx.res_obj = nullptr;
-        ctx.req_obj = json_tokener_parse(request);
-        EXPECT_NE(ctx.req_obj, nullptr) << request;
-        ctx.method = static_cast<uint8_t>(method);
-        // A fresh uci context per request, as the context pool provides.
-        uci_free_context(ctx.uci_ctx);
-        ctx.uci_ctx = dsd_uci_alloc();
-        ctx.error_code = ds_serve(&ctx);
-        return ctx.error_code == 0 ? 0 : -1;
-    }
+    int run(int method, const char *request) { return serve_request(&ctx, method, request); }
     // The response as a client parses it (sections served from the read
     // cache are pre-serialised text), printed compactly.
     std::string res() const
@@ -125,14 +108,6 @@ struct Methods : testing::Test {
         std::string out = json_object_to_json_string_ext(parsed, JSON_C_TO_STRING_PLAIN);
         json_object_put(parsed);
         return out;
-    }
-    // What a fresh reader sees, for one option.
-    std::string stored(const char *pkg, const char *sec, const char *opt) const
-    {
-        char *v = get_opt_value_dup(pkg, sec, opt);
-        std::string s = v ? v : "<none>";
-        free(v);
-        return s;
     }
 };
 

@@ -1,4 +1,4 @@
-// Registry: list building, duplicate refusal, lookups by kind, section type
+// Registry: list building, duplicate refusal, section type
 // resolution (substring first, then the stored type), run-time rows, and
 // mkconfig against the registry: on a fresh root every registered named
 // section of every module with a package is there to read.
@@ -42,10 +42,6 @@ ds_sec demo_secs[] = {
      .beforesavecb = nullptr, .srvcb = count_cb, .dynamic = nullptr},
     {},
 };
-const ds_action demo_actions[] = {
-    {.keyword = "reboot", .fn = nullptr},
-    {},
-};
 
 ds_module make(const char *name)
 {
@@ -70,21 +66,6 @@ TEST(Registry, AddKeepsOrderAndRefusesDuplicates)
     EXPECT_EQ(get_module_node(root, "c"), nullptr);
     EXPECT_EQ(model_destory(root), 0);
     EXPECT_EQ(add_module_node(&a), -1);  // no root any more
-}
-
-TEST(Registry, NodeKinds)
-{
-    ds_module m = make("m");
-    EXPECT_EQ(get_ds_node(&m, "main", DS_NODE_SECTION), &demo_secs[0]);
-    EXPECT_EQ(get_ds_node(&m, "zone", DS_NODE_SEC_TYPE), &demo_types[2]);
-    EXPECT_EQ(get_ds_node(&m, "zone", DS_NODE_SECTION), nullptr);
-    EXPECT_EQ(get_ds_node(&m, "reboot", DS_NODE_ACTION), nullptr);  // no action table
-    m.actions = demo_actions;
-    EXPECT_EQ(get_ds_node(&m, "reboot", DS_NODE_ACTION), &demo_actions[0]);
-    EXPECT_EQ(get_ds_node(&m, "reboo", DS_NODE_ACTION), nullptr);
-    EXPECT_EQ(get_filter_node(&demo_secs[0], "enabled"), &demo_opts[0]);
-    EXPECT_EQ(get_filter_node(&demo_secs[0], "enable"), nullptr);
-    EXPECT_EQ(get_filter_node(&demo_types[0], "enabled"), nullptr);  // no options
 }
 
 TEST(Registry, SecTypeSubstringFirstThenStoredType)
@@ -153,15 +134,11 @@ TEST(Registry, LargeTablesLookUpThroughTheIndex)
 
 TEST(Registry, ChannelAmountClamped)
 {
-    EXPECT_EQ(model_channel_amount(), 128);  // absent
-    scratch.write("basic_info", "config basic_info 'basic_info'\n\toption chan_amount '16'\n");
-    EXPECT_EQ(model_channel_amount(), 16);
-    scratch.write("basic_info", "config basic_info 'basic_info'\n\toption chan_amount '500'\n");
-    EXPECT_EQ(model_channel_amount(), 128);
-    scratch.write("basic_info", "config basic_info 'basic_info'\n\toption chan_amount '0'\n");
-    EXPECT_EQ(model_channel_amount(), 1);
-    scratch.write("basic_info", "config basic_info 'basic_info'\n\toption chan_amount 'x'\n");
-    EXPECT_EQ(model_channel_amount(), 128);
+    EXPECT_EQ(model_channel_amount(), 128); // absent
+    for (const auto &[value, want] : {std::pair{"16", 16}, {"500", 128}, {"0", 1}, {"x", 128}}) {
+        scratch.write("basic_info", std::string("config basic_info 'basic_info'\n\toption chan_amount '") + value + "'\n");
+        EXPECT_EQ(model_channel_amount(), want) << value;
+    }
 }
 
 TEST(Mkconfig, EveryRegisteredNamedSectionIsStored)

@@ -100,10 +100,7 @@ struct Protocol : testing::Test {
     }
     void TearDown() override
     {
-        json_object_put(ctx.req_obj);
-        json_object_put(ctx.res_obj);
-        if (ctx.uci_ctx) // the device's uci_free_context does not take null
-            uci_free_context(ctx.uci_ctx);
+        release_context(&ctx);
         model_destory(root);
     }
     static std::string log_path() { return scratch.root + "/calls.log"; }
@@ -122,28 +119,8 @@ struct Protocol : testing::Test {
             text += "\toption type '" + type + "'\n";
         scratch.write("network", text);
     }
-    // One request as a worker runs it: fresh uci context.
-    int set(const char *request)
-    {
-        json_object_put(ctx.req_obj);
-        ctx.req_obj = json_tokener_parse(request);
-        EXPECT_NE(ctx.req_obj, nullptr) << request;
-        ctx.method = DS_METHOD_SET;
-        ctx.error_code = -40101;
-        if (ctx.uci_ctx)
-            uci_free_context(ctx.uci_ctx);
-        ctx.uci_ctx = dsd_uci_alloc();
-        ctx.error_code = ds_serve(&ctx);
-        return ctx.error_code == 0 ? 0 : -1;
-    }
+    int set(const char *request) { return serve_request(&ctx, DS_METHOD_SET, request); }
     std::multiset<std::string> calls() const { return network_calls(scratch.root); }
-    std::string stored(const char *pkg, const char *sec, const char *opt) const
-    {
-        char *v = get_opt_value_dup(pkg, sec, opt);
-        std::string s = v ? v : "<none>";
-        free(v);
-        return s;
-    }
     bool conflict_flag() const { return access((scratch.root + "/tmp/ip_conflict").c_str(), F_OK) == 0; }
 };
 

@@ -1,6 +1,5 @@
 #include "../e2e/harness/scratch_dir.h"
 #include "platform/safe_file.h"
-#include "platform/shell.h"
 #include "platform/trace_mask.h"
 
 #include <fcntl.h>
@@ -12,21 +11,6 @@
 #include <cstdio>
 #include <fstream>
 #include <string>
-
-namespace {
-
-TEST(Shell, QuotedValuesStayOneWordWithNoEffect)
-{
-    const char *payloads[] = {"a'b", "$(touch /tmp/x)", "`id`", "; id", "| id", "&& id", "a\nb", ""};
-    for (const char *p : payloads) {
-        std::string cmd = "test \"$(printf '%s' " + shell_quote(p) + ")\" = " + shell_quote(p);
-        EXPECT_EQ(shell_run(cmd), 0) << p;
-    }
-    EXPECT_EQ(shell_quote("it's"), "'it'\\''s'");
-    EXPECT_EQ(shell_run("exit 3"), 3);
-}
-
-}  // namespace
 
 // Secrets in every form a request, a bus message or a camera URL can take
 // them; nothing else changes.

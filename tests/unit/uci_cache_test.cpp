@@ -16,39 +16,16 @@
 #include <vector>
 
 #include "store/store.h"
+#include "model_test_util.h"
 #include "uci_test_util.h"
 
 namespace {
 
-const std::string &test_root(void);
-
-void remove_root(void)
-{
-    std::string cmd = "rm -rf " + test_root();
-    if (system(cmd.c_str()) != 0)
-        fprintf(stderr, "cannot remove %s\n", test_root().c_str());
-}
-
-// The process reads DSD_ROOT once, so every test shares one root. The name
-// is never freed: remove_root runs after static destructors.
-const std::string &test_root(void)
-{
-    static const std::string &root = *new std::string([] {
-        char tmpl[] = "/tmp/dsd-cache-XXXXXX";
-        std::string r = mkdtemp(tmpl);
-        std::string cmd = "mkdir -p " + r + "/etc/config " + r + "/tmp/.uci";
-        if (system(cmd.c_str()) != 0)
-            abort();
-        setenv("DSD_ROOT", r.c_str(), 1);
-        atexit(remove_root);
-        return r;
-    }());
-    return root;
-}
+model_scratch_root scratch;
 
 void write_package(const std::string &name, const std::string &text)
 {
-    std::ofstream(test_root() + "/etc/config/" + name, std::ios::binary) << text;
+    scratch.write(name, text);
 }
 
 std::string text_of(json_object *obj)
@@ -171,7 +148,7 @@ TEST(UciView, AgreesWithAFreshParseAfterEveryKindOfChange)
     ASSERT_EQ(uci_set(other.get(), &ptr), UCI_OK);
     ASSERT_EQ(uci_save(other.get(), ptr.p), UCI_OK);
     expect_views_agree("forms", "foreign change");
-    std::ofstream(test_root() + "/etc/config/forms", std::ios::app) << "config a 'edited'\n";
+    std::ofstream(scratch.conf("forms"), std::ios::app) << "config a 'edited'\n";
     expect_views_agree("forms", "file edited");
     EXPECT_FALSE(store_view(nullptr, "no_such_package"));
     EXPECT_FALSE(store_view(nullptr, "../etc/config/forms"));
