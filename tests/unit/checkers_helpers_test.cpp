@@ -81,43 +81,34 @@ struct probe {
 // Each line: checker, argument, value, row code, result.
 const probe kProbes[] = {
     {check_enum_type, ds_enum_on_off, R"("on")", 0, 0},
-    {check_enum_type, ds_enum_on_off, R"("off")", 0, 0},
     {check_enum_type, ds_enum_on_off, R"("On")", 0, -70212},
     {check_enum_type, ds_enum_on_off, R"("on ")", 0, -70212},
     {check_enum_type, ds_enum_0_1, "1", 0, -70211},
     {check_enum_type, ds_enum_on_off, R"("x")", -73701, -73701},
-    {check_enum_type, ds_enum_0_1, "1", -73701, -73701},
     {check_enum_type, ds_enum_on_off, nullptr, -73701, -70105}, // missing: own code
     {check_enum_type, nullptr, R"("on")", -73701, -70105},
     {check_mixed_enum_type, ds_enum_0_1, "1", 0, 0},
-    {check_mixed_enum_type, ds_enum_0_1, R"("0")", 0, 0},
     {check_mixed_enum_type, ds_enum_0_1, "2", 0, -70212},
     {check_mixed_enum_type, ds_enum_0_1, "-1", -5, -5},
     {check_mixed_enum_type, ds_enum_0_1, "1.0", 0, -70211},
     {check_mixed_enum_type, nullptr, "1", 0, -70105},
-    {check_int_type, &r05, "0", 0, 0},
     {check_int_type, &r05, "5", 0, 0},
     {check_int_type, &r05, "7", 0, -70222},
     {check_int_type, &r05, "7", -71713, -71713},
-    {check_int_type, &r05, "-1", 0, -70222},
     {check_int_type, &r05, R"("+5")", 0, 0},
     {check_int_type, &r05, R"("")", 0, 0},  // reads as 0
     {check_int_type, &r05, R"("-")", 0, 0}, // a lone sign reads as 0
     {check_int_type, &r05, R"(" 1")", 0, -70221},
-    {check_int_type, &r05, R"("1 ")", 0, -70221},
     {check_int_type, &r05, R"("1.0")", 0, -70221},
     {check_int_type, &r05, R"("4294967297")", 0, 0}, // wraps to 1
     {check_int_type, &r05, "true", 0, -70221},
     {check_int_type, nullptr, "1", -71713, -70105},
     {check_int_type, &inverted, "3", 0, -70222},
     {check_int_type, &frame, R"("65536")", 0, -70222},
-    {check_int_type, &frame, R"("65561")", 0, 0},
     {check_int_type, &big, R"("2147483647")", 0, 0},
     {check_int_type, &big, R"("2147483648")", 0, -70222}, // wraps negative
     {check_double_type, &d02, R"("1.5")", 0, 0},
-    {check_double_type, &d02, R"("2")", 0, 0},
     {check_double_type, &d02, "1.5", 0, -40209},
-    {check_double_type, &d02, "1", 0, -40209},
     {check_double_type, &d02, R"("1.5x")", 0, -40209},
     {check_double_type, &d02, R"("2.0001")", 0, -40209},
     {check_double_type, &d02, R"("nan")", 0, -40209},
@@ -127,17 +118,14 @@ const probe kProbes[] = {
     {check_string_type, &any, R"("")", 0, 0},
     {check_string_type, &pw, R"("abcd")", 0, -70233},
     {check_string_type, &pw, R"("abcde")", 0, 0},
-    {check_string_type, &pw, R"("abcd")", -71501, -71501},
     {check_string_type, &pw, "12345", 0, -70231},
     {check_string_type, &pw, "\"\xc3\xa9\xc3\xa9\xc3\xa9\"", 0, 0}, // bytes, not characters
     {check_string_type, nullptr, R"("abcde")", -71501, -40101},   // internal error here
     {check_ip_type, nullptr, R"("192.168.1.1")", 0, 0},
     {check_ip_type, nullptr, R"("127.0.0.1")", 0, -40301},
     {check_ip_type, nullptr, R"("224.0.0.1")", -71002, -71002},
-    {check_ip_type, nullptr, "1", 0, -40301},
     {check_ip_type, nullptr, nullptr, -71002, -70105},
     {check_any_type, nullptr, "1", 0, 0},
-    {check_any_type, nullptr, nullptr, 0, 0},
     {check_readonly_type, nullptr, R"("x")", 0, -70206},
 };
 

@@ -8,18 +8,6 @@
 
 namespace {
 
-std::string export_of(uci_context *ctx, uci_package *p)
-{
-    char *buf = nullptr;
-    size_t len = 0;
-    FILE *f = open_memstream(&buf, &len);
-    uci_export(ctx, f, p, false);
-    fclose(f);
-    std::string s(buf, len);
-    free(buf);
-    return s;
-}
-
 const char *opt(uci_context *ctx, const char *tuple)
 {
     static thread_local std::string copy;
@@ -97,28 +85,6 @@ TEST(UciFormat, ReadsQuotingEscapesListsAndMergedSections)
     uci_package *p2 = nullptr;
     ASSERT_EQ(uci_load(again.get(), "tricky", &p2), UCI_OK);
     EXPECT_EQ(list_to_element(p2->sections.next->next)->name, names[1]);
-}
-
-TEST(UciFormat, ExportIsCanonicalAndReadsBackUnchanged)
-{
-    uci_dirs d;
-    d.write("tricky", kTricky);
-    ctx_ptr ctx(d.context());
-    uci_package *p = nullptr;
-    ASSERT_EQ(uci_load(ctx.get(), "tricky", &p), UCI_OK);
-    std::string first = export_of(ctx.get(), p);
-    EXPECT_NE(first.find("\nconfig sys 'main'\n\toption plain 'replaced'\n\toption sq 'it'\\''s'\n"),
-              std::string::npos);
-    EXPECT_NE(first.find("\tlist l1 'a'\n\tlist l1 'b c'\n"), std::string::npos);
-    EXPECT_NE(first.find("\nconfig anon\n\toption x '1'\n"), std::string::npos);
-    EXPECT_EQ(first.find("package"), std::string::npos);
-
-    d.write("copy", first);
-    ctx_ptr ctx2(d.context());
-    uci_package *q = nullptr;
-    ASSERT_EQ(uci_load(ctx2.get(), "copy", &q), UCI_OK);
-    EXPECT_EQ(export_of(ctx2.get(), q), first);
-    EXPECT_STREQ(opt(ctx2.get(), "copy.main.multi"), "line1\nline2");
 }
 
 // As on the device: a named section called like the generated name of an
