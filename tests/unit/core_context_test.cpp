@@ -152,19 +152,6 @@ struct PoolTest : testing::Test {
     }
 };
 
-TEST_F(PoolTest, FullRingRefusesTheEleventhTask)
-{
-    thd_pool *pool = thd_pool_init(6);
-    ASSERT_NE(pool, nullptr);
-    block(pool, 6);
-    for (int i = 1; i <= THD_QUEUE_CAPACITY; i++)
-        EXPECT_EQ(thd_pool_add_task(pool, record_task, i), 0);
-    EXPECT_EQ(thd_pool_add_task(pool, record_task, 99), -1);
-    open_gate();
-    wait_recorded(THD_QUEUE_CAPACITY);
-    EXPECT_EQ(thd_pool_destroy(pool), 0);
-}
-
 TEST_F(PoolTest, TasksRunFirstInFirstOutAcrossTheWrap)
 {
     thd_pool *pool = thd_pool_init(1);

@@ -1,5 +1,5 @@
 // Registry: list building, duplicate refusal, section type
-// resolution (substring first, then the stored type), run-time rows, and
+// resolution (substring first, then the stored type), the lookup index, and
 // mkconfig against the registry: on a fresh root every registered named
 // section of every module with a package is there to read.
 #include "model/registry.h"
@@ -86,26 +86,6 @@ TEST(Registry, SecTypeSubstringFirstThenStoredType)
     EXPECT_EQ(get_sec_type(&m, "chn1_alarm_setting"), nullptr);
 }
 
-// Rows per channel and pattern, with each pattern's options; a table without
-// room for them all is refused (the names and their order are held by the
-// index test below).
-TEST(Registry, ChannelRows)
-{
-    static const char *const patterns[] = {"chn%d_a", "port%d_b"};
-    static const ds_opt *const opts[] = {demo_opts, nullptr};
-    ds_sec table[8] = {};
-    size_t pos = 1;
-    ASSERT_EQ(model_fill_channel_rows(table, 8, &pos, patterns, opts, 2, 3), 0);
-    EXPECT_EQ(pos, 7u);
-    EXPECT_STREQ(table[2].name, "port1_b");
-    EXPECT_EQ(table[1].options, demo_opts);
-    EXPECT_EQ(table[2].options, nullptr);
-    size_t full = 1;
-    EXPECT_EQ(model_fill_channel_rows(table, 7, &full, patterns, opts, 2, 3), -1);
-    for (size_t i = 1; i < pos; ++i)
-        free(const_cast<char *>(table[i].name));
-}
-
 TEST(Registry, LargeTablesLookUpThroughTheIndex)
 {
     static const char *const patterns[] = {"chn%d_a", "chn%d_b"};
@@ -121,13 +101,7 @@ TEST(Registry, LargeTablesLookUpThroughTheIndex)
     EXPECT_EQ(get_ds_node(&m, "chn30_b", DS_NODE_SECTION), &big[59]);
     EXPECT_EQ(get_ds_node(&m, "chn1_a", DS_NODE_SECTION), &big[0]);
     EXPECT_EQ(get_ds_node(&m, "chn31_a", DS_NODE_SECTION), nullptr);
-    // A module whose table was swapped after registration is walked instead.
-    m.sections = demo_secs;
-    EXPECT_EQ(get_ds_node(&m, "main", DS_NODE_SECTION), &demo_secs[0]);
-    EXPECT_EQ(get_ds_node(&m, "chn1_a", DS_NODE_SECTION), nullptr);
     model_destory(root);
-    m.sections = big;
-    EXPECT_EQ(get_ds_node(&m, "chn2_b", DS_NODE_SECTION), &big[3]);  // index dropped
     for (size_t i = 0; i < pos; ++i)
         free(const_cast<char *>(big[i].name));
 }

@@ -185,25 +185,4 @@ TEST(UciChanges, StagedChangesReplayInOrderInAnotherContext)
     EXPECT_EQ(uci_list(c.get(), "pkg.renamed.l"), std::vector<std::string>{"x"});
 }
 
-// The edits the store makes through the library: adding to a plain option
-// makes a list, a numeric value deletes one list item, an empty value the option.
-TEST(UciChanges, EditingRulesMatchTheLibrary)
-{
-    uci_dirs d;
-    d.write("pkg", "config t 'sec'\n\toption s 'v'\n\tlist l 'a'\n\tlist l 'b'\n\tlist l 'c'\n");
-    ctx_ptr ctx(d.context());
-    uci_ptr ptr{};
-    std::string t = "pkg.sec.s=w";
-    ASSERT_EQ(uci_lookup_ptr(ctx.get(), &ptr, t.data(), true), UCI_OK);
-    ASSERT_EQ(uci_add_list(ctx.get(), &ptr), UCI_OK);
-    EXPECT_EQ(uci_list(ctx.get(), "pkg.sec.s"), (std::vector<std::string>{"v", "w"}));
-    t = "pkg.sec.l=1";
-    ASSERT_EQ(uci_lookup_ptr(ctx.get(), &ptr, t.data(), true), UCI_OK);
-    ASSERT_EQ(uci_delete(ctx.get(), &ptr), UCI_OK);
-    EXPECT_EQ(uci_list(ctx.get(), "pkg.sec.l"), (std::vector<std::string>{"a", "c"}));
-    EXPECT_EQ(set(ctx.get(), "pkg.sec.s="), UCI_OK);
-    EXPECT_EQ(opt(ctx.get(), "pkg.sec.s"), nullptr);
-    EXPECT_EQ(set(ctx.get(), "pkg.nosec.o=1"), UCI_ERR_INVAL);
-}
-
 } // namespace
