@@ -1,6 +1,7 @@
 // Scratch uci directories for the store's tests.
 #pragma once
 
+#include <json-c/json.h>
 #include <uci.h>
 
 #include <cstdlib>
@@ -71,3 +72,34 @@ inline std::vector<std::string> uci_list(uci_context *ctx, std::string tuple)
     uci_foreach_element(&ptr.o->v.list, e) out.emplace_back(e->name);
     return out;
 }
+
+// A package and one edit of every kind the store makes on it, each valid
+// from the package as written and after the rows before it.
+inline const char kEditPackage[] = "config kind 'full'\n\toption a 'x'\n\tlist l 'p'\n"
+                                   "config kind 'bare'\n"
+                                   "config T 'T_1'\n"
+                                   "config kind 'full'\n\toption u '\xc3\xa9'\n"; // merged into the first
+
+struct edit_row {
+    const char *name;
+    int (*apply)(store_txn *t);
+};
+
+inline int set_section_values(store_txn *t)
+{
+    json_object *req = json_tokener_parse(R"({"a":"it's","l":["q","r"],"z":"","n":7})");
+    int rc = set_uci_section(t, "pkg", "full", req);
+    json_object_put(req);
+    return rc;
+}
+
+inline const edit_row kEdits[] = {
+    {"set section", set_section_values},
+    {"set option", [](store_txn *t) { return set_opt_value(t, "pkg", "bare", "n", "a 'quoted' value"); }},
+    {"delete option", [](store_txn *t) { return delete_opt_value(t, "pkg", "full", "a", nullptr); }},
+    {"add section", [](store_txn *t) { return add_new_section(t, "pkg", "T", "T_2"); }},
+    {"rename section", [](store_txn *t) { return rename_section(t, "pkg", "T_1", "T_9"); }},
+    {"delete section", [](store_txn *t) { return delete_section(t, "pkg", "bare"); }},
+    {"delete type", [](store_txn *t) { return delete_section_type(t, "pkg", "kind"); }},
+    {nullptr, nullptr},
+};
