@@ -1,6 +1,5 @@
 #include "harness/dsd_harness.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <json-c/json.h>
 #include <uci.h>
@@ -264,19 +263,10 @@ std::string dsd_harness::forge_backup(const std::string &bundle, const std::stri
 
 dsd_run dsd_harness::dsdc(const std::string &words) const
 {
-    std::string err_file = path("/dsdc.err");
-    std::string cmd = "DSD_ROOT='" + root + "' " + tool_command("dsdc") + " " + words + " 2>'" + err_file + "'";
-    dsd_run r;
-    FILE *p = popen(cmd.c_str(), "r");
-    if (!p)
-        return r;
-    char buf[4096];
-    for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;)
-        r.out.append(buf, n);
-    int st = pclose(p);
-    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-    r.err = slurp(err_file);
-    return r;
+    std::string out = path("/dsdc.out"), err = path("/dsdc.err");
+    int st = system(("DSD_ROOT='" + root + "' " + tool_command("dsdc") + " " + words + " >'" + out + "' 2>'" + err + "'")
+                        .c_str());
+    return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, slurp(out), slurp(err)};
 }
 
 int dsd_harness::wait_log(const std::string &text, int n, int timeout_ms) const
@@ -296,15 +286,9 @@ int dsd_harness::wait_log(const std::string &text, int n, int timeout_ms) const
 
 int dsd_harness::open_fds() const
 {
-    std::string dir = "/proc/" + std::to_string(pid) + "/fd";
-    DIR *d = opendir(dir.c_str());
-    if (!d)
-        return -1;
-    int n = 0;
-    while (readdir(d))
-        n++;
-    closedir(d);
-    return n - 2;
+    std::error_code ec;
+    std::filesystem::directory_iterator it("/proc/" + std::to_string(pid) + "/fd", ec);
+    return ec ? -1 : static_cast<int>(std::distance(it, std::filesystem::directory_iterator()));
 }
 
 std::string dsd_harness::raw(const std::string &bytes, int timeout_ms) const
