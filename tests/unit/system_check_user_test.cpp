@@ -13,10 +13,12 @@
 #include "core/context.h"
 #include "modules/system/login.h"
 #include "platform/paths.h"
+#include "model_test_util.h"
 #include "store/store.h"
 
 namespace {
 
+model_scratch_root scratch; // DSD_ROOT, set before any path is read
 long g_now = 1000;
 long test_clock(void)
 {
@@ -31,22 +33,8 @@ struct answer {
 
 class CheckUser : public ::testing::Test {
 protected:
-    static void SetUpTestSuite()
-    {
-        char tmpl[] = "/tmp/dsd-check-user-XXXXXX";
-        root = mkdtemp(tmpl);
-        setenv("DSD_ROOT", root.c_str(), 1);
-        ASSERT_EQ(dsd_root(), root) << "DSD_ROOT was read before this suite";
-        std::string cmd = "mkdir -p " + root + "/etc/config " + root + "/tmp";
-        ASSERT_EQ(system(cmd.c_str()), 0);
-        login_set_clock(test_clock);
-    }
-    static void TearDownTestSuite()
-    {
-        login_set_clock(nullptr);
-        std::string cmd = "rm -rf " + root;
-        EXPECT_EQ(system(cmd.c_str()), 0);
-    }
+    static void SetUpTestSuite() { login_set_clock(test_clock); }
+    static void TearDownTestSuite() { login_set_clock(nullptr); }
     void SetUp() override
     {
         std::string cmd = "rm -rf " + root + "/tmp/luci-pwderr";
@@ -98,9 +86,8 @@ protected:
         uci_free_context(ctx.uci_ctx);
         return a;
     }
-    static std::string root;
+    static inline const std::string &root = scratch.root;
 };
-std::string CheckUser::root;
 
 TEST_F(CheckUser, LockAndItsBoundaries)
 {

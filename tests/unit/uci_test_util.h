@@ -11,25 +11,16 @@
 #include <vector>
 
 #include "harness/dsd_harness.h"
+#include "harness/scratch_dir.h"
 #include "store/store.h"
 
 struct uci_dirs {
-    std::string root, conf, save;
+    scratch_dir dir{"dsd-uci"};
+    std::string root = dir.path, conf = root + "/config", save = root + "/save";
 
     uci_dirs()
     {
-        char tmpl[] = "/tmp/dsd-uci-XXXXXX";
-        root = mkdtemp(tmpl);
-        conf = root + "/config";
-        save = root + "/save";
-        std::string cmd = "mkdir -p " + conf + " " + save;
-        if (system(cmd.c_str()) != 0)
-            abort();
-    }
-    ~uci_dirs()
-    {
-        std::string cmd = "rm -rf " + root;
-        if (system(cmd.c_str()) != 0)
+        if (system(("mkdir -p " + conf + " " + save).c_str()) != 0)
             abort();
     }
     uci_context *context() const
