@@ -75,7 +75,7 @@ TEST_F(ToolDsdc, BadWordsAndNoDaemonHaveTheirOwnStatus)
 }
 
 // A few checked options as the device documents them (the full rows are
-// probed in model_rows_test, the schema's text by docs_current): a set
+// probed in model_test, the schema's text by docs_current): a set
 // through dsdc is refused with the documented code or accepted.
 struct option_row {
     const char *section, *option, *refused, *accepted;
