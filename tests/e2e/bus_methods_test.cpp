@@ -14,23 +14,16 @@ namespace {
 
 const char kForward[] = R"({"method":"forward","destination":"ipc","channel":5,"content":{"cmd":"get"}})";
 
-// Member of a response text as compact JSON ("" when absent or unparsable).
+// Member of an answer as compact JSON ("" when absent; no answer is a failure).
 std::string member_of(const std::string &response, const char *key)
 {
-    json_object *o = json_tokener_parse(response.c_str());
-    json_object *v = nullptr;
-    std::string out;
-    if (o && json_object_object_get_ex(o, key, &v))
-        out = json_object_to_json_string_ext(v, JSON_C_TO_STRING_PLAIN);
-    json_object_put(o);
-    return out;
+    dsd_answer a(response);
+    json_object *v = a.at({key});
+    return v ? json_object_to_json_string_ext(v, JSON_C_TO_STRING_PLAIN) : "";
 }
 
-class BusMethods : public ::testing::Test {
+class BusMethods : public dsd_device {
 protected:
-    dsd_harness d;
-    bus_harness bus{d.root};
-
     void SetUp() override
     {
         // A hung peer costs 2 s instead of the default 30 s (with the host

@@ -18,33 +18,18 @@
 
 namespace {
 
-std::string text_at(json_object *o, const char *key)
+// The member at key as compact JSON text; "<absent>" when missing.
+std::string json_at(const dsd_answer &e, const char *key)
 {
-    json_object *v = nullptr;
-    return json_object_object_get_ex(o, key, &v) && json_object_is_type(v, json_type_string)
-               ? json_object_get_string(v)
-               : "<absent>";
+    json_object *v = e.at({key});
+    return v ? json_object_to_json_string_ext(v, JSON_C_TO_STRING_PLAIN) : "<absent>";
 }
 
-// The strings of array member `key`, joined by ","; "<absent>" when missing.
-std::string list_at(json_object *o, const char *key)
-{
-    json_object *v = nullptr;
-    if (!json_object_object_get_ex(o, key, &v) || !json_object_is_type(v, json_type_array))
-        return "<absent>";
-    std::string out;
-    for (size_t i = 0; i < json_object_array_length(v); ++i)
-        out += (i ? "," : "") + std::string(json_object_get_string(json_object_array_get_idx(v, i)));
-    return out;
-}
-
-class ChangeEvents : public ::testing::Test {
+class ChangeEvents : public dsd_device {
 protected:
     void SetUp() override
     {
-        ASSERT_TRUE(d.make_config(2));
-        ASSERT_TRUE(bus.start());
-        ASSERT_TRUE(d.start()) << d.log();
+        boot(2, "{}");
         ASSERT_TRUE(start_watch());
     }
     void TearDown() override
@@ -80,28 +65,27 @@ protected:
         }
         return false;
     }
-    // Every event printed so far.
-    std::vector<dsd_json> events() const
+    // Every event printed so far (a line that is no JSON object is a failure).
+    std::vector<dsd_answer> events() const
     {
-        std::vector<dsd_json> out;
-        std::istringstream in(slurp(d.path("/events.out")));
+        std::vector<dsd_answer> out;
+        std::string text = slurp(d.path("/events.out"));
+        std::istringstream in(text.substr(0, text.rfind('\n') + 1)); // whole lines only
         for (std::string line; std::getline(in, line);)
-            out.emplace_back(json_tokener_parse(line.c_str()));
+            out.emplace_back(line);
         return out;
     }
     // Waits (bounded) until n events were printed; the events then.
-    std::vector<dsd_json> wait_events(size_t n) const
+    std::vector<dsd_answer> wait_events(size_t n) const
     {
         for (int waited = 0; waited < 10000 * harness_slowdown(); waited += 10) {
-            std::vector<dsd_json> ev = events();
+            std::vector<dsd_answer> ev = events();
             if (ev.size() >= n)
                 return ev;
             usleep(10 * 1000);
         }
         return events();
     }
-    dsd_harness d;
-    bus_harness bus{d.root};
     pid_t watch_pid = -1;
 };
 
@@ -118,20 +102,20 @@ TEST_F(ChangeEvents, EachCommittedChangeGivesOneEvent)
         const char *also = nullptr;
     } cases[] = {
         {R"({"method":"set","video":{"chn1_main":{"main_bitrate":"2000","main_frame_rate":"65550"},"chn2_main":{"main_bitrate":"1000"}}})",
-         0, "video", "set", "chn1_main,chn2_main", "options", R"({"chn1_main":["main_bitrate","main_frame_rate"],"chn2_main":["main_bitrate"]})"},
+         0, "video", "set", R"(["chn1_main","chn2_main"])", "options", R"({"chn1_main":["main_bitrate","main_frame_rate"],"chn2_main":["main_bitrate"]})"},
         {R"({"method":"set","video":{"chn1_main":{"main_bitrate":"2000"}}})", 0, nullptr, nullptr, nullptr, nullptr, nullptr},
         {R"({"method":"set","video":{"chn1_main":{"main_bitrate":"9000"}}})", -71713, nullptr, nullptr, nullptr, nullptr, nullptr},
         {R"({"method":"add","user_management":{"table":"guest","name":"guest_7","para":{"username":"bob","passwd":"Very-Secret-42","authority":"2"}}})",
-         0, "user_management", "add", "guest_7", "types", "guest"},
-        {R"({"method":"delete","user_management":{"name":"guest_7"}})", 0, "user_management", "delete", "guest_7", nullptr, nullptr},
+         0, "user_management", "add", R"(["guest_7"])", "types", R"(["guest"])"},
+        {R"({"method":"delete","user_management":{"name":"guest_7"}})", 0, "user_management", "delete", R"(["guest_7"])", nullptr, nullptr},
         {R"({"method":"delete","user_management":{"name":"guest_7"}})", -40205, nullptr, nullptr, nullptr, nullptr, nullptr},
         {R"({"method":"do","user_management":{"change_user_info":{"username":"admin","passwd":"wrong","new_passwd":"x"}}})",
          -70312, nullptr, nullptr, nullptr, nullptr, nullptr},
         {R"({"method":"do","user_management":{"change_user_info":{"username":"admin","passwd":"admin","new_passwd":"Very-Secret-42"}}})",
-         0, "user_management", "do", "", "keyword", "change_user_info"},
+         0, "user_management", "do", "[]", "keyword", R"("change_user_info")"},
         // The before-save callback commits "protocol" ahead of the request (one
         // event still); the after-commit hook commits "network".
-        {R"({"method":"set","protocol":{"wan":{"mtu":"1400"}}})", 0, "protocol", "set", "wan", "options",
+        {R"({"method":"set","protocol":{"wan":{"mtu":"1400"}}})", 0, "protocol", "set", R"(["wan"])", "options",
          R"({"wan":["mtu"]})", "network"},
         {R"({"method":"set","protocol":{"wan":{"macaddr":"01-00-5E-00-00-01"}}})", -40311, nullptr, nullptr,
          nullptr, nullptr, nullptr},
@@ -145,45 +129,32 @@ TEST_F(ChangeEvents, EachCommittedChangeGivesOneEvent)
         ASSERT_EQ(d.code(R"({"method":"set","system":{"sys":{"dsd_trace":")" + std::string(sentinel++ % 2 ? "0" : "1") + R"("}}})"), 0);
         size_t at = expected + (c.module ? 1 : 0) + (c.also ? 1 : 0);
         expected = at + 1;
-        std::vector<dsd_json> ev = wait_events(expected);
+        std::vector<dsd_answer> ev = wait_events(expected);
         ASSERT_EQ(ev.size(), expected) << c.request;
-        EXPECT_EQ(text_at(ev.back().get(), "module"), "system");
+        EXPECT_EQ(ev.back().str({"module"}), "system");
         if (!c.module)
             continue;
-        if (c.also) {
-            json_object *cb = ev[at - 1].get();
-            ASSERT_TRUE(cb) << c.request;
-            EXPECT_EQ(text_at(cb, "package"), c.also) << c.request;
-            EXPECT_EQ(text_at(cb, "module"), c.module) << c.request;
-            EXPECT_EQ(text_at(cb, "method"), c.method) << c.request;
-            EXPECT_EQ(text_at(cb, "user"), "admin") << c.request;
+        // The callback's own commit comes right after the request's event.
+        const dsd_answer &e = ev[at - 1 - (c.also ? 1 : 0)];
+        for (const dsd_answer *x : {&e, c.also ? &ev[at - 1] : static_cast<const dsd_answer *>(nullptr)}) {
+            if (!x)
+                continue;
+            EXPECT_EQ(x->str({"package"}), x == &e ? c.module : c.also) << c.request;
+            EXPECT_EQ(x->str({"module"}), c.module) << c.request;
+            EXPECT_EQ(x->str({"method"}), c.method) << c.request;
+            EXPECT_EQ(x->str({"user"}), "admin") << c.request;
         }
-        json_object *e = ev[at - 1 - (c.also ? 1 : 0)].get();
-        ASSERT_TRUE(e) << c.request;
-        EXPECT_EQ(text_at(e, "module"), c.module) << c.request;
-        EXPECT_EQ(text_at(e, "package"), c.module) << c.request;
-        EXPECT_EQ(text_at(e, "method"), c.method) << c.request;
-        EXPECT_EQ(text_at(e, "user"), "admin") << c.request;
-        EXPECT_EQ(list_at(e, "sections"), c.sections) << c.request;
-        json_object *extra = nullptr;
-        if (c.extra_key && json_object_object_get_ex(e, c.extra_key, &extra)) {
-            std::string got = json_object_is_type(extra, json_type_array) ? list_at(e, c.extra_key)
-                              : json_object_is_type(extra, json_type_string)
-                                  ? json_object_get_string(extra)
-                                  : json_object_to_json_string_ext(extra, JSON_C_TO_STRING_PLAIN);
-            EXPECT_EQ(got, c.extra) << c.request;
-        } else {
-            EXPECT_FALSE(c.extra_key) << "no " << c.extra_key << " in " << c.request;
+        EXPECT_EQ(json_at(e, "sections"), c.sections) << c.request;
+        if (c.extra_key) {
+            EXPECT_EQ(json_at(e, c.extra_key), c.extra) << c.request;
         }
     }
     // Per-package counters: video once, user_management three times.
-    std::map<std::string, int64_t> last;
-    for (const dsd_json &e : events()) {
-        json_object *n = nullptr;
-        ASSERT_TRUE(json_object_object_get_ex(e.get(), "change", &n));
-        std::string pkg = text_at(e.get(), "package");
-        EXPECT_EQ(json_object_get_int64(n), last[pkg] + 1) << pkg;
-        last[pkg] = json_object_get_int64(n);
+    std::map<std::string, int> last;
+    for (const dsd_answer &e : events()) {
+        std::string pkg = e.str({"package"});
+        EXPECT_EQ(e.num({"change"}), last[pkg] + 1) << pkg;
+        last[pkg] = e.num({"change"});
     }
     EXPECT_EQ(last["video"], 1);
     EXPECT_EQ(last["user_management"], 3);
@@ -198,19 +169,19 @@ TEST_F(ChangeEvents, RestoreAnnouncesEachPackageOnce)
     ASSERT_EQ(d.backup_to(file), 0) << d.log();
     ASSERT_EQ(d.restore_from(file), 0) << d.log();
     ASSERT_EQ(d.code(R"({"method":"set","system":{"sys":{"dsd_trace":"1"}}})"), 0);
-    std::vector<dsd_json> ev;
+    std::vector<dsd_answer> ev;
     for (int waited = 0; waited < 10000 * harness_slowdown(); waited += 10) {
         ev = events();
-        if (!ev.empty() && text_at(ev.back().get(), "method") == "set")
+        if (!ev.empty() && ev.back().str({"method"}) == "set")
             break;
         usleep(10 * 1000);
     }
     ASSERT_GE(ev.size(), 2u);
     std::map<std::string, int> packages;
     for (size_t i = 0; i + 1 < ev.size(); ++i) {
-        EXPECT_EQ(text_at(ev[i].get(), "keyword"), "upload_conf_gui");
-        EXPECT_EQ(text_at(ev[i].get(), "module"), "system");
-        ++packages[text_at(ev[i].get(), "package")];
+        EXPECT_EQ(ev[i].str({"keyword"}), "upload_conf_gui");
+        EXPECT_EQ(ev[i].str({"module"}), "system");
+        ++packages[ev[i].str({"package"})];
     }
     EXPECT_EQ(packages["video"], 1);
     for (const auto &[pkg, n] : packages)
@@ -226,11 +197,9 @@ TEST_F(ChangeEvents, EventsKeepFlowingAfterTheBusRestarts)
     ASSERT_TRUE(bus.start());
     ASSERT_TRUE(listening(2)) << slurp(d.path("/watch.err"));
     ASSERT_EQ(d.code(R"({"method":"set","video":{"chn1_main":{"main_bitrate":"3002"}}})"), 0);
-    std::vector<dsd_json> ev = wait_events(2);
+    std::vector<dsd_answer> ev = wait_events(2);
     ASSERT_EQ(ev.size(), 2u) << d.log();
-    json_object *n = nullptr;
-    ASSERT_TRUE(json_object_object_get_ex(ev[1].get(), "change", &n));
-    EXPECT_EQ(json_object_get_int64(n), 3); // the change the bus missed still counts
+    EXPECT_EQ(ev[1].num({"change"}), 3); // the change the bus missed still counts
 }
 
 TEST_F(ChangeEvents, WatchFiltersModulesAndPrintsOneLineEach)

@@ -8,19 +8,15 @@
 
 namespace {
 
-class Detection : public ::testing::Test {
+class Detection : public dsd_device {
 protected:
     void SetUp() override
     {
-        ASSERT_TRUE(d.make_config(4));
-        ASSERT_TRUE(bus.start(R"({"objects":{"chm_dev_manager":{"methods":{"chm_ubus_get_device_list":)"
+        boot(4, R"({"objects":{"chm_dev_manager":{"methods":{"chm_ubus_get_device_list":)"
                               R"({"reply":{"added_list":[{"id":1,"online":1},{"id":2,"online":0},)"
                               R"({"id":3,"online":1}]}}}},)"
-                              R"("chm_event_detect":{"default":{"reply":{"status":0}}}}})"));
-        ASSERT_TRUE(d.start()) << d.log();
+                   R"("chm_event_detect":{"default":{"reply":{"status":0}}}}})");
     }
-    dsd_harness d;
-    bus_harness bus{d.root};
 };
 
 // The five detection modules share one shape; a row differs only in names.

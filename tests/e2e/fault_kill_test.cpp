@@ -6,7 +6,7 @@
 #include <uci.h>
 
 #include <atomic>
-#include <dirent.h>
+#include <memory>
 #include <fstream>
 #include <random>
 #include <sys/stat.h>
@@ -49,19 +49,13 @@ std::chrono::milliseconds kill_window(std::mt19937 &rng)
 
 void expect_all_packages_parse(const dsd_harness &d)
 {
-    uci_context *ctx = uci_alloc_context();
-    uci_set_confdir(ctx, d.path("/etc/config").c_str());
-    uci_set_savedir(ctx, d.path("/tmp/.uci").c_str());
-    DIR *dir = opendir(d.path("/etc/config").c_str());
-    ASSERT_NE(dir, nullptr);
-    while (dirent *e = readdir(dir)) {
-        if (e->d_name[0] == '.')
-            continue;
+    std::unique_ptr<uci_context, void (*)(uci_context *)> ctx(uci_alloc_context(), uci_free_context);
+    uci_set_confdir(ctx.get(), d.path("/etc/config").c_str());
+    uci_set_savedir(ctx.get(), d.path("/tmp/.uci").c_str());
+    for (const auto &entry : snapshot_dir(d.path("/etc/config"))) {
         uci_package *p = nullptr;
-        EXPECT_EQ(uci_load(ctx, e->d_name, &p), UCI_OK) << e->d_name;
+        EXPECT_TRUE(entry.first[0] == '.' || uci_load(ctx.get(), entry.first.c_str(), &p) == UCI_OK) << entry.first;
     }
-    closedir(dir);
-    uci_free_context(ctx);
 }
 
 // SIGKILLs and reaps dsd mid-stream (killed is raised first, so a client
@@ -135,17 +129,10 @@ TEST(FaultKill, AnsweredSetsSurviveSigkill)
 std::vector<std::string> stray_entries(const std::string &dir)
 {
     std::vector<std::string> out;
-    DIR *dp = opendir(dir.c_str());
-    while (dirent *e = dp ? readdir(dp) : nullptr) {
-        std::string name = e->d_name;
-        struct stat st;
-        if (name == "." || name == "..")
-            continue;
-        if (name[0] == '.' || lstat((dir + "/" + name).c_str(), &st) != 0 || !S_ISREG(st.st_mode))
+    for (const auto &[name, entry] : snapshot_dir(dir)) {
+        if (name[0] == '.' || !S_ISREG(entry.second))
             out.push_back(name);
     }
-    if (dp)
-        closedir(dp);
     return out;
 }
 

@@ -22,24 +22,16 @@ std::string record(const std::string &name, const std::string &body)
 
 const char kAccounts[] = "\nconfig root 'root'\n\toption username 'admin'\n\toption passwd 'right-pw'\n";
 
-class HostileBackup : public ::testing::Test {
+class HostileBackup : public dsd_device {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(d.make_config(2));
-        d.write_package("user_management", kAccounts);
-        ASSERT_TRUE(d.start()) << d.log();
-    }
-    std::string request(const std::string &req) { return d.request(req); }
-    int download(const std::string &url) const { return d.backup_to(url); }
+    void SetUp() override { boot(2, nullptr, {{"user_management", kAccounts}}); }
     int upload(const std::string &url) const { return d.restore_from(url); }
     int check_user(const std::string &pass)
     {
-        return dsd_answer(request(R"({"method":"do","user_management":{"check_user":{"username":"admin","passwd":)" +
-                                  json_quote(pass) + "}}}"))
+        return d.ask(R"({"method":"do","user_management":{"check_user":{"username":"admin","passwd":)" +
+                     json_quote(pass) + "}}}")
             .num({"real_error_code"});
     }
-    dsd_harness d;
 };
 
 TEST_F(HostileBackup, ForgedValuesAreRefusedBySetAndAdd)
@@ -79,7 +71,7 @@ TEST_F(HostileBackup, ForgedValuesAreRefusedBySetAndAdd)
     // A backup and its restore leave the accounts and the value's package as they were.
     gb = slurp(d.path("/etc/config/gb28181"));
     std::string file = d.path("/tmp/b.bin");
-    ASSERT_EQ(download(file), 0) << d.log();
+    ASSERT_EQ(d.backup_to(file), 0) << d.log();
     ASSERT_EQ(upload(file), 0) << d.log();
     EXPECT_EQ(slurp(d.path("/etc/config/user_management")), kAccounts);
     EXPECT_EQ(slurp(d.path("/etc/config/gb28181")), gb);
@@ -94,7 +86,7 @@ TEST_F(HostileBackup, PackageHoldingAMarkerLineIsNeverBackedUp)
                                     std::string("@FILE_PATH@=/etc/config/user_management"), std::string("@FILE_END@")}) {
         d.write_package("gb28181", "\nconfig gb28181 'v_chn1'\n" + line + "\n\toption device_name 'x'\n");
         std::string file = d.path("/tmp/refused.bin");
-        EXPECT_EQ(download(file), -40102) << line;
+        EXPECT_EQ(d.backup_to(file), -40102) << line;
         struct stat st;
         EXPECT_NE(stat(file.c_str(), &st), 0) << "nothing written for " << line;
         for (const char *work : {"/tmp/conf_package", "/tmp/conf_package_md5"})

@@ -69,12 +69,7 @@ enum class hostile { silent, dripping, big_header };
 
 const char *name_of(hostile kind)
 {
-    return kind == hostile::silent ? "silent" : kind == hostile::dripping ? "dripping" : "big-header";
-}
-
-void PrintTo(hostile kind, std::ostream *os)
-{
-    *os << name_of(kind);
+    return kind == hostile::silent ? "silent" : kind == hostile::dripping ? "dripping" : "big_header";
 }
 
 // Opens n hostile connections of one kind; a dripping one has sent its info
@@ -139,14 +134,8 @@ bool closed_by_daemon(int fd, int timeout_ms)
     return false;
 }
 
-class HostileClients : public ::testing::TestWithParam<std::tuple<hostile, int>> {
-protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(d.make_config(2));
-        ASSERT_TRUE(d.start({})) << d.log();
-    }
-    dsd_harness d;
+struct HostileClients : dsd_device, ::testing::WithParamInterface<std::tuple<hostile, int>> {
+    void SetUp() override { boot(2, nullptr, {}, {}); }
 };
 
 TEST_P(HostileClients, WellBehavedClientIsAnsweredInTime)
@@ -178,10 +167,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, HostileClients,
                          ::testing::Combine(::testing::Values(hostile::silent, hostile::dripping, hostile::big_header),
                                             ::testing::Values(6, 10, 100)),
                          [](const auto &info) {
-                             std::string name = name_of(std::get<0>(info.param));
-                             for (char &c : name)
-                                 c = c == '-' ? '_' : c;
-                             return name + "_" + std::to_string(std::get<1>(info.param));
+                             return name_of(std::get<0>(info.param)) + ("_" + std::to_string(std::get<1>(info.param)));
                          });
 
 // User and system CPU seconds of a process, from /proc/<pid>/stat.
@@ -197,11 +183,11 @@ double cpu_seconds(pid_t pid)
     return static_cast<double>(utime + stime) / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
-TEST(HostileDescriptors, AcceptBacksOffAndServesAgain)
+using HostileDescriptors = dsd_device;
+
+TEST_F(HostileDescriptors, AcceptBacksOffAndServesAgain)
 {
-    dsd_harness d;
-    ASSERT_TRUE(d.make_config(2));
-    ASSERT_TRUE(d.start({})) << d.log();
+    boot(2, nullptr, {}, {});
     ASSERT_EQ(d.code(kGet), 0);
     int open = d.open_fds();
     ASSERT_GT(open, 0);

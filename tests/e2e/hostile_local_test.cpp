@@ -19,24 +19,21 @@ bool exists_nofollow(const std::string &path)
     return lstat(path.c_str(), &st) == 0;
 }
 
-class HostileTmp : public ::testing::Test {
+class HostileTmp : public dsd_device {
 protected:
     void SetUp() override
     {
-        ASSERT_TRUE(d.make_config(2));
         ASSERT_EQ(mkdir(victim().c_str(), 0755), 0);
         std::ofstream(victim() + "/a") << "victim a\n";
         std::ofstream(victim() + "/b") << "victim b\n";
         chmod((victim() + "/a").c_str(), 0640);
         chmod((victim() + "/b").c_str(), 0600);
-        ASSERT_TRUE(d.start()) << d.log();
+        boot(2);
         before = snap();
     }
     std::string victim() const { return d.path("/victim"); }
     // The victim directory outside /tmp, which no request may change.
     dsd_snapshot snap() const { return snapshot_dir(victim()); }
-    int download(const std::string &url) const { return d.backup_to(url); }
-    int upload(const std::string &url) const { return d.restore_from(url); }
     // Links at the fixed work paths: symbolic ones, or hard ones to victim files.
     void plant(bool hard)
     {
@@ -47,7 +44,6 @@ protected:
         ASSERT_EQ(put((victim() + "/a").c_str(), d.path("/tmp/decrypt_conf").c_str()), 0);
         ASSERT_EQ(put((victim() + "/b").c_str(), d.path("/tmp/conf_package_md5").c_str()), 0);
     }
-    dsd_harness d;
     dsd_snapshot before;
 };
 
@@ -58,14 +54,14 @@ TEST_F(HostileTmp, LinksAtWorkPathsAreNeverFollowed)
     for (bool hard : {false, true}) {
         SCOPED_TRACE(hard ? "hard links" : "symbolic links");
         plant(hard);
-        EXPECT_NE(upload(d.path("/tmp/bad.bin")), 0);
+        EXPECT_NE(d.restore_from(d.path("/tmp/bad.bin")), 0);
         EXPECT_EQ(snap(), before) << "a refused restore touched the link's target";
         plant(hard);
-        ASSERT_EQ(download(d.path("/tmp/backup.bin")), 0) << d.log();
+        ASSERT_EQ(d.backup_to(d.path("/tmp/backup.bin")), 0) << d.log();
         EXPECT_EQ(snap(), before) << "the backup wrote through a link";
         plant(hard);
         std::ofstream(d.path("/etc/config/video")) << "\nconfig main 'changed'\n";
-        ASSERT_EQ(upload(d.path("/tmp/backup.bin")), 0) << d.log();
+        ASSERT_EQ(d.restore_from(d.path("/tmp/backup.bin")), 0) << d.log();
         EXPECT_EQ(snap(), before) << "the restore wrote through a link";
         EXPECT_EQ(slurp(d.path("/etc/config/video")), video);
         for (const char *n : {"/tmp/restore", "/tmp/decrypt_conf"})
@@ -76,23 +72,23 @@ TEST_F(HostileTmp, LinksAtWorkPathsAreNeverFollowed)
 TEST_F(HostileTmp, DestinationsAndUploadsStayInsideTmp)
 {
     ASSERT_EQ(symlink(victim().c_str(), d.path("/tmp/out").c_str()), 0);
-    EXPECT_EQ(download(d.path("/tmp/out")), -40209);
-    EXPECT_EQ(download(d.path("/tmp/out/x.bin")), -40209);
+    EXPECT_EQ(d.backup_to(d.path("/tmp/out")), -40209);
+    EXPECT_EQ(d.backup_to(d.path("/tmp/out/x.bin")), -40209);
     ASSERT_EQ(mkdir(d.path("/tmp/sub").c_str(), 0755), 0);
     ASSERT_EQ(symlink(victim().c_str(), d.path("/tmp/sub/in").c_str()), 0);
-    EXPECT_EQ(download(d.path("/tmp/sub/in/x.bin")), -40209);
+    EXPECT_EQ(d.backup_to(d.path("/tmp/sub/in/x.bin")), -40209);
     // A link at the destination's own name that leads out of /tmp.
     ASSERT_EQ(symlink((victim() + "/a").c_str(), d.path("/tmp/file.bin").c_str()), 0);
-    EXPECT_EQ(download(d.path("/tmp/file.bin")), -40209);
+    EXPECT_EQ(d.backup_to(d.path("/tmp/file.bin")), -40209);
     EXPECT_EQ(snap(), before);
     // An upload that is a link to a good backup elsewhere is refused.
-    ASSERT_EQ(download(d.path("/tmp/good.bin")), 0) << d.log();
+    ASSERT_EQ(d.backup_to(d.path("/tmp/good.bin")), 0) << d.log();
     std::string good = slurp(d.path("/tmp/good.bin"));
     std::ofstream(victim() + "/backup.bin", std::ios::binary) << good;
     ASSERT_EQ(symlink((victim() + "/backup.bin").c_str(), d.path("/tmp/up.bin").c_str()), 0);
     std::ofstream(d.path("/etc/config/video")) << "\nconfig main 'kept'\n";
-    EXPECT_EQ(upload(d.path("/tmp/up.bin")), -40209);
-    EXPECT_EQ(upload(d.path("/tmp/sub/in/backup.bin")), -40209);
+    EXPECT_EQ(d.restore_from(d.path("/tmp/up.bin")), -40209);
+    EXPECT_EQ(d.restore_from(d.path("/tmp/sub/in/backup.bin")), -40209);
     EXPECT_EQ(slurp(d.path("/etc/config/video")), "\nconfig main 'kept'\n");
 }
 
@@ -147,8 +143,8 @@ TEST_F(HostileTmp, LoginRecordAndSessionLinksAreNeverFollowed)
 TEST_F(HostileTmp, RestoreModeKept)
 {
     chmod(d.path("/etc/config/video").c_str(), 0600);
-    ASSERT_EQ(download(d.path("/tmp/backup.bin")), 0);
-    ASSERT_EQ(upload(d.path("/tmp/backup.bin")), 0);
+    ASSERT_EQ(d.backup_to(d.path("/tmp/backup.bin")), 0);
+    ASSERT_EQ(d.restore_from(d.path("/tmp/backup.bin")), 0);
     struct stat st;
     ASSERT_EQ(stat(d.path("/etc/config/video").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0600u);
@@ -158,33 +154,28 @@ TEST_F(HostileTmp, RestoreModeKept)
 TEST_F(HostileTmp, BackupSkipsLinks)
 {
     ASSERT_EQ(symlink((victim() + "/a").c_str(), d.path("/etc/config/zz_link").c_str()), 0);
-    ASSERT_EQ(download(d.path("/tmp/backup.bin")), 0);
+    ASSERT_EQ(d.backup_to(d.path("/tmp/backup.bin")), 0);
     unlink(d.path("/etc/config/zz_link").c_str());
-    ASSERT_EQ(upload(d.path("/tmp/backup.bin")), 0);
+    ASSERT_EQ(d.restore_from(d.path("/tmp/backup.bin")), 0);
     EXPECT_FALSE(exists_nofollow(d.path("/etc/config/zz_link")));
 }
 
-class Secrets : public ::testing::Test {
+class Secrets : public dsd_device {
 protected:
     void SetUp() override
     {
-        ASSERT_TRUE(d.make_config(2));
-        d.write_package("user_management",
-                        "\nconfig root 'root'\n\toption username 'admin'\n\toption passwd 'S3cr3t-pw'\n");
-        d.write_package("unusual_detection", "\nconfig login_error 'login_error'\n\toption max_times '3'\n"
-                                             "\toption enabled 'on'\n");
-        ASSERT_TRUE(bus.start(R"({"objects":{"record":{"methods":{"login_error":{"reply":{"result":0}}}},)"
-                              R"("chm_dev_manager":{"methods":{"chm_ubus_add_device":)"
-                              R"({"reply":{"error_code":0,"result":[{"error_code":0,"id":1}]}}}}}})"));
-        ASSERT_TRUE(d.start()) << d.log();
+        boot(2,
+             R"({"objects":{"record":{"methods":{"login_error":{"reply":{"result":0}}}},)"
+             R"("chm_dev_manager":{"methods":{"chm_ubus_add_device":)"
+             R"({"reply":{"error_code":0,"result":[{"error_code":0,"id":1}]}}}}}})",
+             {{"user_management", "\nconfig root 'root'\n\toption username 'admin'\n\toption passwd 'S3cr3t-pw'\n"},
+              {"unusual_detection", "\nconfig login_error 'login_error'\n\toption max_times '3'\n\toption enabled 'on'\n"}});
     }
     int check(const std::string &pass)
     {
         return d.ask(R"({"method":"do","user_management":{"check_user":{"username":"admin","passwd":")" + pass +
                      "\"}}}").num({"real_error_code"});
     }
-    dsd_harness d;
-    bus_harness bus{d.root};
 };
 
 TEST_F(Secrets, NeverReachTheTrace)

@@ -6,7 +6,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <thread>
 #include <vector>
 
@@ -23,16 +22,13 @@ const char kAccounts[] = "\nconfig root 'root'\n\toption username 'admin'\n\topt
                          "\nconfig guest 'guest_1'\n\toption username 'view'\n\toption passwd 'pw-view'\n"
                          "\toption gesture_passwd '3690'\n";
 
-class HostileLogin : public ::testing::Test {
+class HostileLogin : public dsd_device {
 protected:
     void SetUp() override
     {
-        ASSERT_TRUE(d.make_config(2));
-        d.write_package("user_management", kAccounts);
-        d.write_package("unusual_detection", "\nconfig login_error 'login_error'\n\toption max_times '3'\n"
-                                             "\toption enabled 'on'\n");
-        ASSERT_TRUE(bus.start(R"({"objects":{"record":{"methods":{"login_error":{"reply":{"result":0}}}}}})"));
-        ASSERT_TRUE(d.start()) << d.log();
+        boot(2, R"({"objects":{"record":{"methods":{"login_error":{"reply":{"result":0}}}}}})",
+             {{"user_management", kAccounts},
+              {"unusual_detection", "\nconfig login_error 'login_error'\n\toption max_times '3'\n\toption enabled 'on'\n"}});
     }
     // The lock-relevant answer of each password-checking keyword: the
     // "real_error_code" member for check_user and the gesture check, the
@@ -54,20 +50,11 @@ protected:
         return d.code(R"({"method":"do","user_management":{"change_user_info":{"username":")" +
                                        user + R"(","passwd":")" + pass + R"(","new_passwd":")" + fresh + "\"}}}");
     }
-    using checker = std::function<int(const std::string &, const std::string &)>;
-    checker by(int which)
+    // Keyword `which` (0 check_user, 1 the gesture check, 2 the account editor).
+    int by(int which, const std::string &u, const std::string &p)
     {
-        switch (which) {
-        case 0:
-            return [this](const std::string &u, const std::string &p) { return check_user(u, p); };
-        case 1:
-            return [this](const std::string &u, const std::string &p) { return gesture(u, p); };
-        default:
-            return [this](const std::string &u, const std::string &p) { return change(u, p); };
-        }
+        return which == 0 ? check_user(u, p) : which == 1 ? gesture(u, p) : change(u, p);
     }
-    dsd_harness d;
-    bus_harness bus{d.root};
 };
 
 TEST_F(HostileLogin, EveryPasswordCheckCountsTowardTheOneLock)
@@ -80,10 +67,9 @@ TEST_F(HostileLogin, EveryPasswordCheckCountsTowardTheOneLock)
         {"change_user_info", "ops", "pw-ops", "2589", 2},
     };
     for (const auto &c : cases) {
-        checker k = by(c.which);
-        EXPECT_EQ(k(c.user, "wrong-1"), -70312) << c.keyword;
-        EXPECT_EQ(k(c.user, "wrong-2"), -70312) << c.keyword;
-        EXPECT_EQ(k(c.user, "wrong-3"), -40404) << c.keyword << ": the third failure reaches the maximum";
+        EXPECT_EQ(by(c.which, c.user, "wrong-1"), -70312) << c.keyword;
+        EXPECT_EQ(by(c.which, c.user, "wrong-2"), -70312) << c.keyword;
+        EXPECT_EQ(by(c.which, c.user, "wrong-3"), -40404) << c.keyword << ": the third failure reaches the maximum";
         // Locked for every keyword, right secrets included.
         EXPECT_EQ(check_user(c.user, c.right_pw), -40404) << c.keyword;
         EXPECT_EQ(gesture(c.user, c.right_gesture), -40404) << c.keyword;
@@ -112,7 +98,7 @@ TEST_F(HostileLogin, ParallelMixesCountEveryFailureOnce)
     std::vector<int> got(9, 1);
     std::vector<std::thread> threads;
     for (int i = 0; i < 9; i++)
-        threads.emplace_back([&, i] { got[i] = by(i % 3)("admin", "wrong-" + std::to_string(i)); });
+        threads.emplace_back([&, i] { got[i] = by(i % 3, "admin", "wrong-" + std::to_string(i)); });
     for (auto &t : threads)
         t.join();
     int wrong = 0, locked = 0;
@@ -125,7 +111,7 @@ TEST_F(HostileLogin, ParallelMixesCountEveryFailureOnce)
     std::string record = slurp(d.path("/tmp/luci-pwderr/admin"));
     EXPECT_EQ(record.substr(record.find('/')), "/3") << record;
     for (int which = 0; which < 3; which++)
-        EXPECT_EQ(by(which)("admin", which == 1 ? "1478" : "pw-admin"), -40404) << which;
+        EXPECT_EQ(by(which, "admin", which == 1 ? "1478" : "pw-admin"), -40404) << which;
     EXPECT_EQ(slurp(d.path("/etc/config/user_management")), kAccounts);
 }
 

@@ -26,13 +26,11 @@ int64_t int_at(json_object *o, std::initializer_list<const char *> path)
 }
 
 
-class LiveStats : public ::testing::Test {
+class LiveStats : public dsd_device {
 protected:
     void SetUp() override
     {
-        ASSERT_TRUE(d.make_config(2));
-        ASSERT_TRUE(bus.start());
-        ASSERT_TRUE(d.start()) << d.log();
+        boot(2, "{}");
         // The harness's start-up probe (no method) is counted first: it is
         // counted just after its answer, so wait for the count itself.
         for (int waited = 0; waited < 5000 * harness_slowdown(); waited += 10) {
@@ -52,8 +50,6 @@ protected:
         return dsd_json(json_object_get(s));
     }
     dsd_run dsdc(const std::string &words) const { return d.dsdc(words); }
-    dsd_harness d;
-    bus_harness bus{d.root};
 };
 
 TEST_F(LiveStats, CountsFollowAKnownSequenceExactly)

@@ -1,15 +1,14 @@
 // Device root of the unit tests that talk to a host bus. dsd_path reads
 // DSD_ROOT once per process, so every test of a file shares one root, made on
 // first use (with the file the shared-memory key is made from) and removed at
-// exit. The unit targets do not link the end-to-end harness library; the
-// broker control code is compiled in through this header instead.
+// exit.
 #pragma once
 
 #include <cstdlib>
 #include <string>
 
 #include "platform/trace.h"
-#include "../e2e/harness/bus_harness.cpp"
+#include "harness/bus_harness.h"
 
 inline const std::string &test_root()
 {

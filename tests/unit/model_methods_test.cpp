@@ -90,30 +90,13 @@ struct Methods : testing::Test {
         scratch.write("fixture", base_pkg);
         scratch.write("chfix", base_pkg);
         srv_calls = before_calls = before_result = hook_calls = 0;
-        ctx.error_code = -40101;
-        ctx.uci_ctx = dsd_uci_alloc();
     }
     void TearDown() override
     {
-        json_object_put(ctx.req_obj);
-        json_object_put(ctx.res_obj);
-        uci_free_context(ctx.uci_ctx);
+        release_context(&ctx);
         model_destory(root);
     }
-    int run(int method, const char *request)
-    {
-        json_object_put(ctx.req_obj);
-        json_object_put(ctx.res_obj);
-        ctx.res_obj = nullptr;
-        ctx.req_obj = json_tokener_parse(request);
-        EXPECT_NE(ctx.req_obj, nullptr) << request;
-        ctx.method = static_cast<uint8_t>(method);
-        // A fresh uci context per request, as the context pool provides.
-        uci_free_context(ctx.uci_ctx);
-        ctx.uci_ctx = dsd_uci_alloc();
-        ctx.error_code = ds_serve(&ctx);
-        return ctx.error_code == 0 ? 0 : -1;
-    }
+    int run(int method, const char *request) { return serve_request(&ctx, method, request); }
     // The response as a client parses it (sections served from the read
     // cache are pre-serialised text), printed compactly.
     std::string res() const
@@ -124,14 +107,6 @@ struct Methods : testing::Test {
         std::string out = json_object_to_json_string_ext(parsed, JSON_C_TO_STRING_PLAIN);
         json_object_put(parsed);
         return out;
-    }
-    // What a fresh reader sees, for one option.
-    std::string stored(const char *pkg, const char *sec, const char *opt) const
-    {
-        char *v = get_opt_value_dup(pkg, sec, opt);
-        std::string s = v ? v : "<none>";
-        free(v);
-        return s;
     }
 };
 
@@ -255,27 +230,24 @@ TEST_F(Methods, AddChecksNameRoomAndOptions)
     EXPECT_EQ(stored("fixture", "rule_7", "x"), "<none>");
     EXPECT_EQ(before_calls, 1);
     EXPECT_EQ(srv_calls, 1);
-    // Three rules now: the type is full.
-    EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"rule","name":"rule_3","para":{}}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40207);
-    EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"rule","name":"rule_1","para":{}}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40203);  // before the count
-    for (const char *bad : {"zone_1x", "zone1", "zone_", "rule_4", "zone_%d"}) {
-        std::string req = std::string(R"({"fixture":{"table":"zone","name":")") + bad +
-                          R"(","para":{}}})";
-        EXPECT_EQ(run(DS_METHOD_ADD, req.c_str()), -1) << bad;
-        EXPECT_EQ(ctx.error_code, -70204) << bad;
+    // Three rules now: the type is full; a taken name is refused before the count.
+    static const struct { const char *request; int32_t code; } rows[] = {
+        {.request = R"({"fixture":{"table":"rule","name":"rule_3","para":{}}})", .code = -40207},
+        {.request = R"({"fixture":{"table":"rule","name":"rule_1","para":{}}})", .code = -40203},
+        {.request = R"({"fixture":{"table":"zone","name":"zone_1x","para":{}}})", .code = -70204},
+        {.request = R"({"fixture":{"table":"zone","name":"zone_","para":{}}})", .code = -70204},
+        {.request = R"({"fixture":{"table":"zone","name":"rule_4","para":{}}})", .code = -70204},
+        {.request = R"({"fixture":{"table":"zone","name":"zone_%d","para":{}}})", .code = -70204},
+        {.request = R"({"fixture":{"table":"cam","name":"cam_1","para":{}}})", .code = -40106},
+        {.request = R"({"fixture":{"table":"zone","name":"zone_1"}})", .code = -40210},
+        {.request = R"({"fixture":{"table":"zone","name":1,"para":{}}})", .code = -40210},
+        {.request = R"({"fixture":{"table":"zone","name":"zone_1","para":"x"}})", .code = -40210},
+        {.request = R"({"nomod":{"table":"t","name":"t_1","para":{}}})", .code = -40101},
+    };
+    for (const auto &r : rows) {
+        EXPECT_EQ(run(DS_METHOD_ADD, r.request), -1) << r.request;
+        EXPECT_EQ(ctx.error_code, r.code) << r.request;
     }
-    EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"cam","name":"cam_1","para":{}}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40106);
-    EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"zone","name":"zone_1"}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40210);
-    EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"zone","name":1,"para":{}}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40210);
-    EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"zone","name":"zone_1","para":"x"}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40210);
-    EXPECT_EQ(run(DS_METHOD_ADD, R"({"nomod":{"table":"t","name":"t_1","para":{}}})"), -1);
-    EXPECT_EQ(ctx.error_code, -40101);
     EXPECT_EQ(run(DS_METHOD_ADD, R"({"method":"add"})"), 0); // no module: nothing to do
     EXPECT_EQ(run(DS_METHOD_ADD, R"({"fixture":{"table":"zone","name":"zone_2","para":{}}})"), 0);
     EXPECT_EQ(section_exist(ctx.uci_ctx, "fixture", "zone_2"), 1);

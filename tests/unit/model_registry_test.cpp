@@ -1,5 +1,5 @@
-// Registry: list building, duplicate refusal, lookups by kind, section type
-// resolution (substring first, then the stored type), run-time rows, and
+// Registry: list building, duplicate refusal, section type
+// resolution (substring first, then the stored type), the lookup index, and
 // mkconfig against the registry: on a fresh root every registered named
 // section of every module with a package is there to read.
 #include "model/registry.h"
@@ -42,10 +42,6 @@ ds_sec demo_secs[] = {
      .beforesavecb = nullptr, .srvcb = count_cb, .dynamic = nullptr},
     {},
 };
-const ds_action demo_actions[] = {
-    {.keyword = "reboot", .fn = nullptr},
-    {},
-};
 
 ds_module make(const char *name)
 {
@@ -72,21 +68,6 @@ TEST(Registry, AddKeepsOrderAndRefusesDuplicates)
     EXPECT_EQ(add_module_node(&a), -1);  // no root any more
 }
 
-TEST(Registry, NodeKinds)
-{
-    ds_module m = make("m");
-    EXPECT_EQ(get_ds_node(&m, "main", DS_NODE_SECTION), &demo_secs[0]);
-    EXPECT_EQ(get_ds_node(&m, "zone", DS_NODE_SEC_TYPE), &demo_types[2]);
-    EXPECT_EQ(get_ds_node(&m, "zone", DS_NODE_SECTION), nullptr);
-    EXPECT_EQ(get_ds_node(&m, "reboot", DS_NODE_ACTION), nullptr);  // no action table
-    m.actions = demo_actions;
-    EXPECT_EQ(get_ds_node(&m, "reboot", DS_NODE_ACTION), &demo_actions[0]);
-    EXPECT_EQ(get_ds_node(&m, "reboo", DS_NODE_ACTION), nullptr);
-    EXPECT_EQ(get_filter_node(&demo_secs[0], "enabled"), &demo_opts[0]);
-    EXPECT_EQ(get_filter_node(&demo_secs[0], "enable"), nullptr);
-    EXPECT_EQ(get_filter_node(&demo_types[0], "enabled"), nullptr);  // no options
-}
-
 TEST(Registry, SecTypeSubstringFirstThenStoredType)
 {
     ds_module m = make("regdemo");
@@ -105,26 +86,6 @@ TEST(Registry, SecTypeSubstringFirstThenStoredType)
     EXPECT_EQ(get_sec_type(&m, "chn1_alarm_setting"), nullptr);
 }
 
-// Rows per channel and pattern, with each pattern's options; a table without
-// room for them all is refused (the names and their order are held by the
-// index test below).
-TEST(Registry, ChannelRows)
-{
-    static const char *const patterns[] = {"chn%d_a", "port%d_b"};
-    static const ds_opt *const opts[] = {demo_opts, nullptr};
-    ds_sec table[8] = {};
-    size_t pos = 1;
-    ASSERT_EQ(model_fill_channel_rows(table, 8, &pos, patterns, opts, 2, 3), 0);
-    EXPECT_EQ(pos, 7u);
-    EXPECT_STREQ(table[2].name, "port1_b");
-    EXPECT_EQ(table[1].options, demo_opts);
-    EXPECT_EQ(table[2].options, nullptr);
-    size_t full = 1;
-    EXPECT_EQ(model_fill_channel_rows(table, 7, &full, patterns, opts, 2, 3), -1);
-    for (size_t i = 1; i < pos; ++i)
-        free(const_cast<char *>(table[i].name));
-}
-
 TEST(Registry, LargeTablesLookUpThroughTheIndex)
 {
     static const char *const patterns[] = {"chn%d_a", "chn%d_b"};
@@ -140,28 +101,18 @@ TEST(Registry, LargeTablesLookUpThroughTheIndex)
     EXPECT_EQ(get_ds_node(&m, "chn30_b", DS_NODE_SECTION), &big[59]);
     EXPECT_EQ(get_ds_node(&m, "chn1_a", DS_NODE_SECTION), &big[0]);
     EXPECT_EQ(get_ds_node(&m, "chn31_a", DS_NODE_SECTION), nullptr);
-    // A module whose table was swapped after registration is walked instead.
-    m.sections = demo_secs;
-    EXPECT_EQ(get_ds_node(&m, "main", DS_NODE_SECTION), &demo_secs[0]);
-    EXPECT_EQ(get_ds_node(&m, "chn1_a", DS_NODE_SECTION), nullptr);
     model_destory(root);
-    m.sections = big;
-    EXPECT_EQ(get_ds_node(&m, "chn2_b", DS_NODE_SECTION), &big[3]);  // index dropped
     for (size_t i = 0; i < pos; ++i)
         free(const_cast<char *>(big[i].name));
 }
 
 TEST(Registry, ChannelAmountClamped)
 {
-    EXPECT_EQ(model_channel_amount(), 128);  // absent
-    scratch.write("basic_info", "config basic_info 'basic_info'\n\toption chan_amount '16'\n");
-    EXPECT_EQ(model_channel_amount(), 16);
-    scratch.write("basic_info", "config basic_info 'basic_info'\n\toption chan_amount '500'\n");
-    EXPECT_EQ(model_channel_amount(), 128);
-    scratch.write("basic_info", "config basic_info 'basic_info'\n\toption chan_amount '0'\n");
-    EXPECT_EQ(model_channel_amount(), 1);
-    scratch.write("basic_info", "config basic_info 'basic_info'\n\toption chan_amount 'x'\n");
-    EXPECT_EQ(model_channel_amount(), 128);
+    EXPECT_EQ(model_channel_amount(), 128); // absent
+    for (const auto &[value, want] : {std::pair{"16", 16}, {"500", 128}, {"0", 1}, {"x", 128}}) {
+        scratch.write("basic_info", std::string("config basic_info 'basic_info'\n\toption chan_amount '") + value + "'\n");
+        EXPECT_EQ(model_channel_amount(), want) << value;
+    }
 }
 
 TEST(Mkconfig, EveryRegisteredNamedSectionIsStored)

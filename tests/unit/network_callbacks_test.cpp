@@ -24,6 +24,7 @@
 #include "model_test_util.h"
 #include "modules/modules.h"
 #include "modules/network/network.h"
+#include "harness/dsd_harness.h"
 #include "store/store.h"
 
 namespace {
@@ -46,25 +47,10 @@ const char *const PROTOCOL_PKG =
     "\toption netmask '255.255.255.0'\n\toption gateway '10.0.0.1'\n\toption dns '9.9.9.9'\n\n"
     "config interface 'smart_network_lan'\n\toption ipaddr '192.168.1.1'\n";
 
-// Each stand-in appends its name and arguments to calls.log.
-void write_script(const std::string &path, const std::string &body)
-{
-    std::ofstream(path) << "#!/bin/sh\n" << body;
-    chmod(path.c_str(), 0755);
-}
-
 void setup_stand_ins()
 {
-    const std::string &r = scratch.root;
-    for (const char *d : {"/bin", "/lib", "/lib/upnpc", "/etc/init.d", "/var", "/var/run"})
-        mkdir((r + d).c_str(), 0755);
-    const std::string log = r + "/calls.log";
-    for (const char *tool : {"sleep", "ubus", "track-reload"})
-        write_script(r + "/bin/" + tool, std::string("echo \"") + tool + " $*\" >> '" + log + "'\n");
-    write_script(r + "/etc/init.d/network", "echo \"network $*\" >> '" + log + "'\n");
-    std::ofstream(r + "/lib/upnpc/upnpc.sh")
-        << "upnpc_stop() { echo upnpc_stop >> '" << log << "'; }\n";
-    std::string path = r + "/bin:" + (getenv("PATH") ? getenv("PATH") : "/usr/bin:/bin");
+    write_network_stand_ins(scratch.root);
+    std::string path = scratch.root + "/bin:" + (getenv("PATH") ? getenv("PATH") : "/usr/bin:/bin");
     setenv("PATH", path.c_str(), 1);
 }
 
@@ -113,10 +99,7 @@ struct Protocol : testing::Test {
     }
     void TearDown() override
     {
-        json_object_put(ctx.req_obj);
-        json_object_put(ctx.res_obj);
-        if (ctx.uci_ctx) // the device's uci_free_context does not take null
-            uci_free_context(ctx.uci_ctx);
+        release_context(&ctx);
         model_destory(root);
     }
     static std::string log_path() { return scratch.root + "/calls.log"; }
@@ -135,39 +118,8 @@ struct Protocol : testing::Test {
             text += "\toption type '" + type + "'\n";
         scratch.write("network", text);
     }
-    // One request as a worker runs it: fresh uci context.
-    int set(const char *request)
-    {
-        json_object_put(ctx.req_obj);
-        ctx.req_obj = json_tokener_parse(request);
-        EXPECT_NE(ctx.req_obj, nullptr) << request;
-        ctx.method = DS_METHOD_SET;
-        ctx.error_code = -40101;
-        if (ctx.uci_ctx)
-            uci_free_context(ctx.uci_ctx);
-        ctx.uci_ctx = dsd_uci_alloc();
-        ctx.error_code = ds_serve(&ctx);
-        return ctx.error_code == 0 ? 0 : -1;
-    }
-    // The commands run, as a set of lines: their order and the pauses
-    // between them ("sleep") are the script's business, not the effect.
-    std::multiset<std::string> calls() const
-    {
-        std::ifstream in(log_path());
-        std::multiset<std::string> out;
-        for (std::string line; std::getline(in, line);) {
-            if (line.rfind("sleep", 0) != 0)
-                out.insert(line);
-        }
-        return out;
-    }
-    std::string stored(const char *pkg, const char *sec, const char *opt) const
-    {
-        char *v = get_opt_value_dup(pkg, sec, opt);
-        std::string s = v ? v : "<none>";
-        free(v);
-        return s;
-    }
+    int set(const char *request) { return serve_request(&ctx, DS_METHOD_SET, request); }
+    std::multiset<std::string> calls() const { return network_calls(scratch.root); }
     bool conflict_flag() const { return access((scratch.root + "/tmp/ip_conflict").c_str(), F_OK) == 0; }
 };
 

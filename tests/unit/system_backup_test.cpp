@@ -1,16 +1,26 @@
-// The backup bundle: what a configuration directory packs into, and what the
-// splitter accepts back.
+// The backup bundle: what a configuration directory packs into and what the
+// splitter accepts back; backups and restores from several workers at once,
+// whose fixed work files must never mix two operations.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <json-c/json.h>
+#include <uci.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
-#include "../e2e/harness/scratch_dir.h"
+#include "model/request.h"
+#include "harness/dsd_harness.h"
+#include "model_test_util.h"
+#include "harness/scratch_dir.h"
 #include "modules/system/backup.h"
+#include "platform/paths.h"
+#include "store/store.h"
 
 namespace {
 
@@ -105,6 +115,60 @@ TEST(BackupSplit, TruncatedOrMalformedBundlesAreRefused)
     EXPECT_FALSE(backup_split("", &files));
     EXPECT_FALSE(backup_split("config main 'm'\n" + two, &files));                 // text before a start line
     EXPECT_FALSE(backup_split("@FILE_START@" + kDashes + "\nconfig x\n", &files)); // path line missing
+}
+
+} // namespace
+
+namespace {
+
+// DSD_ROOT is read once per process: set before any test runs.
+model_scratch_root root_dir;
+const std::string &g_root = root_dir.root;
+
+// One keyword call on a context of its own, as a worker would make it.
+int call(int (*fn)(ds_context *, json_object *), const std::string &url)
+{
+    ds_context ctx{};
+    ctx.uci_ctx = dsd_uci_alloc();
+    json_object *arg = json_object_new_object();
+    json_object_object_add(arg, "url", json_object_new_string(url.c_str()));
+    int rc = fn(&ctx, arg);
+    json_object_put(arg);
+    json_object_put(ctx.res_obj);
+    uci_free_context(ctx.uci_ctx);
+    return rc;
+}
+
+TEST(BackupThreads, ConcurrentBackupsAndRestoresNeverMix)
+{
+    ASSERT_EQ(dsd_root(), g_root) << "DSD_ROOT was read before this test";
+    std::string cmd = "mkdir -p " + g_root + "/tmp/out";
+    ASSERT_EQ(system(cmd.c_str()), 0);
+    std::ofstream(g_root + "/etc/config/device_info") << "\nconfig info 'info'\n\toption device_name 'NVR'\n";
+    const std::string saved = "\nconfig main 'main'\n\toption fps '25'\n";
+    std::ofstream(g_root + "/etc/config/video") << saved;
+    std::string backup = g_root + "/tmp/out/saved.bin";
+    ASSERT_EQ(call(download_conf_gui, backup), 0);
+
+    std::vector<std::thread> workers;
+    std::vector<int> results(8, -1);
+    for (int w = 0; w < 8; w++) {
+        workers.emplace_back([w, &results, &backup] {
+            int bad = 0;
+            for (int round = 0; round < 5; round++) {
+                std::string dest = g_root + "/tmp/out/w" + std::to_string(w) + "_" + std::to_string(round);
+                bad += w % 2 ? call(upload_conf_gui, backup) != 0 : call(download_conf_gui, dest) != 0;
+            }
+            results[w] = bad;
+        });
+    }
+    for (auto &t : workers)
+        t.join();
+    for (int w = 0; w < 8; w++)
+        EXPECT_EQ(results[w], 0) << "worker " << w;
+    EXPECT_EQ(slurp(g_root + "/etc/config/video"), saved);
+    // Every download made in between restores cleanly.
+    EXPECT_EQ(call(upload_conf_gui, g_root + "/tmp/out/w0_4"), 0);
 }
 
 } // namespace

@@ -1,6 +1,6 @@
-// The "check_user" keyword on a clock the test moves. No bus runs here, so a
-// lock is answered with the reporting error -70101 and "time" 0: the lock
-// itself and the failed report are both visible.
+// The "check_user" keyword and the lock records under it, on a clock the test
+// moves. No bus runs here, so a lock is answered with the reporting error
+// -70101 and "time" 0: the lock itself and the failed report are both visible.
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 #include <uci.h>
@@ -13,10 +13,12 @@
 #include "model/request.h"
 #include "modules/system/login.h"
 #include "platform/paths.h"
+#include "model_test_util.h"
 #include "store/store.h"
 
 namespace {
 
+model_scratch_root scratch; // DSD_ROOT, set before any path is read
 long g_now = 1000;
 long test_clock(void)
 {
@@ -31,22 +33,8 @@ struct answer {
 
 class CheckUser : public ::testing::Test {
 protected:
-    static void SetUpTestSuite()
-    {
-        char tmpl[] = "/tmp/dsd-check-user-XXXXXX";
-        root = mkdtemp(tmpl);
-        setenv("DSD_ROOT", root.c_str(), 1);
-        ASSERT_EQ(dsd_root(), root) << "DSD_ROOT was read before this suite";
-        std::string cmd = "mkdir -p " + root + "/etc/config " + root + "/tmp";
-        ASSERT_EQ(system(cmd.c_str()), 0);
-        login_set_clock(test_clock);
-    }
-    static void TearDownTestSuite()
-    {
-        login_set_clock(nullptr);
-        std::string cmd = "rm -rf " + root;
-        EXPECT_EQ(system(cmd.c_str()), 0);
-    }
+    static void SetUpTestSuite() { login_set_clock(test_clock); }
+    static void TearDownTestSuite() { login_set_clock(nullptr); }
     void SetUp() override
     {
         std::string cmd = "rm -rf " + root + "/tmp/luci-pwderr";
@@ -98,9 +86,8 @@ protected:
         uci_free_context(ctx.uci_ctx);
         return a;
     }
-    static std::string root;
+    static inline const std::string &root = scratch.root;
 };
-std::string CheckUser::root;
 
 TEST_F(CheckUser, LockAndItsBoundaries)
 {
@@ -158,6 +145,33 @@ TEST_F(CheckUser, UnknownUsersGroupsAndDisabledLocking)
     std::string cmd = "rm -f " + root + "/etc/config/user_management";
     ASSERT_EQ(system(cmd.c_str()), 0);
     EXPECT_FALSE(check("ops", "pw").members);
+}
+
+TEST_F(CheckUser, MalformedRecordsCountAsNone)
+{
+    int count = 0, code = 0;
+    ASSERT_EQ(system(("mkdir -p " + root + "/tmp/luci-pwderr").c_str()), 0);
+    std::ofstream(root + "/tmp/luci-pwderr/u2") << "garbage";
+    EXPECT_EQ(is_locked("u2", 3, &code), 0);
+    ASSERT_EQ(log_errinfo("u2", &count, 3), 0);
+    EXPECT_EQ(count, 1);
+    std::ofstream(root + "/tmp/luci-pwderr/u3") << "";
+    EXPECT_EQ(is_locked("u3", 0, &code), 0);
+}
+
+TEST_F(CheckUser, NamesThatCouldClimbStayInTheDirectory)
+{
+    int count = 0, code = 0;
+    ASSERT_EQ(system(("mkdir -p " + root + "/tmp/luci-pwderr").c_str()), 0);
+    for (const char *user : {"../../escape", ".", "..", "a/b"}) {
+        for (int i = 0; i < 2; i++)
+            ASSERT_EQ(log_errinfo(user, &count, 2), 0) << user;
+        EXPECT_EQ(count, 2);
+        EXPECT_NE(is_locked(user, 2, &code), 0) << user;
+    }
+    EXPECT_FALSE(std::ifstream(root + "/escape").good());
+    EXPECT_FALSE(std::ifstream(root + "/tmp/escape").good());
+    EXPECT_TRUE(std::ifstream(root + "/tmp/luci-pwderr/hex-2e2e2f2e2e2f657363617065").good());
 }
 
 } // namespace

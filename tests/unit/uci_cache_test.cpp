@@ -16,39 +16,16 @@
 #include <vector>
 
 #include "store/store.h"
+#include "model_test_util.h"
 #include "uci_test_util.h"
 
 namespace {
 
-const std::string &test_root(void);
-
-void remove_root(void)
-{
-    std::string cmd = "rm -rf " + test_root();
-    if (system(cmd.c_str()) != 0)
-        fprintf(stderr, "cannot remove %s\n", test_root().c_str());
-}
-
-// The process reads DSD_ROOT once, so every test shares one root. The name
-// is never freed: remove_root runs after static destructors.
-const std::string &test_root(void)
-{
-    static const std::string &root = *new std::string([] {
-        char tmpl[] = "/tmp/dsd-cache-XXXXXX";
-        std::string r = mkdtemp(tmpl);
-        std::string cmd = "mkdir -p " + r + "/etc/config " + r + "/tmp/.uci";
-        if (system(cmd.c_str()) != 0)
-            abort();
-        setenv("DSD_ROOT", r.c_str(), 1);
-        atexit(remove_root);
-        return r;
-    }());
-    return root;
-}
+model_scratch_root scratch;
 
 void write_package(const std::string &name, const std::string &text)
 {
-    std::ofstream(test_root() + "/etc/config/" + name, std::ios::binary) << text;
+    scratch.write(name, text);
 }
 
 std::string text_of(json_object *obj)
@@ -116,71 +93,37 @@ void expect_views_agree(const char *package, const std::string &step)
     EXPECT_EQ(uci_snapshot_section_count(*view), n) << step;
 }
 
-json_object *parsed(const char *text)
-{
-    return json_tokener_parse(text);
-}
-
-// One kind of change per row, each in a transaction of its own.
-struct change_row {
-    const char *name;
-    int (*apply)(store_txn *t);
-};
-
-int set_values(store_txn *t)
-{
-    json_object *req = parsed(R"({"x":"it's","l":["q","r"],"z":"","n":7})");
-    int rc = set_uci_section(t, "forms", "one", req);
-    json_object_put(req);
-    return rc;
-}
-
-const change_row kChanges[] = {
-    {"set section", set_values},
-    {"set option", [](store_txn *t) { return set_opt_value(t, "forms", "two", "w", "a 'quoted' value"); }},
-    {"delete option", [](store_txn *t) { return delete_opt_value(t, "forms", "one", "x", nullptr); }},
-    {"add section", [](store_txn *t) { return add_new_section(t, "forms", "a", "three"); }},
-    {"rename section", [](store_txn *t) { return rename_section(t, "forms", "three", "four"); }},
-    {"delete section", [](store_txn *t) { return delete_section(t, "forms", "four"); }},
-    {"delete type", [](store_txn *t) { return delete_section_type(t, "forms", "b"); }},
-    {nullptr, nullptr},
-};
-
 TEST(UciView, AgreesWithAFreshParseAfterEveryKindOfChange)
 {
-    write_package("forms", "config a 'one'\n\toption x 'v 1'\n\tlist l 'p'\n\tlist l 'q'\n"
-                           "config b\n\toption y \"it's\"\n"
-                           "config a 'two'\n"
-                           "config a 'one'\n\toption z '\xc3\xa9'\n");
-    expect_views_agree("forms", "start");
+    write_package("pkg", kEditPackage + std::string("config b\n\toption y \"it's\"\n"));
+    expect_views_agree("pkg", "start");
     int round = 0;
-    for (const change_row *c = kChanges; c->name; c++, round++) {
+    for (const edit_row *c = kEdits; c->name; c++, round++) {
         ctx_ptr ctx(dsd_uci_alloc());
         store_txn t(ctx.get());
         ASSERT_EQ(c->apply(&t), 0) << c->name;
-        expect_views_agree("forms", std::string(c->name) + ", staged");
-        ASSERT_EQ(store_txn_commit(&t, "forms", round % 2 == 0), 0) << c->name;
-        expect_views_agree("forms", std::string(c->name) + ", committed");
+        expect_views_agree("pkg", std::string(c->name) + ", staged");
+        ASSERT_EQ(store_txn_commit(&t, "pkg", round % 2 == 0), 0) << c->name;
+        expect_views_agree("pkg", std::string(c->name) + ", committed");
     }
     // Another uci client's change, and an edit of the file behind the
     // store's back: seen through the files' identity.
     ctx_ptr other(dsd_uci_alloc());
-    std::string tuple = "forms.two.foreign=yes";
+    std::string tuple = "pkg.T_2.foreign=yes";
     uci_ptr ptr{};
     ASSERT_EQ(uci_lookup_ptr(other.get(), &ptr, tuple.data(), true), UCI_OK);
     ASSERT_EQ(uci_set(other.get(), &ptr), UCI_OK);
     ASSERT_EQ(uci_save(other.get(), ptr.p), UCI_OK);
-    expect_views_agree("forms", "foreign change");
-    std::ofstream(test_root() + "/etc/config/forms", std::ios::app) << "config a 'edited'\n";
-    expect_views_agree("forms", "file edited");
+    expect_views_agree("pkg", "foreign change");
+    std::ofstream(scratch.conf("pkg"), std::ios::app) << "config T 'edited'\n";
+    expect_views_agree("pkg", "file edited");
     EXPECT_FALSE(store_view(nullptr, "no_such_package"));
     EXPECT_FALSE(store_view(nullptr, "../etc/config/forms"));
-    uci_snapshot_ref view = store_view(nullptr, "forms");
+    uci_snapshot_ref view = store_view(nullptr, "pkg");
     ASSERT_TRUE(view);
     EXPECT_EQ(uci_snapshot_section(*view, "missing"), nullptr);
-    EXPECT_STREQ(store_view_option(*view, "two", "foreign"), "yes");
-    EXPECT_EQ(store_view_option(*view, "one", "l"), nullptr); // a list
-    EXPECT_EQ(text_of(store_view_type_names(*view, "a")), R"([ "one", "two", "edited" ])");
+    EXPECT_STREQ(store_view_option(*view, "T_2", "foreign"), "yes");
+    EXPECT_EQ(text_of(store_view_type_names(*view, "T")), R"([ "T_9", "T_2", "edited" ])");
 }
 
 TEST(UciCache, StaysWithinItsSize)

@@ -24,19 +24,9 @@ constexpr int kThreads = 6;
 constexpr int kCommits = 40;
 constexpr int kLightCommits = 100;
 
-// The list shared.<sec>.items as numbers; fails the test on a missing list.
 std::vector<std::string> items(const uci_dirs &d, const std::string &pkg, const std::string &sec)
 {
-    ctx_ptr ctx(d.context());
-    std::vector<std::string> out;
-    std::string tuple = pkg + "." + sec + ".items";
-    uci_ptr ptr{};
-    if (uci_lookup_ptr(ctx.get(), &ptr, tuple.data(), true) != UCI_OK || !ptr.o ||
-        ptr.o->type != UCI_TYPE_LIST)
-        return out;
-    uci_element *e;
-    uci_foreach_element(&ptr.o->v.list, e) out.emplace_back(e->name);
-    return out;
+    return uci_list(ctx_ptr(d.context()).get(), pkg + "." + sec + ".items");
 }
 
 bool append(const uci_dirs &d, const std::string &sec, int i, bool light)

@@ -19,10 +19,6 @@
 
 namespace {
 
-const char kPackage[] = "config kind 'full'\n\toption a 'x'\n\tlist l 'p'\n"
-                        "config kind 'bare'\n"
-                        "config T 'T_1'\n";
-
 // What a reader sees of the package: every section of a view, in order.
 std::string seen(const uci_dirs &d)
 {
@@ -32,30 +28,6 @@ std::string seen(const uci_dirs &d)
     json_object_put(pkg);
     return out;
 }
-
-int set_section(store_txn *t)
-{
-    json_object *req = json_tokener_parse(R"({"a":"y","l":["q"]})");
-    int rc = set_uci_section(t, "pkg", "full", req);
-    json_object_put(req);
-    return rc;
-}
-
-struct edit_row {
-    const char *name;
-    int (*apply)(store_txn *t);
-};
-
-const edit_row kEdits[] = {
-    {"set section", set_section},
-    {"set option", [](store_txn *t) { return set_opt_value(t, "pkg", "bare", "n", "1"); }},
-    {"delete option", [](store_txn *t) { return delete_opt_value(t, "pkg", "full", "a", nullptr); }},
-    {"add section", [](store_txn *t) { return add_new_section(t, "pkg", "T", "T_2"); }},
-    {"rename section", [](store_txn *t) { return rename_section(t, "pkg", "T_1", "T_9"); }},
-    {"delete section", [](store_txn *t) { return delete_section(t, "pkg", "bare"); }},
-    {"delete type", [](store_txn *t) { return delete_section_type(t, "pkg", "kind"); }},
-    {nullptr, nullptr},
-};
 
 // A change light-committed before: it must survive every drop below.
 void stage_earlier(const uci_dirs &d)
@@ -69,7 +41,7 @@ void stage_earlier(const uci_dirs &d)
 TEST(UciTxn, DroppedLeavesFileAndChangeLogByteIdentical)
 {
     uci_dirs d;
-    d.write("pkg", kPackage);
+    d.write("pkg", kEditPackage);
     stage_earlier(d);
     const std::string file = d.read("pkg"), log = d.changes("pkg"), view = seen(d);
     for (const edit_row *e = kEdits; e->name; e++) {
@@ -95,7 +67,7 @@ TEST(UciTxn, DroppedLeavesFileAndChangeLogByteIdentical)
 TEST(UciTxn, FailedCommitLeavesNothingStaged)
 {
     uci_dirs d;
-    d.write("pkg", kPackage + std::string("config pad 'pad'\n\toption p '") + std::string(4000, 'p') + "'\n");
+    d.write("pkg", kEditPackage + std::string("config pad 'pad'\n\toption p '") + std::string(4000, 'p') + "'\n");
     stage_earlier(d);
     const std::string file = d.read("pkg"), log = d.changes("pkg"), view = seen(d);
     ctx_ptr ctx(d.context());
@@ -125,7 +97,7 @@ TEST(UciTxn, FailedCommitLeavesNothingStaged)
 TEST(UciTxn, TwoOnOnePackageTakeTurns)
 {
     uci_dirs d;
-    d.write("pkg", kPackage);
+    d.write("pkg", kEditPackage);
     std::atomic<bool> first_holds{false}, first_done{false}, second_saw_done{false};
     std::thread first([&] {
         ctx_ptr ctx(d.context());
@@ -156,8 +128,8 @@ TEST(UciTxn, TwoOnOnePackageTakeTurns)
 TEST(UciTxn, OppositeOrdersGiveUpInsteadOfDeadlocking)
 {
     uci_dirs d;
-    d.write("one", kPackage);
-    d.write("two", kPackage);
+    d.write("one", kEditPackage);
+    d.write("two", kEditPackage);
     std::atomic<int> holding{0};
     int results[2] = {0, 0};
     auto run = [&](int k, const char *mine, const char *theirs) {

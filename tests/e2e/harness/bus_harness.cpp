@@ -1,46 +1,27 @@
-#include "bus_harness.h"
-#include "exec_wrapper.h"
+#include "harness/bus_harness.h"
+#include "harness/dsd_harness.h"
+#include "harness/exec_wrapper.h"
 
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 #include <signal.h>
-#include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
-#include <iterator>
 #include <thread>
-#include <vector>
 
 namespace {
 
-void bus_sleep_ms(int ms)
-{
-    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-}
-
 bool socket_accepts(const std::string &path)
 {
-    struct sockaddr_un sun;
-    memset(&sun, 0, sizeof sun);
-    sun.sun_family = AF_UNIX;
-    if (path.size() >= sizeof sun.sun_path)
-        return false;
-    strcpy(sun.sun_path, path.c_str());
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0)
-        return false;
-    bool ok = connect(fd, (struct sockaddr *)&sun, sizeof sun) == 0;
-    close(fd);
-    return ok;
+    int fd = dsd_connect(path);
+    if (fd >= 0)
+        close(fd);
+    return fd >= 0;
 }
 
 void write_file_atomically(const std::string &path, const std::string &text)
@@ -48,54 +29,6 @@ void write_file_atomically(const std::string &path, const std::string &text)
     std::string tmp = path + ".tmp";
     std::ofstream(tmp, std::ios::binary | std::ios::trunc) << text;
     rename(tmp.c_str(), path.c_str());
-}
-
-std::string read_file(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-// Starts argv (through the exec wrapper) with its output appended to out;
-// it is told to stop when the starting thread ends.
-pid_t spawn(const std::vector<std::string> &argv_in, const std::string &out)
-{
-    pid_t pid = fork();
-    if (pid != 0)
-        return pid;
-    // A test that dies leaves no bus behind.
-    prctl(PR_SET_PDEATHSIG, SIGTERM);
-    FILE *f = freopen(out.c_str(), "a", stdout);
-    if (f)
-        dup2(fileno(stdout), STDERR_FILENO);
-    std::vector<std::string> args = exec_wrapper_words();
-    args.insert(args.end(), argv_in.begin(), argv_in.end());
-    std::vector<char *> argv;
-    for (auto &a : args)
-        argv.push_back(a.data());
-    argv.push_back(nullptr);
-    execvp(argv[0], argv.data());
-    _exit(127);
-}
-
-// SIGTERM, SIGKILL after a bounded wait. The exit status, or -1 for no process.
-int end_process(pid_t *pid)
-{
-    if (*pid <= 0)
-        return -1;
-    kill(*pid, SIGTERM);
-    int status = 0;
-    for (int waited = 0; waited < 5000; waited += 10) {
-        if (waitpid(*pid, &status, WNOHANG) == *pid) {
-            *pid = -1;
-            return status;
-        }
-        bus_sleep_ms(10);
-    }
-    kill(*pid, SIGKILL);
-    waitpid(*pid, &status, 0);
-    *pid = -1;
-    return status;
 }
 
 // Polls (bounded) until ready() holds; false when it did not or pid ended
@@ -108,7 +41,7 @@ template <typename F> bool wait_ready(pid_t pid, F ready)
         siginfo_t info{};
         if (waitid(P_PID, (id_t)pid, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid)
             return false;
-        bus_sleep_ms(10);
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return false;
 }
@@ -142,7 +75,7 @@ void bus_harness::set_scenario(const std::string &scenario_json) const
     write_file_atomically(scenario_path(), scenario_json);
     if (!kRealBus || pid <= 0)
         return;
-    if (!wait_ready(pid, [&] { return read_file(applied) == scenario_json; }))
+    if (!wait_ready(pid, [&] { return slurp(applied) == scenario_json; }))
         ADD_FAILURE() << "hostbus did not apply the scenario " << scenario_json;
 }
 
@@ -155,21 +88,21 @@ bool bus_harness::start(const std::string &scenario_json)
     std::string out = root + "/var/run/hostbus.out";
     if (kRealBus) {
 #ifdef DSD_REAL_BUS
-        ubusd_pid = spawn({DSD_UBUSD_BIN, "-s", socket_path()}, root + "/var/run/ubusd.out");
+        ubusd_pid = spawn_program({DSD_UBUSD_BIN, "-s", socket_path()}, root + "/var/run/ubusd.out", SIGTERM);
 #endif
         if (ubusd_pid < 0 || !wait_ready(ubusd_pid, [&] { return socket_accepts(socket_path()); })) {
             stop();
             return false;
         }
     }
-    pid = spawn({std::string(DSD_TOOLS_DIR) + "/hostbus", "--root", root, "--scenario", scenario_path(),
-                 "--log", log_path(), "--socket", socket_path()},
-                out);
+    pid = spawn_program({std::string(DSD_TOOLS_DIR) + "/hostbus", "--root", root, "--scenario", scenario_path(),
+                         "--log", log_path(), "--socket", socket_path()},
+                        out, SIGTERM);
     if (pid < 0)
         return false;
     std::string applied = scenario_path() + ".applied";
     bool up = wait_ready(pid, [&] {
-        return kRealBus ? read_file(applied) == scenario_json : socket_accepts(socket_path());
+        return kRealBus ? slurp(applied) == scenario_json : socket_accepts(socket_path());
     });
     if (!up)
         stop();
@@ -178,8 +111,8 @@ bool bus_harness::start(const std::string &scenario_json)
 
 int bus_harness::stop()
 {
-    int status = end_process(&pid);
-    end_process(&ubusd_pid);
+    int status = end_process(&pid, 5000);
+    end_process(&ubusd_pid, 5000);
     return status;
 }
 
@@ -222,7 +155,7 @@ int bus_harness::wait_calls(const std::string &object, const std::string &method
         seen = (int)calls_to(object, method).size();
         if (seen >= n)
             return seen;
-        bus_sleep_ms(10);
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return seen;
 }

@@ -1,13 +1,11 @@
 #include "harness/camsim_harness.h"
 
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <thread>
 
 #include "harness/dsd_harness.h"
@@ -28,20 +26,11 @@ camsim_harness::~camsim_harness()
 
 bool camsim_harness::start(const std::vector<std::string> &flags)
 {
-    std::vector<std::string> args = exec_wrapper_words();
-    args.push_back(std::string(DSD_TOOLS_DIR) + "/camsim");
+    std::vector<std::string> args = {std::string(DSD_TOOLS_DIR) + "/camsim"};
     for (const char *a : {"--port-file", "--store", "--log"})
         args.push_back(a), args.push_back(dir + (std::string(a) == "--port-file" ? "/port" : a == std::string("--store") ? "/image" : "/requests"));
     args.insert(args.end(), flags.begin(), flags.end());
-    pid = fork();
-    if (pid == 0) {
-        std::vector<char *> argv;
-        for (auto &a : args)
-            argv.push_back(a.data());
-        argv.push_back(nullptr);
-        execvp(argv[0], argv.data());
-        _exit(127);
-    }
+    pid = spawn_program(args, dir + "/camsim.out", SIGKILL);
     for (int waited = 0; pid > 0 && waited < 10000 * harness_slowdown(); waited += 10) {
         std::ifstream in(dir + "/port");
         if (in >> port)
@@ -53,17 +42,12 @@ bool camsim_harness::start(const std::vector<std::string> &flags)
 
 void camsim_harness::stop()
 {
-    if (pid > 0) {
-        kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
-        pid = -1;
-    }
+    end_process(&pid, 0);
 }
 
 std::string camsim_harness::stored() const
 {
-    std::ifstream in(dir + "/image", std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return slurp(dir + "/image");
 }
 
 std::vector<std::string> camsim_harness::requests() const

@@ -1,6 +1,5 @@
 #include "harness/dsd_harness.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <json-c/json.h>
 #include <uci.h>
@@ -99,49 +98,57 @@ bool dsd_harness::make_config(int channels) const
                      std::to_string(channels) + " >/dev/null");
 }
 
-std::string dsd_harness::path(const std::string &rel) const
+pid_t spawn_program(const std::vector<std::string> &argv_in, const std::string &out, int death_signal,
+                    const std::vector<std::pair<std::string, std::string>> &env)
 {
-    return root + rel;
+    pid_t pid = fork();
+    if (pid != 0)
+        return pid;
+    // A test process that dies (an abort, a crash) takes the program along
+    // instead of leaving it serving a removed root.
+    prctl(PR_SET_PDEATHSIG, death_signal);
+    for (const auto &[name, value] : env)
+        setenv(name.c_str(), value.c_str(), 1);
+    int fd = open(out.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+    dup2(fd, 1);
+    dup2(fd, 2);
+    std::vector<std::string> args = exec_wrapper_words();
+    args.insert(args.end(), argv_in.begin(), argv_in.end());
+    std::vector<char *> argv;
+    for (auto &a : args)
+        argv.push_back(a.data());
+    argv.push_back(nullptr);
+    execvp(argv[0], argv.data());
+    _exit(127);
 }
 
-std::string dsd_harness::socket_path() const
+int end_process(pid_t *pid, int wait_ms)
 {
-    return root + "/tmp/dsd_server.sock";
-}
-
-bool dsd_harness::running() const
-{
-    return pid > 0 && kill(pid, 0) == 0;
+    if (*pid <= 0)
+        return -1;
+    kill(*pid, SIGTERM);
+    int status = -1;
+    for (int waited = 0; waited < wait_ms; waited += 10) {
+        if (waitpid(*pid, &status, WNOHANG) == *pid) {
+            *pid = -1;
+            return status;
+        }
+        sleep_ms(10);
+    }
+    kill(*pid, SIGKILL);
+    waitpid(*pid, &status, 0);
+    *pid = -1;
+    return status;
 }
 
 bool dsd_harness::start(const std::vector<std::string> &args)
 {
-    std::vector<std::string> argv = exec_wrapper_words();
-    const char *stand_in = getenv("DSD_TEST_DAEMON");
-    argv.push_back(stand_in && *stand_in ? stand_in : DSD_BIN);
+    const char *stand_in = getenv("DSD_TEST_DAEMON"), *path = getenv("PATH");
+    std::vector<std::string> argv = {stand_in && *stand_in ? stand_in : DSD_BIN};
     argv.insert(argv.end(), args.begin(), args.end());
-    std::string log_path = root + "/dsd.log";
-    pid = fork();
-    if (pid < 0)
-        return false;
-    if (pid == 0) {
-        // A test process that dies (an abort, a crash) takes its daemon along
-        // instead of leaving it serving a removed root.
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        setenv("DSD_ROOT", root.c_str(), 1);
-        const char *path = getenv("PATH");
-        setenv("PATH", (root + "/bin:" + (path ? path : "/usr/bin:/bin")).c_str(), 1);
-        int fd = open(log_path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-        dup2(fd, 1);
-        dup2(fd, 2);
-        std::vector<char *> cargv;
-        for (auto &a : argv)
-            cargv.push_back(a.data());
-        cargv.push_back(nullptr);
-        execvp(cargv[0], cargv.data());
-        _exit(127);
-    }
-    for (int waited = 0; waited < 20000 * harness_slowdown(); waited += 10) {
+    pid = spawn_program(argv, root + "/dsd.log", SIGKILL,
+                        {{"DSD_ROOT", root}, {"PATH", root + "/bin:" + (path ? path : "/usr/bin:/bin")}});
+    for (int waited = 0; pid > 0 && waited < 20000 * harness_slowdown(); waited += 10) {
         int fd = dsd_connect(socket_path());
         if (fd >= 0) {
             close(fd); // an empty connection: the daemon answers it -40101 and moves on
@@ -171,21 +178,7 @@ int dsd_harness::kill_now(int sig)
 
 int dsd_harness::stop()
 {
-    if (pid <= 0)
-        return -1;
-    kill(pid, SIGTERM);
-    int status = -1;
-    for (int waited = 0; waited < 5000 * harness_slowdown(); waited += 10) {
-        if (waitpid(pid, &status, WNOHANG) == pid) {
-            pid = -1;
-            return status;
-        }
-        sleep_ms(10);
-    }
-    kill(pid, SIGKILL);
-    waitpid(pid, &status, 0);
-    pid = -1;
-    return status;
+    return end_process(&pid, 5000 * harness_slowdown());
 }
 
 std::string slurp(const std::string &path)
@@ -201,6 +194,31 @@ std::string json_quote(const std::string &text)
     json_object *s = json_object_new_string_len(text.data(), static_cast<int>(text.size()));
     std::string out = json_object_to_json_string_ext(s, JSON_C_TO_STRING_PLAIN);
     json_object_put(s);
+    return out;
+}
+
+void write_network_stand_ins(const std::string &root)
+{
+    run_quiet("mkdir -p " + root + "/bin " + root + "/lib/upnpc " + root + "/etc/init.d " + root + "/var/run");
+    const std::string log = root + "/calls.log";
+    auto script = [&](const std::string &path, const std::string &name) {
+        std::ofstream(path) << "#!/bin/sh\necho \"" << name << " $*\" >> '" << log << "'\n";
+        chmod(path.c_str(), 0755);
+    };
+    for (const char *tool : {"sleep", "ubus", "track-reload"})
+        script(root + "/bin/" + tool, tool);
+    script(root + "/etc/init.d/network", "network");
+    std::ofstream(root + "/lib/upnpc/upnpc.sh") << "upnpc_stop() { echo upnpc_stop >> '" << log << "'; }\n";
+}
+
+std::multiset<std::string> network_calls(const std::string &root)
+{
+    std::istringstream in(slurp(root + "/calls.log"));
+    std::multiset<std::string> out;
+    for (std::string line; std::getline(in, line);) {
+        if (line.rfind("sleep", 0) != 0)
+            out.insert(line);
+    }
     return out;
 }
 
@@ -231,16 +249,6 @@ std::string snapshot_changes(const dsd_snapshot &a, const dsd_snapshot &b)
     return out;
 }
 
-int dsd_harness::backup_to(const std::string &url) const
-{
-    return error_code_of(request(R"({"method":"do","system":{"download_conf_gui":{"url":")" + url + "\"}}}"));
-}
-
-int dsd_harness::restore_from(const std::string &url) const
-{
-    return error_code_of(request(R"({"method":"do","system":{"upload_conf_gui":{"url":")" + url + "\"}}}"));
-}
-
 std::string dsd_harness::forge_backup(const std::string &bundle, const std::string &name,
                                       const std::string &device) const
 {
@@ -255,24 +263,10 @@ std::string dsd_harness::forge_backup(const std::string &bundle, const std::stri
 
 dsd_run dsd_harness::dsdc(const std::string &words) const
 {
-    std::string err_file = path("/dsdc.err");
-    std::string cmd = "DSD_ROOT='" + root + "' " + tool_command("dsdc") + " " + words + " 2>'" + err_file + "'";
-    dsd_run r;
-    FILE *p = popen(cmd.c_str(), "r");
-    if (!p)
-        return r;
-    char buf[4096];
-    for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;)
-        r.out.append(buf, n);
-    int st = pclose(p);
-    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-    r.err = slurp(err_file);
-    return r;
-}
-
-std::string dsd_harness::log() const
-{
-    return slurp(root + "/dsd.log");
+    std::string out = path("/dsdc.out"), err = path("/dsdc.err");
+    int st = system(("DSD_ROOT='" + root + "' " + tool_command("dsdc") + " " + words + " >'" + out + "' 2>'" + err + "'")
+                        .c_str());
+    return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, slurp(out), slurp(err)};
 }
 
 int dsd_harness::wait_log(const std::string &text, int n, int timeout_ms) const
@@ -292,20 +286,9 @@ int dsd_harness::wait_log(const std::string &text, int n, int timeout_ms) const
 
 int dsd_harness::open_fds() const
 {
-    std::string dir = "/proc/" + std::to_string(pid) + "/fd";
-    DIR *d = opendir(dir.c_str());
-    if (!d)
-        return -1;
-    int n = 0;
-    while (readdir(d))
-        n++;
-    closedir(d);
-    return n - 2;
-}
-
-std::string dsd_harness::request(const std::string &json, const dsd_identity &who, int timeout_ms) const
-{
-    return dsd_request(socket_path(), who, json, timeout_ms * harness_slowdown());
+    std::error_code ec;
+    std::filesystem::directory_iterator it("/proc/" + std::to_string(pid) + "/fd", ec);
+    return ec ? -1 : static_cast<int>(std::distance(it, std::filesystem::directory_iterator()));
 }
 
 std::string dsd_harness::raw(const std::string &bytes, int timeout_ms) const
@@ -351,11 +334,6 @@ dsd_answer::dsd_answer(std::string response) : text(std::move(response)), obj(js
     }
 }
 
-int dsd_answer::code() const
-{
-    return error_code_of(text);
-}
-
 json_object *dsd_answer::at(std::initializer_list<const char *> path) const
 {
     json_object *cur = obj.get();
@@ -383,34 +361,13 @@ std::string path_text(std::initializer_list<const char *> path)
 
 } // namespace
 
-std::string dsd_answer::str(std::initializer_list<const char *> path) const
+json_object *dsd_answer::typed(std::initializer_list<const char *> path, json_type type) const
 {
     json_object *v = at(path);
-    if (!v || !json_object_is_type(v, json_type_string)) {
-        ADD_FAILURE() << "no string at " << path_text(path) << " in \"" << text << "\"";
-        return "";
-    }
-    return json_object_get_string(v);
-}
-
-int dsd_answer::num(std::initializer_list<const char *> path) const
-{
-    json_object *v = at(path);
-    if (!v || !json_object_is_type(v, json_type_int)) {
-        ADD_FAILURE() << "no integer at " << path_text(path) << " in \"" << text << "\"";
-        return kNoErrorCode;
-    }
-    return json_object_get_int(v);
-}
-
-int dsd_answer::len(std::initializer_list<const char *> path) const
-{
-    json_object *v = at(path);
-    if (!v || !json_object_is_type(v, json_type_array)) {
-        ADD_FAILURE() << "no array at " << path_text(path) << " in \"" << text << "\"";
-        return -1;
-    }
-    return static_cast<int>(json_object_array_length(v));
+    if (v && json_object_is_type(v, type))
+        return v;
+    ADD_FAILURE() << "no " << json_type_to_name(type) << " at " << path_text(path) << " in \"" << text << "\"";
+    return nullptr;
 }
 
 std::string dsd_harness::uci_get(const std::string &pkg, const std::string &sec, const std::string &opt,
@@ -447,9 +404,4 @@ std::string dsd_harness::uci_get(const std::string &pkg, const std::string &sec,
 dsd_answer dsd_harness::ask(const std::string &json, const dsd_identity &who, int timeout_ms) const
 {
     return dsd_answer(request(json, who, timeout_ms));
-}
-
-int dsd_harness::code(const std::string &json) const
-{
-    return error_code_of(request(json));
 }

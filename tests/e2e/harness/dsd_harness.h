@@ -10,14 +10,34 @@
 #include <initializer_list>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "client/dsd_client.h"
+#include "harness/bus_harness.h"
 #include "harness/exec_wrapper.h"
 #include "harness/tlv.h"
+
+// A file's whole content, "" when it cannot be read.
+std::string slurp(const std::string &path);
+
+// Starts argv (through the exec wrapper) with env set and its output
+// appended to out; death_signal reaches it when the test process ends.
+// The pid, or -1.
+pid_t spawn_program(const std::vector<std::string> &argv, const std::string &out, int death_signal,
+                    const std::vector<std::pair<std::string, std::string>> &env = {});
+// SIGTERM, SIGKILL after wait_ms, reaped: the wait status, or -1 when *pid
+// names no process. *pid is -1 afterwards.
+int end_process(pid_t *pid, int wait_ms);
+
+// The integer "error_code" of a response text. An empty or unparsable
+// answer, or one without an integer "error_code", records a gtest failure
+// quoting the text and returns kNoErrorCode.
+int error_code_of(const std::string &response);
 
 struct dsd_harness {
     std::string root; // temporary directory standing in for "/"
@@ -48,11 +68,11 @@ struct dsd_harness {
     // Sends sig (SIGKILL by default) at once and reaps the daemon; the wait
     // status, or -1 when it was not running.
     int kill_now(int sig = SIGKILL);
-    bool running() const;
+    bool running() const { return pid > 0 && kill(pid, 0) == 0; }
 
-    std::string socket_path() const;
-    std::string path(const std::string &rel) const; // root + rel
-    std::string log() const;                         // dsd's stdout and stderr
+    std::string socket_path() const { return root + "/tmp/dsd_server.sock"; }
+    std::string path(const std::string &rel) const { return root + rel; }
+    std::string log() const { return slurp(root + "/dsd.log"); } // dsd's stdout and stderr
     // Polls the log until it contains text n times (bounded); the count seen.
     int wait_log(const std::string &text, int n = 1, int timeout_ms = 10000) const;
     // An option's value as the files under the root hold it (committed text
@@ -66,8 +86,14 @@ struct dsd_harness {
 
     // The codes of the backup keyword writing to url and of the restore
     // keyword reading from url (a missing code is a recorded failure).
-    int backup_to(const std::string &url) const;
-    int restore_from(const std::string &url) const;
+    int backup_to(const std::string &url) const
+    {
+        return code(R"({"method":"do","system":{"download_conf_gui":{"url":")" + url + "\"}}}");
+    }
+    int restore_from(const std::string &url) const
+    {
+        return code(R"({"method":"do","system":{"upload_conf_gui":{"url":")" + url + "\"}}}");
+    }
     // A backup file as a device named `device` would make it from `bundle`
     // (the text of its package records), written to <root>/tmp/<name>; its path.
     std::string forge_backup(const std::string &bundle, const std::string &name,
@@ -78,13 +104,16 @@ struct dsd_harness {
 
     // A request as a given client; the response text ("" on failure).
     std::string request(const std::string &json, const dsd_identity &who = dsd_identity(),
-                        int timeout_ms = 30000) const;
+                        int timeout_ms = 30000) const
+    {
+        return dsd_request(socket_path(), who, json, timeout_ms * harness_slowdown());
+    }
     // The integer "error_code" of a request's answer (see error_code_of).
-    int code(const std::string &json) const;
+    int code(const std::string &json) const { return error_code_of(request(json)); }
     // A request whose answer the test needs: parsed, with failures recorded
     // when it is missing or not a JSON object (see struct dsd_answer).
     struct dsd_answer ask(const std::string &json, const dsd_identity &who = dsd_identity(),
-                      int timeout_ms = 30000) const;
+                          int timeout_ms = 30000) const;
     // Sends raw bytes, closes the write side, reads one response record.
     // The response text, or "" when none came within timeout_ms.
     std::string raw(const std::string &bytes, int timeout_ms = 10000) const;
@@ -95,11 +124,17 @@ struct dsd_run {
     std::string out, err;
 };
 
-// A file's whole content, "" when it cannot be read.
-std::string slurp(const std::string &path);
 
 // A JSON string literal of any text (quotes, control characters and NUL escaped).
 std::string json_quote(const std::string &text);
+
+// Stand-ins for what the network appliers run (sleep, ubus, track-reload,
+// <root>/etc/init.d/network, upnpc_stop): each appends its command line to
+// <root>/calls.log. They are in <root>/bin, first in dsd's PATH.
+void write_network_stand_ins(const std::string &root);
+// The lines of <root>/calls.log but the pauses ("sleep"), as a set: their
+// order is the script's business, not the effect.
+std::multiset<std::string> network_calls(const std::string &root);
 
 // Every entry of a directory (not recursive): its mode, and the bytes of
 // regular files.
@@ -128,29 +163,58 @@ struct dsd_answer {
 
     explicit dsd_answer(std::string response);
     // The integer "error_code"; kNoErrorCode (and a recorded failure) if absent.
-    int code() const;
-    // The integer at a path; records a failure and returns kNoErrorCode when
-    // the member is missing or not an integer.
-    int num(std::initializer_list<const char *> path) const;
-    // The length of the array at a path; records a failure and returns -1
-    // when the member is missing or not an array.
-    int len(std::initializer_list<const char *> path) const;
+    int code() const { return error_code_of(text); }
     // The member at a path of keys ("#n" indexes an array), or null when any
     // step is missing.
     json_object *at(std::initializer_list<const char *> path) const;
-    // The string at a path; records a failure and returns "" when the member
-    // is missing or not a string.
-    std::string str(std::initializer_list<const char *> path) const;
+    // The member at a path when it has the type; null and a recorded failure
+    // otherwise.
+    json_object *typed(std::initializer_list<const char *> path, json_type type) const;
+    // The integer at a path (kNoErrorCode when missing), the length of the
+    // array at a path (-1), the string at a path (""); a missing member or
+    // one of another type is a recorded failure.
+    int num(std::initializer_list<const char *> path) const
+    {
+        json_object *v = typed(path, json_type_int);
+        return v ? json_object_get_int(v) : kNoErrorCode;
+    }
+    int len(std::initializer_list<const char *> path) const
+    {
+        json_object *v = typed(path, json_type_array);
+        return v ? static_cast<int>(json_object_array_length(v)) : -1;
+    }
+    std::string str(std::initializer_list<const char *> path) const
+    {
+        json_object *v = typed(path, json_type_string);
+        return v ? json_object_get_string(v) : "";
+    }
 };
 
 // True when path leads to a string member equal to want (gtest message otherwise).
 ::testing::AssertionResult has_string(const dsd_answer &a, std::initializer_list<const char *> path,
                                       const std::string &want);
 
-// The integer "error_code" of a response text. An empty or unparsable
-// answer, or one without an integer "error_code", records a gtest failure
-// quoting the text and returns kNoErrorCode.
-int error_code_of(const std::string &response);
 // The same without recording a failure, for answers that may legitimately
 // be missing (a daemon killed under the request): kNoErrorCode when absent.
 int error_code_or_none(const std::string &response);
+
+// The usual test device: `channels` channels written by mkconfig, then the
+// packages given (name, text) over them, hostbus running `scenario` (none
+// when null), dsd started with `args`.
+struct dsd_device : ::testing::Test {
+    dsd_harness d;
+    bus_harness bus{d.root};
+
+    void boot(int channels, const char *scenario = nullptr,
+              std::initializer_list<std::pair<const char *, std::string>> packages = {},
+              const std::vector<std::string> &args = {"-d"})
+    {
+        ASSERT_TRUE(d.make_config(channels));
+        for (const auto &[name, text] : packages)
+            d.write_package(name, text);
+        if (scenario) {
+            ASSERT_TRUE(bus.start(scenario));
+        }
+        ASSERT_TRUE(d.start(args)) << d.log();
+    }
+};
