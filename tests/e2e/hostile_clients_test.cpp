@@ -2,17 +2,9 @@
 // dripping, announcing the largest request and sending none of it), in
 // numbers up to and far beyond the workers and the queue, while a
 // well-behaved client measures its answers; descriptors exhausted.
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <chrono>
-#include <sstream>
-#include <thread>
-#include <vector>
 
 #include "harness/dsd_harness.h"
 
