@@ -1,13 +1,7 @@
 // do and forward through the running daemon with hostbus as the bus: answers,
 // peers that are absent, broken or hung, and requests of the wrong shape.
-#include <gtest/gtest.h>
-#include <json-c/json.h>
-
-#include <cstdlib>
 #include <future>
-#include <string>
 
-#include "harness/bus_harness.h"
 #include "harness/dsd_harness.h"
 
 namespace {

@@ -2,18 +2,6 @@
 // `dsdc watch --json` listening on the bus. Every kind of change gives
 // exactly one event with the right content, a refused or empty change none,
 // a secret's value never; events keep flowing after the bus restarts.
-#include <gtest/gtest.h>
-#include <json-c/json.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <map>
-#include <sstream>
-#include <string>
-#include <vector>
-
-#include "harness/bus_harness.h"
 #include "harness/dsd_harness.h"
 
 namespace {
@@ -54,16 +42,7 @@ protected:
     // Waits until the watch has registered n times on the bus.
     bool listening(int n) const
     {
-        for (int waited = 0; waited < 10000 * harness_slowdown(); waited += 10) {
-            std::string err = slurp(d.path("/watch.err"));
-            int seen = 0;
-            for (size_t at = 0; (at = err.find("listening", at)) != std::string::npos; ++at)
-                ++seen;
-            if (seen >= n)
-                return true;
-            usleep(10 * 1000);
-        }
-        return false;
+        return wait_until([&] { return count_of(slurp(d.path("/watch.err")), "listening") >= n; });
     }
     // Every event printed so far (a line that is no JSON object is a failure).
     std::vector<dsd_answer> events() const
@@ -78,12 +57,7 @@ protected:
     // Waits (bounded) until n events were printed; the events then.
     std::vector<dsd_answer> wait_events(size_t n) const
     {
-        for (int waited = 0; waited < 10000 * harness_slowdown(); waited += 10) {
-            std::vector<dsd_answer> ev = events();
-            if (ev.size() >= n)
-                return ev;
-            usleep(10 * 1000);
-        }
+        wait_until([&] { return events().size() >= n; });
         return events();
     }
     pid_t watch_pid = -1;
@@ -170,12 +144,7 @@ TEST_F(ChangeEvents, RestoreAnnouncesEachPackageOnce)
     ASSERT_EQ(d.restore_from(file), 0) << d.log();
     ASSERT_EQ(d.code(R"({"method":"set","system":{"sys":{"dsd_trace":"1"}}})"), 0);
     std::vector<dsd_answer> ev;
-    for (int waited = 0; waited < 10000 * harness_slowdown(); waited += 10) {
-        ev = events();
-        if (!ev.empty() && ev.back().str({"method"}) == "set")
-            break;
-        usleep(10 * 1000);
-    }
+    wait_until([&] { return !(ev = events()).empty() && ev.back().str({"method"}) == "set"; });
     ASSERT_GE(ev.size(), 2u);
     std::map<std::string, int> packages;
     for (size_t i = 0; i + 1 < ev.size(); ++i) {
@@ -212,10 +181,7 @@ TEST_F(ChangeEvents, WatchFiltersModulesAndPrintsOneLineEach)
     ASSERT_EQ(d.code(R"({"method":"set","video":{"chn2_main":{"main_bitrate":"777"}}})"), 0);
     ASSERT_EQ(wait_events(2).size(), 2u);
     std::string text;
-    for (int waited = 0; waited < 5000 * harness_slowdown() && text.empty(); waited += 10) {
-        text = slurp(out);
-        usleep(10 * 1000);
-    }
+    wait_until([&] { return !(text = slurp(out)).empty(); }, 5000);
     EXPECT_NE(text.find(" set video/video by admin #1: chn2_main[main_bitrate]\n"), std::string::npos) << text;
     EXPECT_EQ(text.find("system"), std::string::npos) << text;
     // Without a bus it cannot listen at all.

@@ -2,13 +2,8 @@
 // cameras, the keywords that forward to the device manager, the cascade and
 // the event detector (against hostbus), the updater service; the HTTP client
 // and the camera firmware upgrade against tools/camsim.
-#include <gtest/gtest.h>
-
-#include <fstream>
 #include <random>
-#include <string>
 
-#include "harness/bus_harness.h"
 #include "harness/camsim_harness.h"
 #include "harness/dsd_harness.h"
 #include "platform/http_client.h"

@@ -2,15 +2,10 @@
 // rules, URL coding, a flood of malformed input, trace names, and start-up
 // over a stale socket or failing (the queue limit is held by the statistics
 // tests, which count its refusals).
-#include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
 #include <random>
-#include <thread>
 
 #include "harness/dsd_harness.h"
 

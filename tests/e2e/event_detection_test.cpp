@@ -1,9 +1,4 @@
 // The detection modules against the real daemon and the host bus.
-#include <gtest/gtest.h>
-
-#include <cstdio>
-
-#include "harness/bus_harness.h"
 #include "harness/dsd_harness.h"
 
 namespace {

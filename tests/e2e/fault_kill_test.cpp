@@ -1,20 +1,9 @@
 // dsd killed with SIGKILL at random moments during a stream of sets, then
 // restarted: every package still parses, and every change that was answered
 // with success is still there (or was overtaken by the one in flight).
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <uci.h>
-
-#include <atomic>
-#include <memory>
-#include <fstream>
 #include <random>
-#include <sys/stat.h>
-#include <thread>
-#include <vector>
 
 #include "harness/dsd_harness.h"
-#include "harness/exec_wrapper.h"
 
 namespace {
 
@@ -73,11 +62,11 @@ struct channel_state {
     std::atomic<int> in_flight{-1}; // value being sent when the daemon died
 };
 
-TEST(FaultKill, AnsweredSetsSurviveSigkill)
+using FaultKill = dsd_device;
+
+TEST_F(FaultKill, AnsweredSetsSurviveSigkill)
 {
-    dsd_harness d;
-    ASSERT_TRUE(d.make_config(kChannels));
-    ASSERT_TRUE(d.start({}));
+    boot(kChannels, nullptr, {}, {});
     ASSERT_GE(stored_value(d, 1), 0) << "the precondition: a readable motion_detection";
 
     // Until a set is answered, the value on file is the configured one.
@@ -140,9 +129,8 @@ std::vector<std::string> stray_entries(const std::string &dir)
 // parses, and the markers of two packages (one light-committed, one written
 // whole) are either all the old ones or all the restored ones; no work file
 // of the restore is left. Each round restores the backup of the other state.
-TEST(FaultKill, RestoreKilledIsAllOrNothing)
+TEST_F(FaultKill, RestoreKilledIsAllOrNothing)
 {
-    dsd_harness d;
     ASSERT_TRUE(d.make_config(kChannels));
     // As a kill after the install marker leaves it: video's new text still
     // beside it (start-up renames it in), and a temporary of a package the
@@ -155,12 +143,9 @@ TEST(FaultKill, RestoreKilledIsAllOrNothing)
     ASSERT_EQ(d.uci_get("video", "dsd_test", "state"), "a");
     EXPECT_EQ(stray_entries(d.path("/etc/config")), std::vector<std::string>());
     ASSERT_GE(stored_value(d, 1), 0) << "the precondition: a readable motion_detection";
-    auto backup = [&](const std::string &file) {
-        return d.backup_to(d.path(file));
-    };
     // State a: sensitivity 21, video marker 'a'; state b: 42 and 'b'.
     ASSERT_EQ(d.code(set_request(1, 21)), 0);
-    ASSERT_EQ(backup("/tmp/a.bin"), 0);
+    ASSERT_EQ(d.backup_to(d.path("/tmp/a.bin")), 0);
     ASSERT_EQ(d.stop(), 0);
     std::string video = slurp(d.path("/etc/config/video"));
     ASSERT_NE(video.find("option state 'a'"), std::string::npos);
@@ -168,7 +153,7 @@ TEST(FaultKill, RestoreKilledIsAllOrNothing)
     std::ofstream(d.path("/etc/config/video"), std::ios::trunc) << video;
     ASSERT_TRUE(d.start({}));
     ASSERT_EQ(d.code(set_request(1, 42)), 0);
-    ASSERT_EQ(backup("/tmp/b.bin"), 0);
+    ASSERT_EQ(d.backup_to(d.path("/tmp/b.bin")), 0);
 
     // Kills land across the whole length of a restore as this build runs it
     // (decipher, unpack, flush, temporaries, renames): one is timed first.

@@ -1,13 +1,6 @@
 // Stored values and uploaded bundles against the structure of the files the
 // daemon writes: forged backup records through set and add, packages a
 // backup never carries, restores blocked half-way.
-#include <gtest/gtest.h>
-#include <json-c/json.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <fstream>
-
 #include "harness/dsd_harness.h"
 
 namespace {

@@ -2,17 +2,8 @@
 // dripping, announcing the largest request and sending none of it), in
 // numbers up to and far beyond the workers and the queue, while a
 // well-behaved client measures its answers; descriptors exhausted.
-#include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <chrono>
-#include <sstream>
-#include <thread>
-#include <vector>
 
 #include "harness/dsd_harness.h"
 
@@ -121,17 +112,11 @@ struct dripper {
 // True when the daemon has closed fd (a response record, then end of stream).
 bool closed_by_daemon(int fd, int timeout_ms)
 {
-    auto start = clock_type::now();
     char buf[256];
-    while (ms_since(start) < timeout_ms) {
-        pollfd p{.fd = fd, .events = POLLIN, .revents = 0};
-        if (poll(&p, 1, 50) <= 0)
-            continue;
-        ssize_t n = recv(fd, buf, sizeof buf, 0);
-        if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR))
-            return true;
-    }
-    return false;
+    return wait_until([&] {
+        ssize_t n = recv(fd, buf, sizeof buf, MSG_DONTWAIT);
+        return n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR);
+    }, timeout_ms / harness_slowdown());
 }
 
 struct HostileClients : dsd_device, ::testing::WithParamInterface<std::tuple<hostile, int>> {

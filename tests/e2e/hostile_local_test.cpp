@@ -1,14 +1,8 @@
 // The daemon against a hostile local user: links and hard links planted at
 // every fixed work path and at destinations, secrets that must not reach the
 // trace (parallel guessing is held by the hostile login tests).
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <filesystem>
-#include <fstream>
 
-#include "harness/bus_harness.h"
 #include "harness/dsd_harness.h"
 
 namespace {

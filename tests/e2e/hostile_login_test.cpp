@@ -1,15 +1,8 @@
 // Password guessing through every keyword that checks a password, alone and
 // mixed in parallel with check_user; sessions after a password change; the
 // login directories' modes.
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
 #include <filesystem>
-#include <fstream>
-#include <thread>
-#include <vector>
 
-#include "harness/bus_harness.h"
 #include "harness/dsd_harness.h"
 
 namespace {

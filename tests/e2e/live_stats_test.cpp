@@ -2,14 +2,6 @@
 // counts move exactly with a known sequence of requests (a refused queue
 // slot and a deadline cut included), `dsdc stats` prints them, and
 // `dsdc get MODULE` reads a whole module of the sample root.
-#include <gtest/gtest.h>
-#include <json-c/json.h>
-#include <unistd.h>
-
-#include <string>
-#include <vector>
-
-#include "harness/bus_harness.h"
 #include "harness/dsd_harness.h"
 
 namespace {
@@ -25,7 +17,6 @@ int64_t int_at(json_object *o, std::initializer_list<const char *> path)
     return json_object_is_type(o, json_type_int) ? json_object_get_int64(o) : -1;
 }
 
-
 class LiveStats : public dsd_device {
 protected:
     void SetUp() override
@@ -33,13 +24,10 @@ protected:
         boot(2, "{}");
         // The harness's start-up probe (no method) is counted first: it is
         // counted just after its answer, so wait for the count itself.
-        for (int waited = 0; waited < 5000 * harness_slowdown(); waited += 10) {
+        ASSERT_TRUE(wait_until([&] {
             dsd_json s = stats();
-            if (s && int_at(s.get(), {"requests", "by_method", "none"}) == 1)
-                return;
-            usleep(10 * 1000);
-        }
-        FAIL() << "the start-up probe was never counted";
+            return s && int_at(s.get(), {"requests", "by_method", "none"}) == 1;
+        }, 5000)) << "the start-up probe was never counted";
     }
     dsd_json stats() const
     {
@@ -110,12 +98,8 @@ TEST_F(LiveStats, RefusedQueueSlotAndDeadlineCutAreCounted)
     // The count above may include the set-up's last answer, traced just
     // after it went out: the held connections stay open until all sixteen
     // cuts are counted.
-    dsd_json s = stats();
-    for (int waited = 0; waited < 20000 * harness_slowdown() && !(s && int_at(s.get(), {"connections", "deadline_cut"}) >= 16);
-         waited += 50) {
-        usleep(50 * 1000);
-        s = stats();
-    }
+    dsd_json s;
+    wait_until([&] { return (s = stats()) && int_at(s.get(), {"connections", "deadline_cut"}) >= 16; }, 20000);
     for (int fd : held)
         close(fd);
     ASSERT_TRUE(s);

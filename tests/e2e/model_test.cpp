@@ -6,17 +6,8 @@
 // text, values outside refused with the row's code and nothing stored; the
 // expectations are data written here, independently of the daemon's own
 // tables); and a get after a change made behind the daemon's back.
-#include <gtest/gtest.h>
-#include <json-c/json.h>
 #include <fcntl.h>
-#include <unistd.h>
 
-#include <fstream>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include "harness/bus_harness.h"
 #include "harness/dsd_harness.h"
 
 namespace {

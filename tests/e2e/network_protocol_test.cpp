@@ -2,13 +2,6 @@
 // hostbus as the bus: what a WAN type switch runs, and the LAN/WAN subnet
 // refusals that need netifd's answer. Commands are recorded by stand-in
 // scripts first in the daemon's PATH.
-#include <gtest/gtest.h>
-
-#include <set>
-#include <unistd.h>
-#include <string>
-
-#include "harness/bus_harness.h"
 #include "harness/dsd_harness.h"
 
 namespace {

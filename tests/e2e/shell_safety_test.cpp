@@ -1,13 +1,6 @@
 // Shell injection: the usual payloads through every option the model knows
 // and every keyword argument, against the real daemon. Any command that the
 // payload smuggles in would create the canary file; none may.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <set>
-#include <string>
-#include <vector>
-
 #include "harness/dsd_harness.h"
 #include "model/registry.h"
 #include "modules/module_table.h"

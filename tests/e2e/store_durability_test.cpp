@@ -3,23 +3,12 @@
 // for one slot are held by the model's end-to-end tests). The host libraries
 // behave like the device's here, so only the daemon's own serialisation and
 // flush keep these true.
-#include <gtest/gtest.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <atomic>
-#include <fstream>
 #include <cerrno>
 #include <cstring>
-#include <map>
-#include <sstream>
-#include <thread>
-#include <vector>
 
 #include "harness/dsd_harness.h"
-#include "harness/exec_wrapper.h"
 
 namespace {
 

@@ -1,10 +1,5 @@
 // Backup and restore through the real daemon: round trip, exclusions,
 // tampering, another device's backup, hostile bundles, size limit.
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <fstream>
-
 #include "crypto/des.h"
 #include "harness/dsd_harness.h"
 

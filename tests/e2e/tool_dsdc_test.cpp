@@ -1,13 +1,8 @@
 // dsdc against a running dsd: each uci-like command sends the request its
 // words describe, the exit status follows "error_code", and the checked
 // options of motion detection refuse what the device documents.
-#include <gtest/gtest.h>
-#include <json-c/json.h>
-
 #include <algorithm>
-#include <string>
 
-#include "harness/bus_harness.h"
 #include "harness/dsd_harness.h"
 
 namespace {

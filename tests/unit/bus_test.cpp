@@ -2,15 +2,10 @@
 // calls and time-outs; the operation log with its templates, cut and flush
 // call; the do handler's keyword loop over a test-only module registry
 // (forward is held by the end-to-end bus tests).
-#include <gtest/gtest.h>
-#include <json-c/json.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
 #include <cstring>
-#include <fstream>
-#include <string>
-#include <vector>
 
 #include "bus_test_root.h"
 #include "model/request.h"

@@ -4,11 +4,8 @@
 // exit.
 #pragma once
 
-#include <cstdlib>
-#include <string>
-
+#include "harness/dsd_harness.h"
 #include "platform/trace.h"
-#include "harness/bus_harness.h"
 
 inline const std::string &test_root()
 {

@@ -3,13 +3,6 @@
 // arguments; the network address checks (classes, address and mask, mask
 // shapes, subnets, MAC normalisation, DNS) and the checkers that read a
 // related option from the request or from uci.
-#include <gtest/gtest.h>
-#include <json-c/json.h>
-#include <uci.h>
-
-#include <memory>
-#include <string>
-
 #include "model/request.h"
 #include "model/checkers.h"
 #include "model_test_util.h"

@@ -2,18 +2,7 @@
 // a slow or broken daemon might: the response split at any byte, larger than
 // one read, followed by junk, cut short, of the wrong type or announcing more
 // than the client accepts.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include "../e2e/harness/scratch_dir.h"
-#include "../e2e/harness/tlv.h"
-#include "../e2e/harness/exec_wrapper.h"
-#include "client/dsd_client.h"
+#include "harness/dsd_harness.h"
 
 extern "C" {
 #include <libubox/usock.h>

@@ -1,17 +1,11 @@
 // MD5 and DES against published vectors, the file cipher against known
 // answers, and MD5 of a file read piecewise against the whole buffer's.
-#include <gtest/gtest.h>
-
-#include <cstdio>
 #include <algorithm>
-#include <fstream>
 #include <random>
-#include <string>
 
 #include "crypto/des.h"
 #include "crypto/md5.h"
 #include "harness/dsd_harness.h"
-#include "harness/scratch_dir.h"
 
 namespace {
 

@@ -1,10 +1,6 @@
 // Schedules, push plans and linked-channel lists, with the strings that
 // tell a faithful checker from a plausible one.
-#include <gtest/gtest.h>
-#include <json-c/json.h>
-
-#include <string>
-
+#include "harness/dsd_harness.h"
 #include "modules/event/plan_checkers.h"
 #include "platform/trace.h"
 

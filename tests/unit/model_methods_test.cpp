@@ -1,11 +1,5 @@
 // get, set, add and delete over a fixture module on a scratch root: data
 // read back, what reaches the file, the codes of each refusal.
-#include <gtest/gtest.h>
-#include <json-c/json.h>
-#include <uci.h>
-
-#include <string>
-
 #include "model/request.h"
 #include "model/checkers.h"
 #include "model/methods.h"

@@ -3,19 +3,10 @@
 // made by a static initialiser of the including test file.
 #pragma once
 
-#include <json-c/json.h>
-#include <uci.h>
-#include <sys/stat.h>
-
-#include <cstdlib>
-#include <fstream>
-#include <string>
-
 #include "model/request.h"
 #include "harness/dsd_harness.h"
 #include "model/methods.h"
 #include "store/store.h"
-#include "harness/scratch_dir.h"
 
 struct model_scratch_root {
     scratch_dir dir{"dsd-model"};

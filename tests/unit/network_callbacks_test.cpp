@@ -3,20 +3,9 @@
 // network package written by the appliers, and the checks on the way in.
 // Commands are observed through stand-in scripts placed first in PATH; the
 // lease release is observed on a real child process waiting for SIGUSR2.
-#include <gtest/gtest.h>
 #include <sys/prctl.h>
-#include <json-c/json.h>
-#include <signal.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <uci.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <ctime>
-#include <fstream>
-#include <set>
-#include <string>
 
 #include "model/request.h"
 #include "model/methods.h"

@@ -1,17 +1,10 @@
 // Platform helpers: URL coding, the JSON accessors and the fast reader
 // against json-c, secrets masked in traces, and the safe-file contract.
-#include <gtest/gtest.h>
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <fstream>
-#include <memory>
-#include <string>
 
-#include "harness/scratch_dir.h"
+#include "harness/dsd_harness.h"
 #include "platform/jso.h"
 #include "platform/jso_parse.h"
 #include "platform/safe_file.h"

@@ -1,23 +1,9 @@
 // The backup bundle: what a configuration directory packs into and what the
 // splitter accepts back; backups and restores from several workers at once,
 // whose fixed work files must never mix two operations.
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-#include <json-c/json.h>
-#include <uci.h>
-
-#include <cstdlib>
-#include <fstream>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
-
 #include "model/request.h"
 #include "harness/dsd_harness.h"
 #include "model_test_util.h"
-#include "harness/scratch_dir.h"
 #include "modules/system/backup.h"
 #include "platform/paths.h"
 #include "store/store.h"

@@ -1,14 +1,7 @@
 // The "check_user" keyword and the lock records under it, on a clock the test
 // moves. No bus runs here, so a lock is answered with the reporting error
 // -70101 and "time" 0: the lock itself and the failed report are both visible.
-#include <gtest/gtest.h>
-#include <json-c/json.h>
-#include <uci.h>
-
-#include <cstdlib>
-#include <fstream>
 #include <iterator>
-#include <string>
 
 #include "model/request.h"
 #include "modules/system/login.h"

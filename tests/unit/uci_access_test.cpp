@@ -1,13 +1,5 @@
 // The access layer over a real store: JSON forms, edits and commits.
-#include <gtest/gtest.h>
-#include <json-c/json.h>
-#include <uci.h>
-
-#include <signal.h>
 #include <sys/resource.h>
-
-#include <fstream>
-#include <memory>
 
 #include "store/store.h"
 #include "uci_test_util.h"

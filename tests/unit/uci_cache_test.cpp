@@ -2,19 +2,6 @@
 // libuci load gives, byte for byte; the cache stays within its size; and
 // with writers on several threads no reader goes back in time and every
 // writer reads its own write.
-#include <gtest/gtest.h>
-#include <json-c/json.h>
-#include <uci.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "store/store.h"
 #include "model_test_util.h"
 #include "uci_test_util.h"

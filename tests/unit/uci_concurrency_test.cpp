@@ -2,17 +2,7 @@
 // host library is as weak as the device's here (stale lock after a rename,
 // change log emptied before the new file is in place): what these tests see
 // is the daemon's own protection.
-#include <gtest/gtest.h>
-#include <uci.h>
-
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <atomic>
 #include <random>
-#include <thread>
-#include <vector>
 
 #include "store/store.h"
 #include "uci_test_util.h"

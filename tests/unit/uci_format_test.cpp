@@ -1,8 +1,4 @@
 // The host store must read and write the files a device has, unchanged.
-#include <gtest/gtest.h>
-#include <uci.h>
-
-
 #include "store/store.h"
 #include "uci_test_util.h"
 

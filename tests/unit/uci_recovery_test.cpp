@@ -1,16 +1,6 @@
 // The flush's crash states, one row per step a kill can interrupt: what
 // start-up makes of each, file and change log byte for byte. A change is
 // never lost and never applied twice (the list items show a repeat).
-#include <gtest/gtest.h>
-#include <json-c/json.h>
-#include <uci.h>
-
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <string>
-
 #include "store/store.h"
 #include "uci_test_util.h"
 

@@ -1,17 +1,7 @@
 // Scratch uci directories for the store's tests.
 #pragma once
 
-#include <json-c/json.h>
-#include <uci.h>
-
-#include <cstdlib>
-#include <fstream>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "harness/dsd_harness.h"
-#include "harness/scratch_dir.h"
 #include "store/store.h"
 
 struct uci_dirs {

@@ -3,16 +3,7 @@
 // byte as they were and nothing of it visible; two transactions on one
 // package take turns; two taking packages in opposite orders give up
 // instead of deadlocking.
-#include <gtest/gtest.h>
-#include <json-c/json.h>
-#include <uci.h>
-
-#include <signal.h>
 #include <sys/resource.h>
-
-#include <atomic>
-#include <string>
-#include <thread>
 
 #include "store/store.h"
 #include "uci_test_util.h"

@@ -35,15 +35,13 @@ void write_file_atomically(const std::string &path, const std::string &text)
 // (left for end_process to reap).
 template <typename F> bool wait_ready(pid_t pid, F ready)
 {
-    for (int waited = 0; waited < 10000 * harness_slowdown(); waited += 10) {
-        if (ready())
-            return true;
+    bool ok = false;
+    wait_until([&] {
         siginfo_t info{};
-        if (waitid(P_PID, (id_t)pid, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
+        return (ok = ready()) ||
+               (waitid(P_PID, (id_t)pid, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid);
+    });
+    return ok;
 }
 
 #ifdef DSD_REAL_BUS
@@ -151,12 +149,7 @@ int bus_harness::wait_calls(const std::string &object, const std::string &method
                             int timeout_ms) const
 {
     int seen = 0;
-    for (int waited = 0; waited <= timeout_ms * harness_slowdown(); waited += 10) {
-        seen = (int)calls_to(object, method).size();
-        if (seen >= n)
-            return seen;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    wait_until([&] { return (seen = (int)calls_to(object, method).size()) >= n; }, timeout_ms);
     return seen;
 }
 

@@ -31,13 +31,7 @@ bool camsim_harness::start(const std::vector<std::string> &flags)
         args.push_back(a), args.push_back(dir + (std::string(a) == "--port-file" ? "/port" : a == std::string("--store") ? "/image" : "/requests"));
     args.insert(args.end(), flags.begin(), flags.end());
     pid = spawn_program(args, dir + "/camsim.out", SIGKILL);
-    for (int waited = 0; pid > 0 && waited < 10000 * harness_slowdown(); waited += 10) {
-        std::ifstream in(dir + "/port");
-        if (in >> port)
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
+    return pid > 0 && wait_until([&] { return bool(std::ifstream(dir + "/port") >> port); });
 }
 
 void camsim_harness::stop()

@@ -29,11 +29,6 @@ bool run_quiet(const std::string &cmd)
     return system(cmd.c_str()) == 0;
 }
 
-void sleep_ms(int ms)
-{
-    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-}
-
 // Commands a handler could run that must never touch the test machine: each
 // is replaced by a stand-in that only appends its command line to
 // <root>/commands.log. "date" passes through unless asked to set the clock.
@@ -128,15 +123,10 @@ int end_process(pid_t *pid, int wait_ms)
         return -1;
     kill(*pid, SIGTERM);
     int status = -1;
-    for (int waited = 0; waited < wait_ms; waited += 10) {
-        if (waitpid(*pid, &status, WNOHANG) == *pid) {
-            *pid = -1;
-            return status;
-        }
-        sleep_ms(10);
+    if (!wait_until([&] { return waitpid(*pid, &status, WNOHANG) == *pid; }, wait_ms)) {
+        kill(*pid, SIGKILL);
+        waitpid(*pid, &status, 0);
     }
-    kill(*pid, SIGKILL);
-    waitpid(*pid, &status, 0);
     *pid = -1;
     return status;
 }
@@ -148,21 +138,17 @@ bool dsd_harness::start(const std::vector<std::string> &args)
     argv.insert(argv.end(), args.begin(), args.end());
     pid = spawn_program(argv, root + "/dsd.log", SIGKILL,
                         {{"DSD_ROOT", root}, {"PATH", root + "/bin:" + (path ? path : "/usr/bin:/bin")}});
-    for (int waited = 0; pid > 0 && waited < 20000 * harness_slowdown(); waited += 10) {
-        int fd = dsd_connect(socket_path());
-        if (fd >= 0) {
+    bool up = false;
+    wait_until([&] {
+        int fd = pid > 0 ? dsd_connect(socket_path()) : -1;
+        if (fd >= 0)
             close(fd); // an empty connection: the daemon answers it -40101 and moves on
-            return true;
-        }
         // A child that died (a failed exec too) is a zombie kill() still sees.
-        int status = 0;
-        if (waitpid(pid, &status, WNOHANG) == pid) {
+        else if (int status = 0; pid < 0 || waitpid(pid, &status, WNOHANG) == pid)
             pid = -1;
-            return false;
-        }
-        sleep_ms(10);
-    }
-    return false;
+        return (up = fd >= 0) || pid < 0;
+    }, 20000);
+    return up;
 }
 
 int dsd_harness::kill_now(int sig)
@@ -178,7 +164,7 @@ int dsd_harness::kill_now(int sig)
 
 int dsd_harness::stop()
 {
-    return end_process(&pid, 5000 * harness_slowdown());
+    return end_process(&pid, 5000);
 }
 
 std::string slurp(const std::string &path)
@@ -269,18 +255,18 @@ dsd_run dsd_harness::dsdc(const std::string &words) const
     return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, slurp(out), slurp(err)};
 }
 
+int count_of(const std::string &haystack, const std::string &text)
+{
+    int seen = 0;
+    for (size_t at = haystack.find(text); at != std::string::npos; at = haystack.find(text, at + 1))
+        seen++;
+    return seen;
+}
+
 int dsd_harness::wait_log(const std::string &text, int n, int timeout_ms) const
 {
     int seen = 0;
-    for (int waited = 0; waited <= timeout_ms * harness_slowdown(); waited += 10) {
-        std::string l = log();
-        seen = 0;
-        for (size_t at = l.find(text); at != std::string::npos; at = l.find(text, at + 1))
-            seen++;
-        if (seen >= n)
-            return seen;
-        sleep_ms(10);
-    }
+    wait_until([&] { return (seen = count_of(log(), text)) >= n; }, timeout_ms);
     return seen;
 }
 

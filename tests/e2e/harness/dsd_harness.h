@@ -2,16 +2,30 @@
 // and the client side of the socket protocol.
 #pragma once
 
+// What nearly every test uses comes with this header, so test files name
+// only what is particular to them.
 #include <json-c/json.h>
+#include <signal.h>
+#include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/wait.h>
+#include <uci.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <climits>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
 #include <initializer_list>
 #include <map>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -20,6 +34,7 @@
 #include "client/dsd_client.h"
 #include "harness/bus_harness.h"
 #include "harness/exec_wrapper.h"
+#include "harness/scratch_dir.h"
 #include "harness/tlv.h"
 
 // A file's whole content, "" when it cannot be read.
@@ -30,7 +45,7 @@ std::string slurp(const std::string &path);
 // The pid, or -1.
 pid_t spawn_program(const std::vector<std::string> &argv, const std::string &out, int death_signal,
                     const std::vector<std::pair<std::string, std::string>> &env = {});
-// SIGTERM, SIGKILL after wait_ms, reaped: the wait status, or -1 when *pid
+// SIGTERM, SIGKILL after wait_ms (scaled by the harness factor), reaped: the wait status, or -1 when *pid
 // names no process. *pid is -1 afterwards.
 int end_process(pid_t *pid, int wait_ms);
 
@@ -197,6 +212,21 @@ struct dsd_answer {
 // The same without recording a failure, for answers that may legitimately
 // be missing (a daemon killed under the request): kNoErrorCode when absent.
 int error_code_or_none(const std::string &response);
+
+// Polls cond every 10 ms until it holds or timeout_ms (scaled by the harness
+// factor) passed; whether it held.
+template <typename F> bool wait_until(F cond, int timeout_ms = 10000)
+{
+    for (int waited = 0; waited <= scaled_ms(timeout_ms); waited += 10) {
+        if (cond())
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+}
+
+// How many times text occurs in a haystack.
+int count_of(const std::string &haystack, const std::string &text);
 
 // The usual test device: `channels` channels written by mkconfig, then the
 // packages given (name, text) over them, hostbus running `scenario` (none
