@@ -47,14 +47,13 @@ struct bench_daemon {
 };
 // Starts dsd and polls (bounded) until its socket accepts; the time from
 // fork to the first accepted connection in *startup_us. true on success.
+bool bench_daemon_start(const std::string &dsd, const std::string &root, bench_daemon *d,
+                        double *startup_us);
+void bench_daemon_stop(bench_daemon *d);
 // Sends `request` and reads the answer's error code: true when it is 0 or
 // `other` (a code the request carries by design, e.g. the callback set's bus
 // call failing when no bus runs); false without an answer.
 bool bench_answered(const std::string &socket, const std::string &request, int other = 0);
-
-bool bench_daemon_start(const std::string &dsd, const std::string &root, bench_daemon *d,
-                        double *startup_us);
-void bench_daemon_stop(bench_daemon *d);
 // VmRSS of a process in KiB, -1 when unreadable.
 long bench_rss_kib(pid_t pid);
 // Any "<field>:" line of /proc/<pid>/status in KiB (RssAnon: the process's
