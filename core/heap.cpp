@@ -30,6 +30,23 @@ bool heap_has_slack_over(size_t bound)
 }
 #endif
 
+// Once `due` is set and no request is in progress, clears it and hands
+// freed memory back when more than `bound` bytes lie free. A request still
+// running leaves `due` set: the last one to finish, or the next quiet
+// moment, looks again.
+void trim_when_quiet(std::atomic<bool> *due, size_t bound)
+{
+#ifdef __GLIBC__
+    if (!due->load(std::memory_order_relaxed) || context_free_count() != DS_CONTEXT_COUNT)
+        return;
+    if (due->exchange(false) && heap_has_slack_over(bound))
+        malloc_trim(0);
+#else
+    (void)due;
+    (void)bound;
+#endif
+}
+
 } // namespace
 
 // musl (the device's C library) has neither call: its allocator hands freed
@@ -51,14 +68,7 @@ void heap_note_size(size_t bytes)
 
 void heap_trim_if_idle(void)
 {
-    if (!g_trim_due.load(std::memory_order_relaxed))
-        return;
-    if (context_free_count() != DS_CONTEXT_COUNT)
-        return; // the last request to finish checks
-#ifdef __GLIBC__
-    if (g_trim_due.exchange(false) && heap_has_slack_over(HEAP_SLACK_BYTES))
-        malloc_trim(0);
-#endif
+    trim_when_quiet(&g_trim_due, HEAP_SLACK_BYTES);
 }
 
 void heap_note_request(void)
@@ -77,13 +87,5 @@ int heap_settle_ms(void)
 
 void heap_settled(void)
 {
-#ifdef __GLIBC__
-    if (!g_settle_due.load(std::memory_order_relaxed))
-        return;
-    if (context_free_count() != DS_CONTEXT_COUNT)
-        return; // still busy: the next quiet moment looks again
-    g_settle_due.store(false, std::memory_order_relaxed);
-    if (heap_has_slack_over(HEAP_SETTLED_SLACK_BYTES))
-        malloc_trim(0);
-#endif
+    trim_when_quiet(&g_settle_due, HEAP_SETTLED_SLACK_BYTES);
 }
