@@ -174,7 +174,7 @@ TEST_F(ChangeEvents, EventsKeepFlowingAfterTheBusRestarts)
 TEST_F(ChangeEvents, WatchFiltersModulesAndPrintsOneLineEach)
 {
     std::string out = d.path("/video.out");
-    std::string cmd = "DSD_ROOT='" + d.root + "' timeout -s INT 3 " + tool_command("dsdc") +
+    std::string cmd = "DSD_ROOT='" + d.root + "' timeout -k 2 -s INT 3 " + tool_command("dsdc") +
                       " watch video >'" + out + "' 2>/dev/null & sleep 1; ";
     ASSERT_EQ(system((cmd + "true").c_str()), 0);
     ASSERT_EQ(d.code(R"({"method":"set","system":{"sys":{"dsd_trace":"1"}}})"), 0);
